@@ -1,0 +1,35 @@
+// Host edition of the platform's event log and event-handler subscription.
+//
+// Event-log lines go to DIR/events.log, each with a timestamp, the facility and the
+// severity. Platform events raised with qelSysErr are rendered from the host's event
+// catalogue into readable sentences.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/ipc.h"
+
+namespace vorn::evt {
+inline constexpr uint32_t kEvRingPortState = 0x3B8003;  // args: side, interface, state, ring
+inline constexpr uint32_t kMtEvhSubscribe = 2005;
+inline constexpr uint32_t kMtEvhEventNotif = 2009;
+inline constexpr uint32_t kMtUndebugAll = 2003;
+inline constexpr int kEvhSubscribe = 1;
+inline constexpr int kEvhUnsubscribe = 2;
+}  // namespace vorn::evt
+
+// Opens the event log of a facility for a service; returns the log key or -1.
+QelKey qelEvtOpenlog(const char* facility, int, int service, int instance);
+int qelEvtSetSeverityLevel(QelKey evLogKey, uint32_t mask);
+int qelEvtRegisterSvce(QelKey evLogKey, const void* reg);
+// Raises a platform event; the arguments are those the catalogue gives for the event id.
+int qelSysErr(QelKey evLogKey, uint32_t eventId, ...);
+// Subscribes to `count` event ids (the variadic uint32 arguments) with a send-and-wait to
+// the event handler. Returns -1 with no event handler or no answer, else its result word.
+int qelEvhSubscribeEvt(QelKey evLogKey, int count, ...);
+int qelEvhUnsubscribeEvt(QelKey evLogKey, int count, ...);
+
+namespace vorn::host {
+// Appends one line to DIR/events.log.
+void eventLogLine(const char* facility, int severity, const char* text);
+}  // namespace vorn::host

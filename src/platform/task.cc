@@ -1,0 +1,297 @@
+// Task services and host options: the process start-up of a platform program, its run
+// directory, its one task thread, and the clean exit on SIGTERM and SIGINT.
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/ipc.h"
+#include "platform/ipc_internal.h"
+
+namespace vorn::host {
+namespace {
+
+Options& optionsStorage() {
+    static Options opts{defaultRunDir(), 0x3, false, false};
+    return opts;
+}
+
+// Task table: the host runs one named task per spawn; its service and instance come
+// from the platform's table of known task names.
+struct TaskInfo {
+    std::string name;
+    int service = 0;
+    int instance = 0;
+    bool ready = false;
+};
+std::mutex gTaskMutex;
+std::vector<TaskInfo> gTasks;
+thread_local long tCurrentTaskKey = -1;
+
+constexpr long kTaskKeyBase = 0x10000000;
+
+int serviceOfTaskName(const std::string& name) {
+    if (name == "vorn") return ipc::kSvcManager;
+    return 0;
+}
+
+bool parseCards(const char* text, uint32_t* out) {
+    uint32_t cards = 0;
+    std::string s(text);
+    if (s.empty()) return false;
+    size_t pos = 0;
+    while (pos <= s.size()) {
+        size_t comma = s.find(',', pos);
+        std::string item = s.substr(pos, comma == std::string::npos ? std::string::npos
+                                                                    : comma - pos);
+        if (item.empty() || item.size() > 2 ||
+            item.find_first_not_of("0123456789") != std::string::npos)
+            return false;
+        int slot = std::stoi(item);
+        if (slot > 11) return false;
+        cards |= 1u << slot;
+        if (comma == std::string::npos) break;
+        pos = comma + 1;
+    }
+    *out = cards;
+    return true;
+}
+
+void printUsage(FILE* f, const char* prog) {
+    std::fprintf(f,
+                 "usage: %s [--rundir DIR] [--cards LIST] [--standby] [--peer-pair]\n"
+                 "  --rundir DIR   run directory of the chassis (default %s)\n"
+                 "  --cards LIST   comma list of slots 0..11 with a card present (default 0,1)\n"
+                 "  --standby      run as the standby route processor\n"
+                 "  --peer-pair    enable the peer-pair feature\n",
+                 prog, defaultRunDir().c_str());
+}
+
+}  // namespace
+
+const Options& options() { return optionsStorage(); }
+Options& mutableOptions() { return optionsStorage(); }
+
+std::string defaultRunDir() { return "/tmp/vorn-" + std::to_string(getuid()); }
+
+bool setRunDir(const std::string& dir, std::string* err) {
+    if (dir.empty() || dir.size() > 80) {
+        // Socket paths must fit sockaddr_un (108 bytes) with "/226.0.1" and the like.
+        *err = "run directory '" + dir + "' is empty or longer than 80 characters";
+        return false;
+    }
+    struct stat st {};
+    if (stat(dir.c_str(), &st) != 0) {
+        if (errno != ENOENT || mkdir(dir.c_str(), 0700) != 0) {
+            *err = "cannot create run directory " + dir + ": " + std::strerror(errno);
+            return false;
+        }
+        if (stat(dir.c_str(), &st) != 0) {
+            *err = "cannot use run directory " + dir + ": " + std::strerror(errno);
+            return false;
+        }
+    }
+    if (!S_ISDIR(st.st_mode)) {
+        *err = "run directory " + dir + " exists and is not a directory";
+        return false;
+    }
+    if ((st.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        *err = "run directory " + dir + " is writable by other users; refusing to use it";
+        return false;
+    }
+    optionsStorage().rundir = dir;
+    return true;
+}
+
+namespace {
+std::string gLockPath;
+}  // namespace
+
+bool lockService(int service, int instance, std::string* err) {
+    std::string path = options().rundir + "/" + std::to_string(service) + "." +
+                       std::to_string(instance) + ".lock";
+    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        *err = "cannot open lock file " + path + ": " + std::strerror(errno);
+        return false;
+    }
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        char pid[32] = {0};
+        ssize_t n = pread(fd, pid, sizeof(pid) - 1, 0);
+        close(fd);
+        std::string holder = n > 0 ? std::string(pid, static_cast<size_t>(n)) : "?";
+        while (!holder.empty() && (holder.back() == '\n' || holder.back() == ' '))
+            holder.pop_back();
+        *err = "another process (pid " + holder + ") already runs service " +
+               std::to_string(service) + "." + std::to_string(instance) + " in " +
+               options().rundir + "; refusing to start";
+        return false;
+    }
+    std::string pid = std::to_string(getpid()) + "\n";
+    if (ftruncate(fd, 0) != 0 || pwrite(fd, pid.data(), pid.size(), 0) < 0) {
+        *err = "cannot write lock file " + path + ": " + std::strerror(errno);
+        close(fd);
+        return false;
+    }
+    gLockPath = path;  // the descriptor stays open, holding the lock, until the process ends
+    return true;
+}
+
+// Blocks SIGTERM and SIGINT in every thread and waits for them on a thread of its own,
+// which unlinks every bound socket, flushes the standard output and ends the process with
+// status 0. The process's own threads are never interrupted halfway through a message.
+void installCleanExit() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        sigset_t set;
+        sigemptyset(&set);
+        sigaddset(&set, SIGTERM);
+        sigaddset(&set, SIGINT);
+        pthread_sigmask(SIG_BLOCK, &set, nullptr);
+        std::thread([set] {
+            int sig = 0;
+            while (sigwait(&set, &sig) != 0) {
+            }
+            unlinkAllSockets();
+            if (!gLockPath.empty()) unlink(gLockPath.c_str());
+            std::fflush(stdout);
+            std::fflush(stderr);
+            _exit(0);
+        }).detach();
+    });
+}
+
+}  // namespace vorn::host
+
+using namespace vorn;
+
+int QEL_NbsdpInit(int argc, char** argv, char** /*env*/) {
+    host::Options& opts = host::mutableOptions();
+    const char* prog = argc > 0 ? argv[0] : "vornd";
+    std::string rundir = opts.rundir;
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        auto value = [&](const char* name) -> const char* {
+            if (i + 1 >= argc) {
+                std::fprintf(stderr, "%s: option %s needs a value\n", prog, name);
+                host::printUsage(stderr, prog);
+                std::exit(2);
+            }
+            return argv[++i];
+        };
+        if (a == "--rundir") {
+            rundir = value("--rundir");
+        } else if (a == "--cards") {
+            const char* list = value("--cards");
+            if (!host::parseCards(list, &opts.cards)) {
+                std::fprintf(stderr, "%s: bad --cards list '%s' (slots 0..11, e.g. 0,1)\n",
+                             prog, list);
+                std::exit(2);
+            }
+        } else if (a == "--standby") {
+            opts.standby = true;
+        } else if (a == "--peer-pair") {
+            opts.peerPair = true;
+        } else if (a == "--help" || a == "-h") {
+            host::printUsage(stdout, prog);
+            return 1;
+        } else {
+            std::fprintf(stderr, "%s: unknown option '%s'\n", prog, a.c_str());
+            host::printUsage(stderr, prog);
+            std::exit(2);
+        }
+    }
+    std::string err;
+    if (!host::setRunDir(rundir, &err)) {
+        std::fprintf(stderr, "%s: %s\n", prog, err.c_str());
+        std::exit(2);
+    }
+    host::installCleanExit();
+    return 0;
+}
+
+long taskSpawn(const char* name, int /*priority*/, int /*options*/, int /*stackSize*/,
+               QelTaskEntry entry, intptr_t arg1, intptr_t arg2, intptr_t /*arg3*/) {
+    if (entry == nullptr || name == nullptr) return -1;
+    long key;
+    {
+        std::lock_guard<std::mutex> lock(host::gTaskMutex);
+        host::gTasks.push_back({name, host::serviceOfTaskName(name), 0, false});
+        key = host::kTaskKeyBase + static_cast<long>(host::gTasks.size());
+    }
+    std::thread([key, entry, arg1, arg2] {
+        host::tCurrentTaskKey = key;
+        entry(arg1, arg2);
+    }).detach();
+    return key;
+}
+
+int qelDdbInit(char** /*argv*/) {
+    host::enableShellService(true);
+    return 0;
+}
+
+QelKey qelTaskStartup(intptr_t, intptr_t, int) {
+    return host::tCurrentTaskKey;
+}
+
+namespace {
+host::TaskInfo* taskByKey(QelKey key) {
+    long idx = key - host::kTaskKeyBase - 1;
+    if (idx < 0 || idx >= static_cast<long>(host::gTasks.size())) return nullptr;
+    return &host::gTasks[static_cast<size_t>(idx)];
+}
+}  // namespace
+
+int qelTaskReady(QelKey taskKey) {
+    std::lock_guard<std::mutex> lock(host::gTaskMutex);
+    host::TaskInfo* t = taskByKey(taskKey);
+    if (t == nullptr) return -1;
+    t->ready = true;
+    return 0;
+}
+
+int qelTaskGetServiceByKey(QelKey taskKey) {
+    std::lock_guard<std::mutex> lock(host::gTaskMutex);
+    host::TaskInfo* t = taskByKey(taskKey);
+    return t == nullptr ? -1 : t->service;
+}
+
+int qelTaskGetInstanceByKey(QelKey taskKey) {
+    std::lock_guard<std::mutex> lock(host::gTaskMutex);
+    host::TaskInfo* t = taskByKey(taskKey);
+    return t == nullptr ? -1 : t->instance;
+}
+
+long taskIdSelf() { return static_cast<long>(syscall(SYS_gettid)); }
+
+int sysClkRateGet() { return 100; }
+
+int taskDelay(int ticks) {
+    if (ticks <= 0) {
+        std::this_thread::yield();
+        return 0;
+    }
+    int ms = static_cast<int>(ticks * 1000L / sysClkRateGet());
+    // A task that waits (a registration retry, say) still answers the debug shell, so an
+    // operator can watch it retry.
+    if (host::tCurrentTaskKey != -1 && host::shellServiceEnabled())
+        host::serveShellFor(ms);
+    else
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+    return 0;
+}

@@ -1,0 +1,168 @@
+// Bitmap scans, AND/DIFF and the VLAN list text.
+#include "platform/bitmap.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+using vorn::bmp::kNoBit;
+using vorn::bmp::kVlanBmapBytes;
+using Vlans = std::array<uint8_t, kVlanBmapBytes>;
+
+Vlans withBits(std::initializer_list<uint32_t> bits) {
+    Vlans b{};
+    for (uint32_t n : bits) vorn::bmp::set(b, n);
+    return b;
+}
+
+std::vector<uint32_t> walk(std::span<const uint8_t> b, uint32_t nbits) {
+    std::vector<uint32_t> out;
+    for (uint16_t n = GET_FIRST_BIT_BITMAP(b, nbits); n != kNoBit;
+         n = GET_NEXT_BIT_BITMAP(b, nbits, n)) {
+        out.push_back(n);
+    }
+    return out;
+}
+
+TEST(BitmapTest, BitNumberingIsWireOrder) {
+    Vlans b = withBits({0, 7, 8, 31, 32});
+    EXPECT_EQ(b[0], 0x81);  // bits 0 and 7
+    EXPECT_EQ(b[1], 0x80);  // bit 8
+    EXPECT_EQ(b[3], 0x01);  // bit 31: low bit of the first big-endian word
+    EXPECT_EQ(b[4], 0x80);  // bit 32: high bit of the second word
+}
+
+TEST(BitmapTest, ScanFindsASingleBitWherever) {
+    for (uint32_t bit : {0u, 1u, 7u, 8u, 31u, 32u, 63u, 64u, 65u, 1000u, 4094u, 4095u}) {
+        SCOPED_TRACE(bit);
+        Vlans b = withBits({bit});
+        EXPECT_EQ(GET_FIRST_BIT_BITMAP(b, 4096), bit);
+        EXPECT_EQ(GET_NEXT_BIT_BITMAP(b, 4096, bit), kNoBit);
+        if (bit > 0) {
+            EXPECT_EQ(GET_NEXT_BIT_BITMAP(b, 4096, bit - 1), bit);
+            EXPECT_EQ(GET_NEXT_BIT_BITMAP(b, 4096, 0), bit);
+        }
+    }
+}
+
+TEST(BitmapTest, ScanAgreesWithTestOnEveryBit) {
+    // Every single-bit position, so each byte offset within the eight-byte skip is covered.
+    for (uint32_t bit = 0; bit < 4096; ++bit) {
+        Vlans b = withBits({bit});
+        ASSERT_EQ(GET_FIRST_BIT_BITMAP(b, 4096), bit);
+    }
+}
+
+TEST(BitmapTest, WalkVisitsEveryBitInOrder) {
+    Vlans b = withBits({0, 7, 8, 31, 32, 100, 2047, 2048, 4095});
+    EXPECT_EQ(walk(b, 4096), (std::vector<uint32_t>{0, 7, 8, 31, 32, 100, 2047, 2048, 4095}));
+}
+
+TEST(BitmapTest, ScanIsBoundedByNbitsAndBySpan) {
+    Vlans b = withBits({31, 32, 897, 4095});
+    EXPECT_EQ(walk(b, 898), (std::vector<uint32_t>{31, 32, 897}));
+    EXPECT_EQ(walk(b, 897), (std::vector<uint32_t>{31, 32}));
+    EXPECT_EQ(GET_FIRST_BIT_BITMAP(b, 31), kNoBit);
+    EXPECT_EQ(GET_FIRST_BIT_BITMAP(b, 32), 31);
+    EXPECT_EQ(GET_NEXT_BIT_BITMAP(b, 4096, 4095), kNoBit);
+    EXPECT_EQ(GET_NEXT_BIT_BITMAP(b, 4096, 0xFFFF), kNoBit);
+    EXPECT_EQ(GET_NEXT_BIT_BITMAP(b, 100, 200), kNoBit);
+
+    // nbits larger than the span is clamped to it: the 4-byte span ends at bit 31.
+    std::span<const uint8_t> four(b.data(), 4);
+    EXPECT_EQ(walk(four, 4096), (std::vector<uint32_t>{31}));
+    // Bit 32 of the whole bitmap is bit 0 of the span that starts at byte 4.
+    EXPECT_EQ(GET_FIRST_BIT_BITMAP(std::span<const uint8_t>(b).subspan(4), 0xFFFFFFFF), 0);
+    EXPECT_EQ(GET_FIRST_BIT_BITMAP({}, 4096), kNoBit);
+    EXPECT_EQ(GET_FIRST_BIT_BITMAP(b, 0), kNoBit);
+}
+
+TEST(BitmapTest, EmptyAndAndDiff) {
+    Vlans zero{};
+    EXPECT_TRUE(BITMAP_IS_EMPTY(zero));
+    EXPECT_FALSE(BITMAP_IS_EMPTY(withBits({4095})));
+    EXPECT_TRUE(BITMAP_IS_EMPTY({}));
+
+    Vlans a = withBits({1, 5, 9, 4095});
+    Vlans b = withBits({5, 9, 10, 4095});
+    Vlans dst{};
+    BITMAP_AND_BITMAPS(dst, a, b);
+    EXPECT_EQ(walk(dst, 4096), (std::vector<uint32_t>{5, 9, 4095}));
+    BITMAP_DIFF_BITMAPS(dst, a, b);
+    EXPECT_EQ(walk(dst, 4096), (std::vector<uint32_t>{1}));
+
+    // Over the shortest of the three: bytes of dst past it stay as they were.
+    std::array<uint8_t, 4> small{};
+    std::memset(dst.data(), 0xFF, dst.size());
+    BITMAP_AND_BITMAPS(dst, std::span<const uint8_t>(a).first(2), b);
+    EXPECT_EQ(dst[0], a[0] & b[0]);
+    EXPECT_EQ(dst[1], a[1] & b[1]);
+    EXPECT_EQ(dst[2], 0xFF);
+    BITMAP_DIFF_BITMAPS(small, a, b);
+    EXPECT_EQ(small[0], 0x40);  // bit 1
+    EXPECT_EQ(small[1], 0x00);
+}
+
+std::string vlanText(const Vlans& b, size_t len = 16384) {
+    std::vector<char> out(len + 1, '#');
+    int n = convertVlanBitMap2VlanString(b, out.data(), len);
+    EXPECT_EQ(static_cast<size_t>(n), std::strlen(out.data()));
+    EXPECT_EQ(out[len], '#');  // nothing written past len
+    return std::string(out.data());
+}
+
+Vlans range(uint32_t first, uint32_t last) {
+    Vlans b{};
+    for (uint32_t n = first; n <= last; ++n) vorn::bmp::set(b, n);
+    return b;
+}
+
+TEST(VlanStringTest, RangesAndCommas) {
+    Vlans mixed = withBits({2, 5, 6, 7, 8, 9, 12});
+    const struct {
+        Vlans bits;
+        const char* text;
+    } cases[] = {
+        {Vlans{}, ""},
+        {withBits({1}), "1"},
+        {withBits({1, 2}), "1-2"},
+        {mixed, "2,5-9,12"},
+        {withBits({4095}), "4095"},
+        {withBits({0}), "0"},
+        {withBits({0, 1, 3}), "0-1,3"},
+        {range(1, 4095), "1-4095"},
+        {range(0, 4095), "0-4095"},
+        {withBits({4094, 4095}), "4094-4095"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(vlanText(c.bits), c.text);
+}
+
+TEST(VlanStringTest, ShortBufferStopsAtTheLastWholeEntry) {
+    Vlans b = withBits({2, 5, 6, 7, 8, 9, 12});
+    EXPECT_EQ(vlanText(b, 9), "2,5-9,12");  // exactly fits with its NUL
+    EXPECT_EQ(vlanText(b, 8), "2,5-9");
+    EXPECT_EQ(vlanText(b, 6), "2,5-9");
+    EXPECT_EQ(vlanText(b, 5), "2");
+    EXPECT_EQ(vlanText(b, 2), "2");
+    EXPECT_EQ(vlanText(b, 1), "");
+    char untouched = '#';
+    EXPECT_EQ(convertVlanBitMap2VlanString(b, &untouched, 0), 0);
+    EXPECT_EQ(untouched, '#');
+}
+
+TEST(VlanStringTest, EveryOtherVlanFitsTheManagersBuffer) {
+    Vlans b{};
+    for (uint32_t n = 1; n < 4096; n += 2) vorn::bmp::set(b, n);
+    std::string text = vlanText(b);
+    EXPECT_EQ(text.substr(0, 8), "1,3,5,7,");
+    EXPECT_EQ(text.substr(text.size() - 10), ",4093,4095");
+    EXPECT_EQ(std::count(text.begin(), text.end(), ','), 2047);
+}
+
+}  // namespace

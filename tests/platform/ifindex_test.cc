@@ -1,0 +1,246 @@
+// Interface indexes: layout, names, the VLAN-interface list walk and the compressed
+// physical/LAG interface list.
+#include "platform/ifindex.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace ifm = vorn::ifm;
+
+struct IfCase {
+    uint32_t type, slot, port, id;
+    uint32_t ifIndex;  // expected raw value
+    const char* shortName;
+    const char* longName;
+};
+
+const IfCase kIfCases[] = {
+    {ifm::kTypeGigabit, 0, 1, 0, 0x0A000100, "Gi 0/1", "GigabitEthernet 0/1"},
+    {ifm::kTypeGigabit, 11, 63, 0, 0x0A0B3F00, "Gi 11/63", "GigabitEthernet 11/63"},
+    {ifm::kTypeTenGigabit, 1, 2, 0, 0x0B010200, "Te 1/2", "TenGigabitEthernet 1/2"},
+    {ifm::kTypeManagement, 0, 0, 0, 0x01000000, "Ma 0/0", "ManagementEthernet 0/0"},
+    {ifm::kTypeLag, 0, 0, 5, 0x16000005, "Po 5", "Port-channel 5"},
+    {ifm::kTypeLag, 0, 0, 1, 0x16000001, "Po 1", "Port-channel 1"},
+    {ifm::kTypeLag, 0, 0, 128, 0x16000080, "Po 128", "Port-channel 128"},
+    {ifm::kTypeVlan, 0, 0, 10, 0x1800000A, "Vl 10", "Vlan 10"},
+    {ifm::kTypeVlan, 0, 0, 1, 0x18000001, "Vl 1", "Vlan 1"},
+    {ifm::kTypeVlan, 0, 0, 4095, 0x18000FFF, "Vl 4095", "Vlan 4095"},
+};
+
+std::string shortName(uint32_t ifIndex) {
+    char buf[64];
+    return ifmIfIndexToName(ifIndex, buf, sizeof buf);
+}
+std::string longName(uint32_t ifIndex) {
+    char buf[64];
+    return ifmIfIndexToLName(ifIndex, buf, sizeof buf);
+}
+
+TEST(IfIndexTest, RoundTripsEveryType) {
+    for (const IfCase& c : kIfCases) {
+        SCOPED_TRACE(c.shortName);
+        uint32_t ifIndex = ifmCreateIfIndex(c.type, c.slot, c.port, c.id);
+        EXPECT_EQ(ifIndex, c.ifIndex);
+        EXPECT_EQ(ifmIfIndexToIfType(ifIndex), c.type);
+        bool port = c.type == ifm::kTypeGigabit || c.type == ifm::kTypeTenGigabit ||
+                    c.type == ifm::kTypeManagement;
+        if (port) {
+            EXPECT_EQ(ifmIfIndexToSlotId(ifIndex), c.slot);
+            EXPECT_EQ(ifmIfIndexToPortId(ifIndex), c.port);
+        }
+        EXPECT_EQ(ifmIfIndexToIfNum(ifIndex), port ? 0u : c.id);
+        EXPECT_EQ(ifmIfIndexToVlanId(ifIndex), c.type == ifm::kTypeVlan ? c.id : 0u);
+        EXPECT_EQ(ifmIfIndexToPlFlag(ifIndex),
+                  c.type == ifm::kTypeGigabit || c.type == ifm::kTypeTenGigabit ? 1 : 0);
+        EXPECT_EQ(shortName(ifIndex), c.shortName);
+        EXPECT_EQ(longName(ifIndex), c.longName);
+    }
+}
+
+TEST(IfIndexTest, OutOfRangeOrUnknownIndexesAreNamedUnknown) {
+    const uint32_t cases[] = {
+        0x16000000,  // LAG 0
+        0x16000081,  // LAG 129
+        0x18000000,  // VLAN 0
+        0x18001000,  // VLAN 4096
+        0x07000100,  // type 7
+        0x00000000,  // type 0
+        0x0A0C0000,  // slot 12
+        0x0A004000,  // port 64
+        0x0A000101,  // low byte of a port index set
+        0x16010005,  // LAG with a slot byte
+    };
+    for (uint32_t ifIndex : cases) {
+        char want[32];
+        std::snprintf(want, sizeof want, "Unknown(0x%08x)", ifIndex);
+        EXPECT_EQ(shortName(ifIndex), want);
+        EXPECT_EQ(longName(ifIndex), want);
+    }
+    EXPECT_EQ(ifmCreateIfIndex(7, 1, 1, 1), 0u);
+}
+
+TEST(IfIndexTest, NameIsCutToTheBuffer) {
+    char buf[8];
+    std::memset(buf, 'x', sizeof buf);
+    EXPECT_EQ(ifmIfIndexToLName(0x0A000100, buf, 4), buf);
+    EXPECT_STREQ(buf, "Gig");
+    EXPECT_EQ(buf[4], 'x');
+    ifmIfIndexToName(0x16000000, buf, sizeof buf);
+    EXPECT_STREQ(buf, "Unknown");
+    buf[0] = 'x';
+    ifmIfIndexToName(0x0A000100, buf, 0);
+    EXPECT_EQ(buf[0], 'x');
+}
+
+// The VLAN-interface list: u32 count, then count u32 ifIndexes, big-endian.
+std::vector<uint32_t> walk(const std::vector<uint8_t>& list) {
+    std::vector<uint32_t> out;
+    uint32_t cursor = 0, ifIndex = 0;
+    while (ifmVlanIfListGetNextIfIndex(list, &cursor, &ifIndex) == 0) out.push_back(ifIndex);
+    return out;
+}
+
+TEST(IfIndexTest, VlanListWalkStopsAtCountOrAtTheEndOfTheSpan) {
+    const std::vector<uint8_t> three = {
+        0x00, 0x00, 0x00, 0x03,  // count 3
+        0x18, 0x00, 0x00, 0x0A,  // Vl 10
+        0x18, 0x00, 0x00, 0x14,  // Vl 20
+        0x18, 0x00, 0x0F, 0xFF,  // Vl 4095
+        0xDE, 0xAD, 0xBE, 0xEF,  // past the count: not read
+    };
+    EXPECT_EQ(walk(three), (std::vector<uint32_t>{0x1800000A, 0x18000014, 0x18000FFF}));
+
+    const std::vector<uint8_t> overclaimed = {
+        0x00, 0x00, 0x00, 0x05,  // count 5, but only two whole entries follow
+        0x18, 0x00, 0x00, 0x01,  // Vl 1
+        0x18, 0x00, 0x00, 0x02,  // Vl 2
+        0x18, 0x00,              // half an entry
+    };
+    EXPECT_EQ(walk(overclaimed), (std::vector<uint32_t>{0x18000001, 0x18000002}));
+
+    EXPECT_TRUE(walk({0, 0, 0, 0}).empty());
+    EXPECT_TRUE(walk({0, 0, 0}).empty());
+    EXPECT_TRUE(walk({}).empty());
+    uint32_t cursor = 0;
+    EXPECT_EQ(ifmVlanIfListGetNextIfIndex(three, &cursor, nullptr), -1);
+}
+
+struct ListDeleter {
+    void operator()(IfmPhysLagIfList* l) const { ifmPhysLagIfListFree(l); }
+};
+using ListPtr = std::unique_ptr<IfmPhysLagIfList, ListDeleter>;
+ListPtr newList() { return ListPtr(ifmPhysLagIfListInit()); }
+
+std::vector<uint32_t> members(const IfmPhysLagIfList* list) {
+    std::vector<uint32_t> out;
+    for (uint32_t i = ifmPhysLagIfListGetNextIfIndex(list, 0); i != 0;
+         i = ifmPhysLagIfListGetNextIfIndex(list, i)) {
+        out.push_back(i);
+    }
+    return out;
+}
+
+TEST(PhysLagListTest, KeepsPortsAndLagsSortedAndRefusesOthers) {
+    ListPtr list = newList();
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x16000005), 0);
+    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x0B010200), 0);
+    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x0A000100), 0);
+    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x0A000100), 0);  // already there
+    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x1800000A), -1);  // VLAN
+    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x01000000), -1);  // management
+    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x16000000), -1);  // LAG 0
+    EXPECT_EQ(ifmPhysLagIfListCount(list.get()), 3);
+    EXPECT_EQ(members(list.get()), (std::vector<uint32_t>{0x0A000100, 0x0B010200, 0x16000005}));
+    EXPECT_EQ(ifmPhysLagIfListHasIfIndex(list.get(), 0x0B010200), 1);
+    EXPECT_EQ(ifmPhysLagIfListHasIfIndex(list.get(), 0x0B010300), 0);
+    EXPECT_EQ(ifmPhysLagIfListGetNextIfIndex(list.get(), 0x16000005), 0u);
+}
+
+TEST(PhysLagListTest, CompressWritesCountEntriesAndZeroTail) {
+    ListPtr list = newList();
+    ifmPhysLagIfListAddIfIndex(list.get(), 0x16000005);
+    ifmPhysLagIfListAddIfIndex(list.get(), 0x0A000100);
+    std::vector<uint8_t> out(ifm::kCompressedListLen, 0xEE);
+    ASSERT_EQ(ifmCompressPhyLagIFList(list.get(), out), 0);
+    const std::vector<uint8_t> head = {
+        0x00, 0x00, 0x00, 0x02,  // count 2
+        0x0A, 0x00, 0x01, 0x00,  // Gi 0/1
+        0x16, 0x00, 0x00, 0x05,  // Po 5
+    };
+    EXPECT_TRUE(std::equal(head.begin(), head.end(), out.begin()));
+    EXPECT_TRUE(std::all_of(out.begin() + 12, out.end(), [](uint8_t b) { return b == 0; }));
+
+    ListPtr back = newList();
+    ASSERT_EQ(ifmDeCompressPhyLagIFList(out, back.get()), 0);
+    EXPECT_EQ(members(back.get()), members(list.get()));
+
+    std::vector<uint8_t> shortOut(ifm::kCompressedListLen - 1);
+    EXPECT_EQ(ifmCompressPhyLagIFList(list.get(), shortOut), -1);
+}
+
+TEST(PhysLagListTest, CompressHoldsAtMost81Interfaces) {
+    ListPtr list = newList();
+    for (uint32_t port = 0; port < 64; ++port) {
+        ASSERT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), ifmCreateIfIndex(10, 0, port, 0)), 0);
+    }
+    for (uint32_t lag = 1; lag <= 17; ++lag) {
+        ASSERT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), ifmCreateIfIndex(22, 0, 0, lag)), 0);
+    }
+    std::vector<uint8_t> out(ifm::kCompressedListLen);
+    ASSERT_EQ(ifmCompressPhyLagIFList(list.get(), out), 0);  // exactly 81: fills all 328
+    ListPtr back = newList();
+    ASSERT_EQ(ifmDeCompressPhyLagIFList(out, back.get()), 0);
+    EXPECT_EQ(ifmPhysLagIfListCount(back.get()), 81);
+    EXPECT_EQ(members(back.get()), members(list.get()));
+
+    ASSERT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), ifmCreateIfIndex(22, 0, 0, 18)), 0);
+    EXPECT_EQ(ifmCompressPhyLagIFList(list.get(), out), -1);
+}
+
+TEST(PhysLagListTest, DecompressRefusesBadInputAndLeavesListAlone) {
+    ListPtr list = newList();
+    ifmPhysLagIfListAddIfIndex(list.get(), 0x0A000200);
+
+    std::vector<uint8_t> tooMany(ifm::kCompressedListLen + 4, 0);
+    tooMany[3] = 82;  // count 82 (the buffer could hold it)
+    for (size_t i = 0; i < 82; ++i) {
+        tooMany[4 + i * 4] = 0x0A;
+        tooMany[4 + i * 4 + 2] = static_cast<uint8_t>(i % 64);
+    }
+    EXPECT_EQ(ifmDeCompressPhyLagIFList(tooMany, list.get()), -1);
+
+    const std::vector<uint8_t> truncated = {
+        0x00, 0x00, 0x00, 0x03,  // count 3, only two entries present
+        0x0A, 0x00, 0x01, 0x00,  // Gi 0/1
+        0x16, 0x00, 0x00, 0x05,  // Po 5
+    };
+    EXPECT_EQ(ifmDeCompressPhyLagIFList(truncated, list.get()), -1);
+
+    const std::vector<uint8_t> withVlan = {
+        0x00, 0x00, 0x00, 0x02,  // count 2
+        0x0A, 0x00, 0x01, 0x00,  // Gi 0/1
+        0x18, 0x00, 0x00, 0x0A,  // Vl 10: not a port or LAG
+    };
+    EXPECT_EQ(ifmDeCompressPhyLagIFList(withVlan, list.get()), -1);
+    EXPECT_EQ(ifmDeCompressPhyLagIFList(std::span<const uint8_t>(truncated).first(3),
+                                        list.get()),
+              -1);
+    EXPECT_EQ(members(list.get()), (std::vector<uint32_t>{0x0A000200}));
+
+    // An input shorter than 328 bytes that holds its whole count is accepted.
+    const std::vector<uint8_t> one = {0, 0, 0, 1, 0x16, 0, 0, 0x07};
+    EXPECT_EQ(ifmDeCompressPhyLagIFList(one, list.get()), 0);
+    EXPECT_EQ(members(list.get()), (std::vector<uint32_t>{0x0A000200, 0x16000007}));
+}
+
+}  // namespace
