@@ -1,0 +1,210 @@
+// LAG member lists: insertion order, compaction on removal, the designated port, the
+// 32-member limit and refused notifications.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "platform/codec.h"
+#include "platform/ifindex.h"
+#include "ringdb/ringdb.h"
+#include "support/mgr_fixture.h"
+#include "task/trace.h"
+
+namespace {
+
+using vorn::test::MgrTest;
+namespace ifm = vorn::ifm;
+
+constexpr const char* kAdd = "vornProcessAddLagPort";
+constexpr const char* kDel = "vornProcessDelLagPort";
+
+uint32_t po(uint32_t lag) { return ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag); }
+// The GigabitEthernet ifIndex whose port number is n (n >= 129).
+uint32_t phys(uint16_t n) {
+    return ifmCreateIfIndex(ifm::kTypeGigabit, (n - 129u) / 64, (n - 129u) % 64, 0);
+}
+
+std::array<uint8_t, 8> lagRec(uint32_t lagIfIndex, uint32_t memberIfIndex) {
+    std::array<uint8_t, 8> rec{};
+    vorn::be::Writer w(rec.data(), rec.size());
+    w.u32(0, lagIfIndex);
+    w.u32(4, memberIfIndex);
+    return rec;
+}
+
+class LagTest : public MgrTest {
+protected:
+    void SetUp() override {
+        MgrTest::SetUp();
+        lag_ = vornCreatePortEntry(po(1), VORN_CREATOR_IFM);
+        ASSERT_NE(lag_, nullptr);
+        ASSERT_NE(lag_->pLagPortList, nullptr);
+    }
+    VornPortEntry* member(uint16_t n) {
+        if (gVornPort[n] == nullptr) vornCreatePortEntry(phys(n), VORN_CREATOR_IFM);
+        return gVornPort[n];
+    }
+    int add(uint16_t n) {
+        member(n);
+        auto rec = lagRec(po(1), phys(n));
+        return vornLagInsertMember(rec.data(), rec.size(), kAdd);
+    }
+    int del(uint16_t n) {
+        auto rec = lagRec(po(1), phys(n));
+        return vornLagRemoveMember(rec.data(), rec.size(), kDel);
+    }
+    // The members as the list holds them, up to the first free slot.
+    std::vector<uint16_t> members() const {
+        std::vector<uint16_t> v;
+        for (uint16_t m : lag_->pLagPortList->members) {
+            if (m == 0) break;
+            v.push_back(m);
+        }
+        return v;
+    }
+    const VornLagPortList& list() const { return *lag_->pLagPortList; }
+
+    VornPortEntry* lag_ = nullptr;
+};
+
+TEST_F(LagTest, MembersKeepArrivalOrderAndTheSmallestIsDesignated) {
+    ASSERT_EQ(add(200), 0);
+    ASSERT_EQ(add(150), 0);
+    member(300);
+    vornDbgPrint = 1;
+    std::string out = captureStdout([&] { EXPECT_EQ(add(300), 0); });
+    EXPECT_EQ(out,
+              "vornProcessAddLagPort: u2Lag 1, u2PortInLag 300 \r\n"
+              "vornProcessAddLagPort: inserting in index 2, empty 3 \r\n"
+              "index 0: PN 200 \r\n"
+              "index 1: PN 150 \r\n"
+              "index 2: PN 300 \r\n"
+              "lastEmptyIndex 3, designatedPort 150\r\n");
+    EXPECT_EQ(members(), (std::vector<uint16_t>{200, 150, 300}));
+    EXPECT_EQ(list().lastEmptyIndex, 3);
+    EXPECT_EQ(list().desgPortNum, 150);
+    for (uint16_t n : {150, 200, 300}) EXPECT_EQ(gVornPort[n]->u2LagParent, 1) << n;
+}
+
+TEST_F(LagTest, RemovalMovesTheLastMemberIntoTheHole) {
+    for (uint16_t n : {200, 150, 300}) ASSERT_EQ(add(n), 0);
+    const struct {
+        uint16_t remove;
+        std::vector<uint16_t> members;
+        uint16_t desg;
+        const char* trace;  // checked for the first step only
+    } steps[] = {
+        // Not the designated port: it stays.
+        {200, {300, 150}, 150,
+         "vornProcessDelLagPort: u2Lag 1, u2PortInLag 200 \r\n"
+         "vornProcessDelLagPort: deleting index 0, empty 3 \r\n"
+         "index 0: PN 300 \r\n"
+         "index 1: PN 150 \r\n"
+         "lastEmptyIndex 2 \r\n"},
+        {150, {300}, 300, nullptr},  // the designated port: the smallest left takes over
+        {300, {}, 0, nullptr},
+    };
+    for (const auto& s : steps) {
+        SCOPED_TRACE(s.remove);
+        vornDbgPrint = 1;
+        std::string out = captureStdout([&] { EXPECT_EQ(del(s.remove), 0); });
+        if (s.trace != nullptr) {
+            EXPECT_EQ(out, s.trace);
+        }
+        EXPECT_EQ(members(), s.members);
+        EXPECT_EQ(list().lastEmptyIndex, s.members.size());
+        EXPECT_EQ(list().desgPortNum, s.desg);
+        EXPECT_EQ(gVornPort[s.remove]->u2LagParent, 0);
+    }
+    for (uint16_t m : list().members) EXPECT_EQ(m, 0);
+}
+
+TEST_F(LagTest, TheThirtyThirdMemberIsRefused) {
+    // Added from the highest number down, so every insert changes the designated port.
+    for (uint16_t n = 160; n >= 129; --n) ASSERT_EQ(add(n), 0) << n;
+    EXPECT_EQ(list().lastEmptyIndex, 32);
+    EXPECT_EQ(list().desgPortNum, 129);
+    const VornLagPortList before = list();
+
+    vornDbgPrint = 1;
+    std::string out = captureStdout([&] { EXPECT_EQ(add(161), -1); });
+    vornDbgPrint = 0;
+    EXPECT_NE(out.find("vornProcessAddLagPort: LAG member ports limit exceeded. Lag = 1, "
+                       "Port = 161\r\n"),
+              std::string::npos)
+        << out;
+    EXPECT_EQ(std::memcmp(&list(), &before, sizeof(before)), 0);
+    EXPECT_EQ(gVornPort[161]->u2LagParent, 0);
+
+    // Once a member leaves, the newcomer takes the last slot.
+    ASSERT_EQ(del(129), 0);
+    EXPECT_EQ(list().desgPortNum, 130);
+    ASSERT_EQ(add(161), 0);
+    EXPECT_EQ(list().members[31], 161);
+    EXPECT_EQ(list().lastEmptyIndex, 32);
+}
+
+TEST_F(LagTest, RemovingANonMemberOnlyClearsItsLagParent) {
+    for (uint16_t n : {200, 150}) ASSERT_EQ(add(n), 0);
+    member(300)->u2LagParent = 1;
+    const VornLagPortList before = list();
+    EXPECT_EQ(del(300), 0);
+    EXPECT_EQ(gVornPort[300]->u2LagParent, 0);
+    EXPECT_EQ(std::memcmp(&list(), &before, sizeof(before)), 0);
+}
+
+TEST_F(LagTest, RepeatedNotificationAddsTheMemberTwice) {
+    ASSERT_EQ(add(150), 0);
+    ASSERT_EQ(add(150), 0);
+    EXPECT_EQ(members(), (std::vector<uint16_t>{150, 150}));
+    ASSERT_EQ(del(150), 0);
+    EXPECT_EQ(members(), (std::vector<uint16_t>{150}));
+    EXPECT_EQ(list().desgPortNum, 150);
+}
+
+TEST_F(LagTest, RefusedNotificationsChangeNothing) {
+    ASSERT_EQ(add(200), 0);
+    VornPortEntry* plain = member(150);  // a physical port: it has no member list
+    VornPortEntry* inList = gVornPort[200];
+    const struct {
+        const char* name;
+        uint32_t lagIfIndex;
+        uint32_t memberIfIndex;
+        size_t len;
+        const char* traceEnd;  // how the "Invalid params" line ends; null: no such line
+    } cases[] = {
+        {"LAG without a record", po(2), phys(200), 8, "pMemberPort = 0xc8\r\n"},
+        {"member without a record", po(1), phys(400), 8, "pMemberPort = 0x190\r\n"},
+        {"member number 898", po(1), phys(898), 8, "pMemberPort = 0x382\r\n"},
+        {"LAG number 0", po(0), phys(200), 8, "pMemberPort = 0xc8\r\n"},
+        {"LAG record without a list", phys(150), phys(200), 8, "pMemberPort = 0xc8\r\n"},
+        {"record too short", po(1), phys(200), 7, nullptr},
+    };
+    const VornLagPortList before = list();
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto rec = lagRec(c.lagIfIndex, c.memberIfIndex);
+        for (auto* op : {vornLagInsertMember, vornLagRemoveMember}) {
+            vornDbgPrint = 1;
+            std::string out = captureStdout([&] { EXPECT_EQ(op(rec.data(), c.len, kAdd), -1); });
+            vornDbgPrint = 0;
+            if (c.traceEnd != nullptr) {
+                EXPECT_NE(out.find("vornProcessAddLagPort(): Invalid params: pLag = "),
+                          std::string::npos)
+                    << out;
+                EXPECT_TRUE(out.ends_with(c.traceEnd)) << out;
+            } else {
+                EXPECT_EQ(out, "");
+            }
+            EXPECT_EQ(std::memcmp(&list(), &before, sizeof(before)), 0);
+            EXPECT_EQ(inList->u2LagParent, 1);
+            EXPECT_EQ(plain->u2LagParent, 0);
+            EXPECT_EQ(plain->pLagPortList, nullptr);
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,197 @@
+// The main loop's serving order and the dispatch rows: counters, the notification sequence
+// check, the event-handler and L2PM second-level dispatch.
+
+#include <array>
+#include <string>
+
+#include "agent/pending.h"
+#include "platform/codec.h"
+#include "platform/swp.h"
+#include "support/mgr_fixture.h"
+#include "task/handlers.h"
+#include "task/msgtypes.h"
+#include "task/tcb.h"
+#include "task/trace.h"
+
+namespace vorn {
+namespace {
+
+using test::MgrTest;
+
+class DispatchTest : public MgrTest {
+protected:
+    // A message of `len` bytes from `peer` to the manager's request queue (or timer queue).
+    void send(QelKey peer, uint32_t mtype, std::vector<uint8_t> body = {}, int kind = 1) {
+        std::vector<uint8_t> m(ipc::kHdrLen + body.size());
+        std::copy(body.begin(), body.end(), m.begin() + ipc::kHdrLen);
+        be::Writer w(m.data(), m.size());
+        w.u32(ipc::kOffMlen, static_cast<uint32_t>(m.size()));
+        w.u32(ipc::kOffMtype, mtype);
+        w.u32(ipc::kOffDstSvce, qel_getQueueId(226, 0, kind));
+        ASSERT_EQ(qelIpcSend(peer, m.data(), static_cast<int>(m.size())), 0);
+    }
+    // An SWP-carried notification (IFM or L2PM) with the given sequence number, epoch 5.
+    void sendNotif(QelKey peer, uint32_t mtype, uint32_t seq, uint32_t kind = 0) {
+        std::vector<uint8_t> body(300 - ipc::kHdrLen);
+        be::Writer w(body.data(), body.size());  // offsets below are message offsets - 60
+        w.u32(swp::kOffMagic - ipc::kHdrLen, swp::kMagic);
+        w.u32(swp::kOffSeq - ipc::kHdrLen, seq);
+        w.u32(swp::kOffStream - ipc::kHdrLen, 77);
+        w.u32(swp::kOffEpoch - ipc::kHdrLen, 5);
+        w.u32(VORN_L2PM_NOTIF_KIND_OFF - ipc::kHdrLen, kind);
+        send(peer, mtype, body);
+    }
+    // Serves what is waiting: one pass of the main loop.
+    std::string pass() {
+        return captureStdout([] { vornMainLoopPass(200000); });
+    }
+};
+
+TEST_F(DispatchTest, EachTypeBumpsItsCounter) {
+    QelKey peer = openPeer(40, 1);
+    struct Case {
+        uint32_t mtype;
+        std::vector<int> counters;
+    } cases[] = {
+        {MT_SWP_TIMEOUT, {VORN_CNT_SWP_ACK_TIMEOUT}},
+        {MT_SWP_ACK, {VORN_CNT_SWP_ACK}},
+        {403, {VORN_CNT_IPC_DEFAULT}},  // between the SWP types: not one of them
+        {MT_SWP_FORCED_RESEND, {}},
+        {MT_NM, {VORN_CNT_NM}},
+        {MT_EVH_EVENT_NOTIF, {VORN_CNT_EVH_NOTIF, VORN_CNT_EVH_DEFAULT}},
+        {MT_VORN_AGT_MSG_TO_MGR, {}},
+        {12345, {VORN_CNT_IPC_DEFAULT}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.mtype);
+        auto before = gVornCounters;
+        send(peer, c.mtype, std::vector<uint8_t>(64));
+        pass();
+        auto expected = before;
+        for (int i : c.counters) expected[static_cast<size_t>(i)]++;
+        EXPECT_EQ(gVornCounters, expected);
+    }
+}
+
+TEST_F(DispatchTest, DuplicateNotificationIsCountedAndAcknowledgedButNotProcessed) {
+    QelKey l2pm = openPeer(166, 0);
+    vornErrPrint = 1;  // the IFM handler is not built yet and says so under this flag
+    sendNotif(l2pm, MT_IFM_NOTIF_MSG, 1);
+    std::string first = pass();
+    sendNotif(l2pm, MT_IFM_NOTIF_MSG, 1);
+    std::string dup = pass();
+    sendNotif(l2pm, MT_IFM_NOTIF_MSG, 3);  // a gap: asks for a resend, not processed
+    std::string gap = pass();
+
+    EXPECT_EQ(gVornCounters[VORN_CNT_IFM_NOTIF], 3u);
+    EXPECT_NE(first.find("vornProcessIfmNotif"), std::string::npos) << first;
+    EXPECT_EQ(dup.find("vornProcessIfmNotif"), std::string::npos) << dup;
+    EXPECT_EQ(gap.find("vornProcessIfmNotif"), std::string::npos) << gap;
+    // Acknowledgement, acknowledgement again, resend request for 2.
+    std::vector<std::pair<uint32_t, uint32_t>> got;
+    for (int i = 0; i < 3; ++i) {
+        auto m = recvOn(l2pm);
+        ASSERT_FALSE(m.empty());
+        be::Reader rd(m.data(), m.size());
+        got.emplace_back(rd.u32(ipc::kOffMtype), rd.u32(swp::kOffSeq));
+    }
+    EXPECT_EQ(got, (std::vector<std::pair<uint32_t, uint32_t>>{
+                       {MT_SWP_ACK, 1}, {MT_SWP_ACK, 1}, {MT_SWP_FORCED_RESEND, 2}}));
+}
+
+TEST_F(DispatchTest, NotificationTraceLinesFollowTheSequenceCheck) {
+    QelKey l2pm = openPeer(166, 0);
+    vornDbgPrint = 1;
+    sendNotif(l2pm, MT_IFM_NOTIF_MSG, 1);
+    EXPECT_NE(pass().find("vornProcessIpcMsg: MT_IFM_NOTIF_MSG - SWP success \r\n"),
+              std::string::npos);
+    sendNotif(l2pm, MT_IFM_NOTIF_MSG, 9);
+    EXPECT_NE(pass().find("vornProcessIpcMsg: MT_IFM_NOTIF_MSG - SWP failure \r\n"),
+              std::string::npos);
+    sendNotif(l2pm, MT_IFM_NOTIF_MSG, 1);
+    std::string dup = pass();
+    EXPECT_EQ(dup.find("SWP failure"), std::string::npos) << "duplicates are dropped silently";
+    EXPECT_EQ(dup.find("SWP success"), std::string::npos);
+}
+
+TEST_F(DispatchTest, CardEventsReachTheirHandlersUnderTheirOwnCounters) {
+    QelKey evh = openPeer(30, 0);
+    vornErrPrint = 1;
+    struct Case {
+        uint32_t event;
+        int counter;
+        const char* handler;
+    } cases[] = {
+        {CHMGR_CARD_UP, VORN_CNT_EVH_CARD_UP, "vornEventCardUp"},
+        {CHMGR_CARD_DOWN, VORN_CNT_EVH_CARD_DOWN, "vornEventCardDown"},
+        {CHMGR_CARD_SHUTDOWN, VORN_CNT_EVH_CARD_SHUTDOWN, "vornEventCardDown"},
+        {0x999999, VORN_CNT_EVH_DEFAULT, nullptr},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.event);
+        auto before = gVornCounters;
+        std::vector<uint8_t> body(16);
+        be::Writer w(body.data(), body.size());
+        w.u32(VORN_EVH_EVENT_OFF - ipc::kHdrLen, c.event);
+        w.u32(VORN_EVH_SLOT_OFF - ipc::kHdrLen, 3);
+        send(evh, MT_EVH_EVENT_NOTIF, body);
+        std::string out = pass();
+        auto expected = before;
+        expected[VORN_CNT_EVH_NOTIF]++;
+        expected[static_cast<size_t>(c.counter)]++;
+        EXPECT_EQ(gVornCounters, expected);
+        if (c.handler != nullptr) {
+            EXPECT_NE(out.find(c.handler), std::string::npos) << out;
+        }
+    }
+}
+
+TEST_F(DispatchTest, EndOfConfigurationDownloadsInterfacesOnce) {
+    QelKey l2pm = openPeer(166, 0);
+    vornErrPrint = 1;
+    vornTcb.vornaSwpHandle[3] = 1234;  // an agent is registered in slot 3
+    vornTcb.vornaSwpHandle[7] = 5678;
+    sendNotif(l2pm, MT_L2PM_NOTIF, 1, VORN_L2PM_NOTIF_EOCONF);
+    std::string first = pass();
+    sendNotif(l2pm, MT_L2PM_NOTIF, 2, VORN_L2PM_NOTIF_EOCONF);
+    std::string second = pass();
+    vornTcb.vornaSwpHandle = {};
+
+    auto count = [](const std::string& s, const std::string& what) {
+        size_t n = 0;
+        for (size_t p = s.find(what); p != std::string::npos; p = s.find(what, p + 1)) n++;
+        return n;
+    };
+    EXPECT_EQ(vornTcb.recvEOConf, 1u);
+    EXPECT_EQ(count(first, "vornDnldIfInfoToAgt"), 2u) << first;
+    EXPECT_EQ(count(second, "vornDnldIfInfoToAgt"), 0u) << second;
+    EXPECT_EQ(gVornCounters[VORN_CNT_L2PM_NOTIF], 2u);
+}
+
+TEST_F(DispatchTest, OnePassServesRequestQueueThenTimerQueue) {
+    QelKey peer = openPeer(40, 1);
+    send(peer, MT_SWP_TIMEOUT, {}, ipc::kKindTimer);
+    send(peer, MT_NM, std::vector<uint8_t>(64), ipc::kKindRequest);
+    send(peer, MT_NM, std::vector<uint8_t>(64), ipc::kKindRequest);
+    vornDbgPrint = 1;
+    std::string out = pass();
+    size_t req = out.find("vornMainThr: Msg on Request Q \r\n");
+    size_t tmr = out.find("vornMainThr: Msg on Timer Q \r\n");
+    ASSERT_NE(req, std::string::npos) << out;
+    ASSERT_NE(tmr, std::string::npos) << out;
+    EXPECT_LT(req, tmr);
+    // At most one message per source per pass: the second request waits for the next pass.
+    EXPECT_EQ(gVornCounters[VORN_CNT_NM], 1u);
+    EXPECT_EQ(gVornCounters[VORN_CNT_SWP_ACK_TIMEOUT], 1u);
+    pass();
+    EXPECT_EQ(gVornCounters[VORN_CNT_NM], 2u);
+}
+
+TEST_F(DispatchTest, TimeOutPassPrintsNothing) {
+    vornDbgPrint = 1;
+    std::string out = captureStdout([] { EXPECT_EQ(vornMainLoopPass(1000), 0); });
+    EXPECT_EQ(out, "");
+}
+
+}  // namespace
+}  // namespace vorn
