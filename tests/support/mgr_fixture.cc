@@ -6,7 +6,9 @@
 #include <cstdio>
 
 #include "agent/pending.h"
+#include "l2pm/l2pm.h"
 #include "platform/mem.h"
+#include "ringdb/records.h"
 #include "platform/swp.h"
 #include "task/handlers.h"
 #include "task/pools.h"
@@ -27,6 +29,10 @@ void MgrTest::SetUp() {
     ASSERT_EQ(vornCreateMemPools(), 0);
     vornTcb.swpPipefd = qelSwpCreatePipe("/qel/pipe/vornSwpPipe");
     vornInitGlobals();
+    // What start-up's reset leaves alone (a fresh process starts with them zero).
+    gVornStgInst.fill(0);
+    vornActiveRings = 0;
+    gHalVornForcePortOwnerShip = 1;
     gapVornDbgDnldBuf.fill(nullptr);
     gpVornL2PmInstPortOwnBuf = gpVornL2PmPortStateBuf = gpVornL2PmFlushBuf = nullptr;
 }

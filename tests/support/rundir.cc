@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "platform/cfgstore.h"
 #include "platform/ipc.h"
 #include "platform/mem.h"
 #include "platform/shell.h"
@@ -19,6 +20,7 @@ RunDir::RunDir() {
     host::resetIpcForTest();
     host::resetMemForTest();
     shell::resetForTest();
+    host::resetCfgStoreForTest();
     std::string err;
     if (!host::setRunDir(path_, &err)) throw std::runtime_error(err);
 }
@@ -28,6 +30,7 @@ RunDir::~RunDir() {
     host::resetIpcForTest();
     host::resetMemForTest();
     shell::resetForTest();
+    host::resetCfgStoreForTest();
     std::error_code ec;
     std::filesystem::remove_all(path_, ec);
 }

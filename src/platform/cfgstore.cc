@@ -1,0 +1,165 @@
+// The configuration store: an ordered map from key to line, and the atomic rewrite of the
+// two configuration files after every change.
+
+#include "platform/cfgstore.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <tuple>
+
+namespace {
+
+// Print position of a ring line's command id within its ring: 0, 1, 2, 3, 4, 7, 6, 5.
+// Ids the store does not know follow, in ascending order.
+uint64_t commandRank(uint32_t commandId) {
+    static constexpr uint8_t kRank[8] = {0, 1, 2, 3, 4, 7, 6, 5};
+    return commandId < 8 ? kRank[commandId] : uint64_t{8} + commandId;
+}
+
+// The key of a line, ordered as the files print it: sections (ring lines, header, debug
+// entries), then by ring, then within the section.
+struct Key {
+    QelCfgSection section;
+    uint16_t ringId;
+    uint32_t commandId;
+    uint16_t lineIndex;
+    uint32_t debugType;
+    uint32_t debugMode;
+
+    explicit Key(const QelCfgRecord& r)
+        : section(r.section),
+          ringId(r.ringId),
+          commandId(r.commandId),
+          lineIndex(r.lineIndex),
+          debugType(r.debugType),
+          debugMode(r.debugMode) {}
+
+    bool operator<(const Key& o) const {
+        auto tie = [](const Key& k) {
+            return std::make_tuple(static_cast<uint8_t>(k.section), k.ringId,
+                                   commandRank(k.commandId), k.lineIndex, k.debugType, k.debugMode);
+        };
+        return tie(*this) < tie(o);
+    }
+};
+
+struct Store {
+    std::mutex mu;
+    std::map<Key, std::string> lines;
+};
+
+Store& store() {
+    static Store s;
+    return s;
+}
+
+// The text of one file: every line of the given sections, in key order, each followed by
+// "\r\n". Caller holds the lock.
+std::string render(const Store& s, bool debugFile) {
+    std::string out;
+    for (const auto& [key, text] : s.lines) {
+        bool isDebug = key.section != QelCfgSection::kRing;
+        if (isDebug != debugFile) continue;
+        out += text;
+        out += "\r\n";
+    }
+    return out;
+}
+
+// Writes `content` to DIR/name through a temporary file in the same directory and a
+// rename, so that the file is replaced whole. Returns false, with the reason on stderr.
+bool writeAtomic(const std::string& name, const std::string& content) {
+    const std::string& dir = vorn::host::options().rundir;
+    if (dir.empty()) {
+        std::fprintf(stderr, "cfgstore: no run directory, %s not written\n", name.c_str());
+        return false;
+    }
+    std::string path = dir + "/" + name;
+    std::string tmp = dir + "/." + name + ".tmp." + std::to_string(getpid());
+    int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        std::fprintf(stderr, "cfgstore: cannot create %s: %s\n", tmp.c_str(), std::strerror(errno));
+        return false;
+    }
+    size_t done = 0;
+    while (done < content.size()) {
+        ssize_t n = write(fd, content.data() + done, content.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        done += static_cast<size_t>(n);
+    }
+    bool ok = done == content.size();
+    if (close(fd) != 0) ok = false;
+    if (ok && rename(tmp.c_str(), path.c_str()) != 0) ok = false;
+    if (!ok) {
+        std::fprintf(stderr, "cfgstore: cannot write %s: %s\n", path.c_str(), std::strerror(errno));
+        unlink(tmp.c_str());
+    }
+    return ok;
+}
+
+// Rewrites both files. Caller holds the lock.
+bool rewrite(const Store& s) {
+    bool running = writeAtomic(vorn::host::kRunningConfigFile, render(s, false));
+    bool debug = writeAtomic(vorn::host::kDebugConfigFile, render(s, true));
+    return running && debug;
+}
+
+}  // namespace
+
+int qelCfgInsert(QelKey key, const QelCfgRecord& record) {
+    if (key < 0) return -1;
+    Store& s = store();
+    std::lock_guard<std::mutex> lock(s.mu);
+    s.lines.insert_or_assign(Key(record), record.text);
+    return rewrite(s) ? 0 : -1;
+}
+
+int qelCfgRemoveExact(QelKey key, const QelCfgRecord& record) {
+    if (key < 0) return -1;
+    Store& s = store();
+    std::lock_guard<std::mutex> lock(s.mu);
+    if (s.lines.erase(Key(record)) == 0) return -1;
+    return rewrite(s) ? 0 : -1;
+}
+
+int qelCfgSync(QelKey key) {
+    if (key < 0) return -1;
+    Store& s = store();
+    std::lock_guard<std::mutex> lock(s.mu);
+    return rewrite(s) ? 0 : -1;
+}
+
+namespace vorn::host {
+
+std::string cfgRunningConfigText() {
+    Store& s = store();
+    std::lock_guard<std::mutex> lock(s.mu);
+    return render(s, false);
+}
+
+std::string cfgDebugConfigText() {
+    Store& s = store();
+    std::lock_guard<std::mutex> lock(s.mu);
+    return render(s, true);
+}
+
+size_t cfgLineCount() {
+    Store& s = store();
+    std::lock_guard<std::mutex> lock(s.mu);
+    return s.lines.size();
+}
+
+void resetCfgStoreForTest() {
+    Store& s = store();
+    std::lock_guard<std::mutex> lock(s.mu);
+    s.lines.clear();
+}
+
+}  // namespace vorn::host

@@ -1,0 +1,156 @@
+// Configuration requests as the command line sends them: built field by field, sent from a
+// CLI endpoint to the manager's request queue, served by the manager's dispatch, and the
+// reply read back.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <fstream>
+#include <initializer_list>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "config/config.h"
+#include "l2pm/l2pm.h"
+#include "platform/bitmap.h"
+#include "platform/cfgstore.h"
+#include "platform/codec.h"
+#include "platform/ifindex.h"
+#include "ringdb/records.h"
+#include "ringdb/ringdb.h"
+#include "support/mgr_fixture.h"
+#include "task/handlers.h"
+#include "task/msgtypes.h"
+#include "task/tcb.h"
+
+namespace vorn::test {
+
+inline uint32_t gi(uint32_t slot, uint32_t port) {
+    return ifmCreateIfIndex(ifm::kTypeGigabit, slot, port, 0);
+}
+inline uint32_t po(uint32_t lag) {
+    return ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag);
+}
+inline uint32_t vl(uint32_t vlan) {
+    return ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, vlan);
+}
+
+// One 1024-byte configuration request.
+class CliReq {
+public:
+    explicit CliReq(uint32_t type, uint16_t ringId) {
+        be::Writer wr = w();
+        wr.u32(ipc::kOffMlen, VORN_CLI_REQ_LEN);              // IPC header: length
+        wr.u32(ipc::kOffMtype, MT_NM);                        //   message type 6001
+        wr.u32(ipc::kOffDstSvce, qel_getQueueId(226, 0, 1));  //   to the manager
+        wr.u32(VORN_CLI_MSG_TYPE_OFF, type);                  // 72: request type
+        wr.u16(VORN_CLI_RING_ID_OFF, ringId);                 // 90: ring id
+    }
+    CliReq& no() { return u16(VORN_CLI_NO_FORM_OFF, 1); }  // 82: the "no" form
+    CliReq& mode(uint8_t m) {                              // 92: 1 master, 2 transit
+        w().u8(VORN_CLI_MODE_OFF, m);
+        return *this;
+    }
+    CliReq& hello(uint16_t v) { return u16(VORN_CLI_HELLO_OFF, v); }  // 94
+    CliReq& dead(uint16_t v) { return u16(VORN_CLI_DEAD_OFF, v); }    // 96
+    // 100 primary, 104 secondary, 108 the control VLAN's ifIndex.
+    CliReq& ifs(uint32_t pri, uint32_t sec, uint16_t ctrlVlan) {
+        be::Writer wr = w();
+        wr.u32(VORN_CLI_PRI_IF_OFF, pri);
+        wr.u32(VORN_CLI_SEC_IF_OFF, sec);
+        wr.u32(VORN_CLI_CTRL_VLAN_OFF, vl(ctrlVlan));
+        return *this;
+    }
+    // 112: the member-VLAN bitmap.
+    CliReq& vlans(const std::vector<uint16_t>& ids) {
+        std::span<uint8_t> bitmap(buf_.data() + VORN_CLI_MEMBER_VLANS_OFF, VORN_VLAN_BMAP_BYTES);
+        for (uint16_t v : ids) bmp::set(bitmap, v);
+        return *this;
+    }
+    // 624: the description, NUL-terminated.
+    CliReq& desc(const std::string& text) {
+        w().bytes(VORN_CLI_DESC_OFF, text.c_str(), text.size() + 1);
+        return *this;
+    }
+    CliReq& u16(size_t off, uint16_t v) {
+        w().u16(off, v);
+        return *this;
+    }
+    std::array<uint8_t, VORN_CLI_REQ_LEN>& buf() { return buf_; }
+
+private:
+    be::Writer w() { return be::Writer(buf_.data(), buf_.size()); }
+    std::array<uint8_t, VORN_CLI_REQ_LEN> buf_{};
+};
+
+class CfgTest : public MgrTest {
+protected:
+    void SetUp() override {
+        MgrTest::SetUp();
+        // Ports that ring configuration creates are not taken from L2PM behind its back.
+        gHalVornForcePortOwnerShip = 0;
+        cli_ = openPeer(40, 1);
+    }
+    // Sends the request, lets the manager's dispatch serve it and returns the reply
+    // (empty when none came within waitMs).
+    std::vector<uint8_t> run(CliReq& req, int waitMs = 1000) {
+        EXPECT_EQ(qelIpcSend(cli_, req.buf().data(), VORN_CLI_REQ_LEN), 0);
+        std::vector<uint8_t> rx(8192);
+        EXPECT_GT(qelIpcRecv(vornTcb.reqQfd, rx.data(), 8192, 0, 0, 0), 0);
+        vornProcessIpcMsg(rx.data());
+        return recvOn(cli_, waitMs);
+    }
+    // The reply status word (offset 64) of a served request; -1 without a reply.
+    int64_t status(CliReq&& req) { return status(req); }
+    int64_t status(CliReq& req) {
+        std::vector<uint8_t> reply = run(req);
+        if (reply.size() != VORN_CLI_REQ_LEN) return -1;
+        return be::Reader(reply.data(), reply.size()).u32(VORN_CLI_REPLY_STATUS_OFF);
+    }
+
+    // Requests of the usual kinds, for setting a ring up.
+    void create(uint16_t ring) { ASSERT_EQ(status(CliReq(VORN_CLI_PROTO, ring)), 0); }
+    void ctrlVlan(uint16_t ring, uint32_t pri, uint32_t sec, uint16_t vlan) {
+        ASSERT_EQ(status(CliReq(VORN_CLI_CTRL_VLAN, ring).ifs(pri, sec, vlan)), 0);
+    }
+    void members(uint16_t ring, const std::vector<uint16_t>& ids) {
+        ASSERT_EQ(status(CliReq(VORN_CLI_MEMBER_VLAN, ring).vlans(ids)), 0);
+    }
+
+    // DIR/running-config as the store last wrote it ("" when not written yet).
+    std::string runningConfig() const {
+        std::ifstream in(rundir_.path() + "/running-config", std::ios::binary);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        return ss.str();
+    }
+
+    // Everything a refused request must leave as it was.
+    struct Snapshot {
+        std::vector<uint8_t> rings;  // every ring record's bytes, in id order
+        std::string config;
+        VornVlanBmap ctrl;
+        VornVlanBmap mem;
+        std::vector<const void*> vlans;
+        std::vector<const void*> ports;
+        bool operator==(const Snapshot&) const = default;
+    };
+    Snapshot snapshot() const {
+        Snapshot s{{}, runningConfig(), gVornCtrlVlanBmap, gVornMemVlanBmap, {}, {}};
+        for (const VornRingEntry* r : gVornRing) {
+            if (r == nullptr) continue;
+            const auto* p = reinterpret_cast<const uint8_t*>(r);
+            s.rings.insert(s.rings.end(), p, p + sizeof(VornRingEntry));
+        }
+        s.vlans.assign(gVornVlan.begin(), gVornVlan.end());
+        s.ports.assign(gVornPort.begin(), gVornPort.end());
+        return s;
+    }
+
+    QelKey cli_ = -1;
+};
+
+}  // namespace vorn::test

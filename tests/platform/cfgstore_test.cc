@@ -1,0 +1,150 @@
+// The configuration store: one line per key, the print order of both files, removal by key,
+// the atomic rewrite after each change and what happens when a file cannot be written.
+#include "platform/cfgstore.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "support/rundir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using vorn::test::PlatformTest;
+
+QelCfgRecord ringLine(uint16_t ring, uint32_t command, uint16_t index, std::string text) {
+    QelCfgRecord r;
+    r.ringId = ring;
+    r.commandId = command;
+    r.lineIndex = index;
+    r.text = std::move(text);
+    return r;
+}
+
+QelCfgRecord debugEntry(uint16_t ring, uint32_t type, uint32_t mode, std::string text) {
+    QelCfgRecord r;
+    r.section = QelCfgSection::kDebug;
+    r.ringId = ring;
+    r.debugType = type;
+    r.debugMode = mode;
+    r.text = std::move(text);
+    return r;
+}
+
+QelCfgRecord debugHeader(std::string text) {
+    QelCfgRecord r;
+    r.section = QelCfgSection::kDebugHeader;
+    r.text = std::move(text);
+    return r;
+}
+
+class CfgStoreTest : public PlatformTest {
+protected:
+    void SetUp() override { vorn::host::resetCfgStoreForTest(); }
+    void TearDown() override { vorn::host::resetCfgStoreForTest(); }
+    std::string file(const char* name) const {
+        std::ifstream in(rundir_.path() + "/" + name, std::ios::binary);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        return ss.str();
+    }
+    std::string running() const { return file("running-config"); }
+    std::string debug() const { return file("debug-config"); }
+    // Every entry of the run directory but the two files.
+    std::vector<std::string> strayFiles() const {
+        std::vector<std::string> out;
+        for (const auto& e : fs::directory_iterator(rundir_.path())) {
+            std::string n = e.path().filename();
+            if (n != "running-config" && n != "debug-config") out.push_back(n);
+        }
+        return out;
+    }
+};
+
+TEST_F(CfgStoreTest, LinesPrintInRingAndCommandOrder) {
+    // Inserted out of order: ring 9 before ring 2, commands and member lines scrambled.
+    const QelCfgRecord lines[] = {
+        ringLine(9, 0, 0, "ring9"), ringLine(2, 5, 0, "enable"), ringLine(2, 3, 2, "mv2"),
+        ringLine(2, 6, 0, "dead"),  ringLine(2, 0, 0, "ring2"),  ringLine(2, 7, 0, "hello"),
+        ringLine(2, 3, 1, "mv1"),   ringLine(2, 4, 0, "mode"),   ringLine(2, 2, 0, "ifs"),
+        ringLine(2, 1, 0, "desc"),  ringLine(2, 3, 10, "mv10"),  ringLine(9, 4, 0, "mode9"),
+    };
+    for (const auto& l : lines) ASSERT_EQ(qelCfgInsert(0, l), 0);
+    EXPECT_EQ(running(),
+              "ring2\r\ndesc\r\nifs\r\nmv1\r\nmv2\r\nmv10\r\nmode\r\nhello\r\ndead\r\nenable\r\n"
+              "ring9\r\nmode9\r\n");
+    EXPECT_EQ(vorn::host::cfgRunningConfigText(), running());
+    EXPECT_EQ(debug(), "");
+    EXPECT_TRUE(strayFiles().empty());
+}
+
+TEST_F(CfgStoreTest, OneLinePerKeyAndRemovalByKeyAlone) {
+    const struct {
+        const char* name;
+        bool insert;  // else remove
+        QelCfgRecord rec;
+        int result;
+        std::string file;  // running-config afterwards
+    } steps[] = {
+        {"mode", true, ringLine(4, 4, 0, " mode master "), 0, " mode master \r\n"},
+        {"same key replaces", true, ringLine(4, 4, 0, " mode transit "), 0, " mode transit \r\n"},
+        {"another line index is another key", true, ringLine(4, 4, 1, "x"), 0,
+         " mode transit \r\nx\r\n"},
+        {"removal text differs", false, ringLine(4, 4, 0, "mode transit  "), 0, "x\r\n"},
+        {"no such line", false, ringLine(4, 4, 0, ""), -1, "x\r\n"},
+        {"other ring", false, ringLine(5, 4, 1, "x"), -1, "x\r\n"},
+        {"empty text", true, ringLine(4, 0, 0, ""), 0, "\r\nx\r\n"},
+    };
+    for (const auto& s : steps) {
+        SCOPED_TRACE(s.name);
+        EXPECT_EQ(s.insert ? qelCfgInsert(7, s.rec) : qelCfgRemoveExact(7, s.rec), s.result);
+        EXPECT_EQ(running(), s.file);
+    }
+    EXPECT_EQ(vorn::host::cfgLineCount(), 2u);
+}
+
+TEST_F(CfgStoreTest, DebugHeaderAndEntriesGoToTheirOwnFile) {
+    ASSERT_EQ(qelCfgInsert(0, debugEntry(8, 0xCCCC, 0x01, " VORN ring 8 packet")), 0);
+    ASSERT_EQ(qelCfgInsert(0, debugEntry(3, 0xBBBB, 0, " VORN ring 3 event")), 0);
+    ASSERT_EQ(qelCfgInsert(0, debugEntry(3, 0xAAAA, 0x11, " VORN ring 3 detail")), 0);
+    ASSERT_EQ(qelCfgInsert(0, debugHeader("debug header")), 0);
+    ASSERT_EQ(qelCfgInsert(0, ringLine(3, 0, 0, "ring3")), 0);
+    // A debug entry and a ring line with the same numbers are different keys.
+    ASSERT_EQ(qelCfgInsert(0, debugEntry(3, 0, 0, " zero")), 0);
+    EXPECT_EQ(debug(),
+              "debug header\r\n zero\r\n VORN ring 3 detail\r\n VORN ring 3 event\r\n"
+              " VORN ring 8 packet\r\n");
+    EXPECT_EQ(running(), "ring3\r\n");
+    EXPECT_EQ(vorn::host::cfgDebugConfigText(), debug());
+    ASSERT_EQ(qelCfgRemoveExact(0, debugHeader("")), 0);
+    ASSERT_EQ(qelCfgRemoveExact(0, debugEntry(3, 0xAAAA, 0x11, "")), 0);
+    EXPECT_EQ(debug(), " zero\r\n VORN ring 3 event\r\n VORN ring 8 packet\r\n");
+}
+
+TEST_F(CfgStoreTest, FailedTaskKeyChangesNothingAndSyncWritesEmptyFiles) {
+    EXPECT_EQ(qelCfgInsert(-1, ringLine(1, 0, 0, "a")), -1);
+    EXPECT_EQ(qelCfgSync(-1), -1);
+    EXPECT_EQ(vorn::host::cfgLineCount(), 0u);
+    EXPECT_FALSE(fs::exists(rundir_.path() + "/running-config"));
+    EXPECT_EQ(qelCfgSync(0), 0);
+    EXPECT_TRUE(fs::exists(rundir_.path() + "/running-config"));
+    EXPECT_TRUE(fs::exists(rundir_.path() + "/debug-config"));
+}
+
+TEST_F(CfgStoreTest, UnwritableFileKeepsTheLineForTheNextRewrite) {
+    // A directory in the file's place: the rename onto it fails, whoever runs the test.
+    fs::create_directory(rundir_.path() + "/running-config");
+    EXPECT_EQ(qelCfgInsert(0, ringLine(1, 0, 0, "a")), -1);
+    EXPECT_EQ(vorn::host::cfgLineCount(), 1u);
+    EXPECT_EQ(strayFiles().size(), 0u);  // the temporary file is gone
+    EXPECT_EQ(debug(), "");              // the other file was written
+    fs::remove(rundir_.path() + "/running-config");
+    EXPECT_EQ(qelCfgSync(0), 0);
+    EXPECT_EQ(running(), "a\r\n");
+}
+
+}  // namespace
