@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "agent/agent.h"
+#include "l2pm/l2pm.h"
 #include "platform/codec.h"
 #include "task/handlers.h"
 #include "task/msgtypes.h"
@@ -48,6 +49,7 @@ struct L2pmBuffer {
     size_t countOff;
     uint32_t base;
     uint32_t recLen;
+    void (*dump)(const uint8_t* buf);  // guarded by its own flag inside; null: none
 };
 
 }  // namespace
@@ -81,17 +83,19 @@ int vornFlushPendingMsgs() {
     const L2pmBuffer l2pmBuffers[] = {
         {&gpVornL2PmInstPortOwnBuf, "%s() Instance Port ownership msg present.\r\n",
          MT_L2PM_INST_PORT_OWNERSHIP, VORN_L2PM_INST_COUNT_OFF, VORN_L2PM_INST_BASE_LEN,
-         VORN_L2PM_INST_REC_LEN},
+         VORN_L2PM_INST_REC_LEN, halVornDumpL2PmInstPortOwnerShipMsg},
         {&gpVornL2PmPortStateBuf, "%s() L2 PM port state msg present.\r\n", MT_L2PM_PORT_STATE,
-         VORN_L2PM_PS_COUNT_OFF, VORN_L2PM_PS_BASE_LEN, VORN_L2PM_PS_REC_LEN},
+         VORN_L2PM_PS_COUNT_OFF, VORN_L2PM_PS_BASE_LEN, VORN_L2PM_PS_REC_LEN,
+         vornDumpL2PmPerPortStateMsg},
         {&gpVornL2PmFlushBuf, "%s() L2 PM Flush msg present.\r\n", MT_L2PM_FLUSH,
-         VORN_L2PM_FLUSH_COUNT_OFF, VORN_L2PM_FLUSH_BASE_LEN, VORN_L2PM_FLUSH_REC_LEN},
+         VORN_L2PM_FLUSH_COUNT_OFF, VORN_L2PM_FLUSH_BASE_LEN, VORN_L2PM_FLUSH_REC_LEN, nullptr},
     };
     for (const L2pmBuffer& b : l2pmBuffers) {
         if (*b.buf == nullptr) continue;
         VORN_DBG(b.presentFmt, kFn);
         if (vornTcb.l2pmSwpHandle != 0) {
             VORN_DBG("%s() SWP queue with L2PM present.\r\n", kFn);
+            if (b.dump != nullptr) b.dump(*b.buf);
             vornSwpSendToL2Pm(b.mtype, *b.buf, pendingLen(*b.buf, b.countOff, b.base, b.recLen));
         } else {
             vornVarPoolFree(*b.buf);

@@ -1,0 +1,164 @@
+// Ring ownership: the port states the manager hands to the L2PM relay when it takes or gives
+// up a ring's ports, and when a configuration change does either. What L2PM is then sent
+// is the relay's business and is tested with it.
+
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "agent_fixture.h"
+#include "task/trace.h"
+
+namespace vorn::test {
+namespace {
+
+constexpr uint16_t kRing = 5;
+
+// One relayed port state: ifIndex, old state, new state, side (1 primary), flush, syslog.
+using Relay = std::tuple<uint32_t, uint32_t, uint32_t, int, int, int>;
+std::vector<Relay> gRelays;
+
+int recordRelay(VornRingEntry* ring, uint32_t ifIndex, uint32_t oldState, uint32_t newState,
+                int side, int flush, int dispSyslog) {
+    EXPECT_EQ(ring, gVornRing[kRing]);
+    gRelays.emplace_back(ifIndex, oldState, newState, side, flush, dispSyslog);
+    return 0;
+}
+
+class RingOwnershipTest : public AgentTest {
+protected:
+    void SetUp() override {
+        AgentTest::SetUp();
+        gRelays.clear();
+        vornSetPortStateRelayForTest(recordRelay);
+        ring_ = makeReadyRing(kRing, 10, kPri, kSec, 0);
+    }
+    void setOper(uint32_t ifIndex, uint16_t state) {
+        vornGetPort(vornPortNumOf(ifIndex))->u2OperState = state;
+    }
+    static constexpr uint32_t kPri = 0x0A000500;  // Gi 0/5
+    static constexpr uint32_t kSec = 0x0A000B00;  // Gi 0/11
+    VornRingEntry* ring_ = nullptr;
+};
+
+TEST_F(RingOwnershipTest, TakeSetsUpPortsForwardingAndDownPortsDisabled) {
+    ASSERT_EQ(gi(0, 5), kPri);
+    setOper(kPri, 2);
+    ring_->u4PriPortState = 3;
+    ring_->u4SecPortState = 1;
+    vornTakeRingOwnerShip(ring_);
+    EXPECT_EQ(gRelays, (std::vector<Relay>{{kPri, 3, 0, 1, 0, 1}, {kSec, 1, 2, 0, 0, 1}}));
+    EXPECT_EQ(ring_->u4PriPortState, 0u);
+    EXPECT_EQ(ring_->u4SecPortState, 2u);
+    EXPECT_EQ(ring_->isRingOwnedByMgr, 1);
+
+    // An invalid port is skipped with its trace; ownership is still taken.
+    gRelays.clear();
+    ring_->isRingOwnedByMgr = 0;
+    ring_->u2PriPortNum = 0;
+    vornDbgPrint = 1;
+    std::string out = captureStdout([&] { vornTakeRingOwnerShip(ring_); });
+    EXPECT_EQ(out,
+              "vornTakeRingOwnerShip(): Ring 5\r\n"
+              "vornTakeRingOwnerShip(): Invalid Primary for Ring 5\r\n");
+    EXPECT_EQ(gRelays, (std::vector<Relay>{{kSec, 2, 2, 0, 0, 1}}));
+    EXPECT_EQ(ring_->isRingOwnedByMgr, 1);
+}
+
+TEST_F(RingOwnershipTest, RelinquishDisablesAndStaysOwned) {
+    vornDbgPrint = 1;
+    std::string out = captureStdout([&] { vornRelinquishRingOwnerShip(ring_); });
+    EXPECT_EQ(out,
+              "vornRelinquishRingOwnerShip(): Ring 5\r\n"
+              "Ring 5 NOT owned by VORN Mgr.\r\n");
+    EXPECT_TRUE(gRelays.empty());
+    vornDbgPrint = 0;
+
+    // A port that is down is not relayed but its state is reset all the same.
+    ring_->isRingOwnedByMgr = 1;
+    ring_->u4PriPortState = 2;
+    ring_->u4SecPortState = 2;
+    setOper(kSec, 2);
+    vornRelinquishRingOwnerShip(ring_);
+    EXPECT_EQ(gRelays, (std::vector<Relay>{{kPri, 2, 0, 1, 0, 1}}));
+    EXPECT_EQ(ring_->u4PriPortState, 0u);
+    EXPECT_EQ(ring_->u4SecPortState, 0u);
+    EXPECT_EQ(ring_->isRingOwnedByMgr, 1) << "once taken, the flag stays set";
+
+    // Every later relinquish runs again.
+    gRelays.clear();
+    ring_->u2SecPortNum = 898;
+    vornDbgPrint = 1;
+    out = captureStdout([&] { vornRelinquishRingOwnerShip(ring_); });
+    EXPECT_EQ(out,
+              "vornRelinquishRingOwnerShip(): Ring 5\r\n"
+              "vornRelinquishRingOwnerShip(): Invalid Secondary for Ring 5\r\n");
+    EXPECT_EQ(gRelays, (std::vector<Relay>{{kPri, 0, 0, 1, 0, 1}}));
+}
+
+TEST_F(RingOwnershipTest, ConfigurationChanges) {
+    enum Effect { kNothing, kTake, kRelinquish };
+    const struct {
+        const char* name;
+        uint32_t action;
+        uint32_t flags;
+        uint32_t old;
+        bool ready;
+        uint8_t secReady;
+        Effect effect;
+    } cases[] = {
+        {"set, ready, no agent can run it", 1, 0x01, 0, true, 0, kTake},
+        {"mode set", 1, 0x02, 1, true, 0, kTake},
+        {"enable", 1, 0x04, 0, true, 0, kTake},
+        {"set, an agent runs it", 1, 0x07, 0, true, 1, kNothing},
+        {"set, not ready", 1, 0x01, 0, false, 0, kNothing},
+        {"hello interval", 1, 0x08, 0, true, 0, kNothing},
+        {"dead interval", 1, 0x10, 1, true, 0, kNothing},
+        {"member VLANs removed", 2, 0x20, 1, true, 0, kNothing},
+        {"remove from a ready ring", 2, 0x01, 1, true, 0, kRelinquish},
+        {"remove, readiness now is not asked", 2, 0x04, 1, false, 0, kRelinquish},
+        {"remove from a ring that was not ready", 2, 0x01, 0, true, 0, kNothing},
+        {"remove, an agent runs it", 2, 0x02, 1, true, 1, kNothing},
+        {"ring deleted", 3, 0x01, 1, true, 0, kNothing},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        gRelays.clear();
+        ring_->isPriTagged = c.ready ? 1 : 0;
+        ring_->isSecReady = c.secReady;
+        ring_->isRingOwnedByMgr = 1;  // so that a relinquish shows
+        ring_->u4PriPortState = ring_->u4SecPortState = 3;
+        EXPECT_EQ(vornUpdateRingOwnership(kRing, c.action, c.flags, c.old), 0);
+        std::vector<Relay> want;
+        if (c.effect == kTake) want = {{kPri, 3, 2, 1, 0, 1}, {kSec, 3, 2, 0, 0, 1}};
+        if (c.effect == kRelinquish) want = {{kPri, 3, 0, 1, 0, 1}, {kSec, 3, 0, 0, 0, 1}};
+        EXPECT_EQ(gRelays, want);
+    }
+    gRelays.clear();
+    EXPECT_EQ(vornUpdateRingOwnership(6, 1, 0x01, 0), -1);
+    EXPECT_EQ(vornUpdateRingOwnership(0, 1, 0x01, 0), -1);
+    EXPECT_TRUE(gRelays.empty());
+}
+
+TEST_F(RingOwnershipTest, ChangeToAllAgentsTakesOwnershipFirst) {
+    QelKey agent = addAgent(0);
+    vornDbgPrint = 1;
+    std::string out = captureStdout(
+        [&] { EXPECT_EQ(vornSendRingCfgMsgToAllAgts(ring_, 1, 0x04, 0, nullptr), 0); });
+    vornDbgPrint = 0;
+    EXPECT_EQ(ring_->isRingOwnedByMgr, 1);
+    EXPECT_EQ(gRelays, (std::vector<Relay>{{kPri, 0, 2, 1, 0, 1}, {kSec, 0, 2, 0, 0, 1}}));
+    size_t owned = out.find("vornTakeRingOwnerShip(): Ring 5\r\n");
+    size_t queued = out.find("vornSendRingCfgMsgToSingleAgt(): LC: 0");
+    ASSERT_NE(owned, std::string::npos);
+    ASSERT_NE(queued, std::string::npos);
+    EXPECT_LT(owned, queued);
+    // The ring waits for a card: the agents are told of the change without a start.
+    vornFlushPendingMsgs();
+    std::vector<uint8_t> m = recvOn(agent);
+    ASSERT_EQ(m.size(), 672u);
+    EXPECT_EQ(msgU32(m, 128 + 4), 1u) << "ring action: none";
+}
+
+}  // namespace
+}  // namespace vorn::test
