@@ -1,0 +1,27 @@
+// The line-card-type table, sent to every agent that has a queue.
+
+#include "l2pm/l2pm.h"
+#include "platform/codec.h"
+#include "task/handlers.h"
+#include "task/msgtypes.h"
+#include "task/tcb.h"
+#include "task/trace.h"
+
+int halVornSendLCTypeToAllAgents() {
+    for (int slot = 0; slot < VORN_MAX_SLOTS; ++slot) {
+        if (vornTcb.vornaSwpHandle[slot] == 0) continue;
+        auto* buf = static_cast<uint8_t*>(vornVarPoolMalloc(VORN_LC_TYPE_LEN));
+        if (buf == nullptr) {
+            // The later slots go without the table until the next occasion.
+            VORN_ERR("%s(): Buffer alloc failed. LineCard = %d\r\n", __func__, slot);
+            return -1;
+        }
+        vorn::be::Writer w(buf, VORN_LC_TYPE_LEN);
+        w.zero(0, VORN_LC_TYPE_LEN);
+        for (size_t i = 0; i < vornTcb.lcType.size(); ++i) {
+            w.u32(VORN_LC_TYPE_OFF + 4 * i, vornTcb.lcType[i]);
+        }
+        vornSwpSendToAgent(MT_VORN_LC_TYPE, buf, VORN_LC_TYPE_LEN, slot);
+    }
+    return 0;
+}

@@ -1,0 +1,170 @@
+// Port ownership with L2PM: the request's bytes, the reading of the answer, a failed exchange,
+// and the taking of a ring's two interfaces with its reply codes.
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include "config/config.h"
+#include "l2pm/l2pm.h"
+#include "l2pm/l2pm_test_util.h"
+#include "support/mgr_fixture.h"
+#include "task/trace.h"
+
+namespace vorn::test {
+namespace {
+
+using namespace l2pmt;
+
+enum class Answer { Accept, Refuse, Garble };
+
+// L2PM answering port-ownership requests in place from a thread, port by port as told.
+class OwnershipL2pm {
+public:
+    OwnershipL2pm(QelKey key, std::map<uint32_t, Answer> policy)
+        : fd_(Key_getReqQueue(key)), policy_(std::move(policy)), thread_([this] { serve(); }) {}
+    ~OwnershipL2pm() { stop(); }
+    void stop() {
+        stop_ = true;
+        if (thread_.joinable()) thread_.join();
+    }
+    std::vector<std::vector<uint8_t>> requests;  // read after stop()
+
+private:
+    void serve() {
+        std::vector<uint8_t> m(ipc::kMaxMsgLen);
+        while (!stop_) {
+            int n = qelIpcRecvWait(fd_, m.data(), static_cast<int>(m.size()), 20);
+            if (n < 0) continue;
+            requests.emplace_back(m.begin(), m.begin() + n);
+            be::Writer w(m.data(), static_cast<size_t>(n));
+            Answer a = policy_[w.reader().u32(264)];
+            w.u32(260, a == Answer::Refuse ? 1 : a == Answer::Garble ? 200 : 0);  // refused list
+            qelIpcReply(fd_, m.data(), n);
+        }
+    }
+    int fd_;
+    std::map<uint32_t, Answer> policy_;
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
+};
+
+using PortOwnershipTest = MgrTest;
+
+TEST_F(PortOwnershipTest, RequestBytesAndAnswers) {
+    QelKey key = openPeer(166, 0);
+    const uint32_t port = gi(1, 3);
+    const struct {
+        int action;
+        Answer answer;
+        int rc, refused;
+    } cases[] = {
+        {0, Answer::Accept, 0, 0}, {0, Answer::Refuse, -1, -1}, {0, Answer::Garble, -1, 0},
+        {1, Answer::Accept, 0, 0}, {1, Answer::Refuse, 0, 0},   {1, Answer::Garble, -1, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "action " << c.action << " answer " << int(c.answer));
+        OwnershipL2pm l2pm(key, {{port, c.answer}});
+        int refused = 7;
+        EXPECT_EQ(vornPortOwnership(port, c.action, &refused), c.rc);
+        EXPECT_EQ(refused, c.refused);
+        l2pm.stop();
+        ASSERT_EQ(l2pm.requests.size(), 1u);
+        std::vector<uint8_t> m = l2pm.requests[0];
+        ASSERT_EQ(m.size(), 588u);
+        be::Reader r(m.data(), m.size());
+        EXPECT_EQ(r.u32(ipc::kOffMtype), 18403u);
+        EXPECT_EQ(r.u32(ipc::kOffMlen), 588u);
+        EXPECT_EQ(
+            std::vector<uint32_t>({r.u32(248), r.u32(252), r.u32(256), r.u32(260), r.u32(264)}),
+            std::vector<uint32_t>({7, 3, uint32_t(c.action), 1, port}));
+        m.erase(m.begin() + 248, m.begin() + 268);
+        m.erase(m.begin(), m.begin() + 60);
+        EXPECT_EQ(m, std::vector<uint8_t>(588 - 80, 0)) << "reserved and unused list bytes";
+    }
+}
+
+TEST_F(PortOwnershipTest, FailedExchangeFailsTakeAndLetsRelinquishSucceed) {
+    vornErrPrint = vornDbgPrint = 1;
+    int refused = 0;
+    std::string out = captureStdout([&] { EXPECT_EQ(vornPortOwnership(po(12), 0, &refused), -1); });
+    EXPECT_EQ(refused, -1);
+    EXPECT_NE(out.find("vornPortOwnership: Taking ownership of Port (0x1600000c) failed\r\n"),
+              std::string::npos)
+        << out;
+    out = captureStdout([&] { EXPECT_EQ(vornPortOwnership(po(12), 1, &refused), 0); });
+    EXPECT_EQ(refused, 0);
+    EXPECT_NE(out.find("vornPortOwnership: Relinquished ownership of Port (0x1600000c) \r\n"),
+              std::string::npos)
+        << out;
+}
+
+TEST_F(PortOwnershipTest, TakingRingInterfaces) {
+    QelKey key = openPeer(166, 0);
+    const uint32_t P = gi(0, 5), S = gi(0, 11);
+    struct Port {
+        bool exists = true;
+        uint8_t byIfm = 1, owned = 0;
+        Answer answer = Answer::Accept;
+    };
+    constexpr Answer kRefuse = Answer::Refuse, kGarble = Answer::Garble;
+    using Asked = std::vector<std::pair<uint32_t, uint32_t>>;  // (action, ifIndex)
+    const struct {
+        const char* name;
+        Port p, s;
+        uint32_t force;
+        uint16_t status;  // 0: success
+        Asked asked;
+        uint8_t pOwned, sOwned;
+    } cases[] = {
+        {"both taken", {}, {}, 1, 0, {{0, P}, {0, S}}, 1, 1},
+        {"primary refused", {.answer = kRefuse}, {}, 1, 9, {{0, P}}, 0, 0},
+        {"secondary refused", {}, {.answer = kRefuse}, 1, 10, {{0, P}, {0, S}, {1, P}}, 0, 0},
+        {"primary broken", {.answer = kGarble}, {}, 1, 14, {{0, P}}, 0, 0},
+        {"secondary broken", {}, {.answer = kGarble}, 1, 14, {{0, P}, {0, S}, {1, P}}, 0, 0},
+        {"forced take leaves the port unmarked", {.byIfm = 0}, {}, 1, 0, {{0, P}, {0, S}}, 0, 1},
+        {"no force, no take", {.byIfm = 0}, {}, 0, 0, {{0, S}}, 0, 1},
+        {"forced, undo", {.byIfm = 0}, {.answer = kRefuse}, 1, 10, {{0, P}, {0, S}, {1, P}}, 0, 0},
+        {"owned ports not asked", {.owned = 1}, {.owned = 1}, 1, 0, {}, 1, 1},
+        {"unknown ports not asked", {.exists = false}, {.exists = false}, 1, 0, {}, 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        for (auto [ifIndex, want] : {std::pair{P, c.p}, std::pair{S, c.s}}) {
+            vornCheckAndDeletePortEntry(ifIndex, VORN_CREATOR_IFM);
+            if (!want.exists) continue;
+            VornPortEntry* port = makePort(ifIndex, {});
+            ASSERT_NE(port, nullptr);
+            port->isCreatedByIfm = want.byIfm;
+            port->isOwnedByRingConf = want.owned;
+        }
+        gHalVornForcePortOwnerShip = c.force;
+        std::array<uint8_t, VORN_CLI_REQ_LEN> request{};
+        OwnershipL2pm l2pm(key, {{P, c.p.answer}, {S, c.s.answer}});
+        EXPECT_EQ(vornTakeRingInterfaceOwnership(request.data(), P, S), c.status == 0 ? 0 : -1);
+        l2pm.stop();
+        Asked asked;
+        for (const auto& m : l2pm.requests)
+            asked.emplace_back(be::Reader(m.data(), m.size()).u32(256),
+                               be::Reader(m.data(), m.size()).u32(264));
+        EXPECT_EQ(asked, c.asked);
+        EXPECT_EQ(be::Reader(request.data(), request.size()).u16(VORN_CLI_STATUS_OFF), c.status);
+        const VornPortEntry* p = vornGetPort(vornPortNumOf(P));
+        const VornPortEntry* s = vornGetPort(vornPortNumOf(S));
+        EXPECT_EQ(p ? p->isOwnedByRingConf : 0, c.pOwned);
+        EXPECT_EQ(s ? s->isOwnedByRingConf : 0, c.sOwned);
+    }
+    gHalVornForcePortOwnerShip = 1;
+
+    // Without L2PM the primary counts as refused.
+    qelIpcClose(key);
+    ASSERT_NE(makePort(P, {}), nullptr);
+    ASSERT_NE(makePort(S, {}), nullptr);
+    std::array<uint8_t, VORN_CLI_REQ_LEN> request{};
+    EXPECT_EQ(vornTakeRingInterfaceOwnership(request.data(), P, S), -1);
+    EXPECT_EQ(be::Reader(request.data(), request.size()).u16(VORN_CLI_STATUS_OFF), 9);
+}
+
+}  // namespace
+}  // namespace vorn::test
