@@ -1,0 +1,98 @@
+// End to end: the manager's start-up against a simulated chassis whose peers come late or
+// refuse, its clean stop, and the refusal of a second manager on the same run directory.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "chassis.h"
+
+namespace vorn::e2e {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+TEST(Spine, WaitsForL2pmAndFinishesStartUpSoonAfterItAppears) {
+    Chassis c;
+    c.start({"--no-l2pm"});
+    // The manager waits for L2PM's queue, answering the shell meanwhile.
+    ASSERT_TRUE(eventually([&] { return c.counter("EV-H reg success") == 0; }, 10000))
+        << c.simLog();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    EXPECT_EQ(c.counter("L2PM reg success"), 0) << "registered without L2PM";
+
+    auto appeared = Clock::now();
+    std::string out;
+    ASSERT_EQ(c.ctl({"sim", "l2pm", "absent", "off"}, &out), 0) << out;
+    ASSERT_TRUE(eventually([&] { return c.counter("L2PM reg success") == 1; }, 5000))
+        << c.simLog();
+    auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - appeared);
+    EXPECT_LT(took.count(), 2000) << "start-up finished " << took.count() << " ms after L2PM";
+    EXPECT_EQ(c.counter("EV-H reg success"), 1);
+    EXPECT_EQ(c.counter("L2PM reg failure"), 0);
+}
+
+TEST(Spine, RefusedSubscriptionIsRetriedOnceASecond) {
+    Chassis c;
+    c.start({"--evh-refuse"});
+    ASSERT_TRUE(eventually([&] { return c.counter("EV-H reg failure") >= 1; }, 10000))
+        << c.simLog();
+    long first = c.counter("EV-H reg failure");
+    auto t0 = Clock::now();
+    std::this_thread::sleep_for(std::chrono::milliseconds(3000));
+    long later = c.counter("EV-H reg failure");
+    double secs = std::chrono::duration<double>(Clock::now() - t0).count();
+    // One failure a second: allow for where in its second each sample fell.
+    EXPECT_GE(later - first, static_cast<long>(secs) - 1);
+    EXPECT_LE(later - first, static_cast<long>(secs) + 1);
+    EXPECT_EQ(c.counter("L2PM reg success"), 0) << "L2PM comes only after the event handler";
+
+    std::string out;
+    ASSERT_EQ(c.ctl({"sim", "evh", "refuse", "off"}, &out), 0) << out;
+    ASSERT_TRUE(eventually([&] { return c.counter("L2PM reg success") == 1; }, 5000));
+    EXPECT_EQ(c.counter("EV-H reg success"), 1);
+}
+
+TEST(Spine, StopsCleanlyAndASecondManagerIsRefused) {
+    Chassis c;
+    c.start({"--no-evh"});  // the manager stays in start-up; it is our own vornd below
+    ASSERT_TRUE(eventually([&] { return c.counter("EV-H reg success") == 0; }, 10000))
+        << c.simLog();
+
+    // A second manager on the same run directory says why it will not start.
+    std::string out;
+    int rc = runToEnd({VORND_PATH, "--rundir", c.rundir()}, c.base() + "/second.out", &out);
+    EXPECT_EQ(rc, 2);
+    EXPECT_NE(out.find("already runs service 226.0"), std::string::npos) << out;
+    EXPECT_TRUE(std::filesystem::exists(c.rundir() + "/226.0.1")) << "first one's queue stolen";
+    EXPECT_EQ(c.counter("EV-H reg success"), 0) << "the first manager no longer answers";
+
+    int status = c.stop();
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0) << c.simLog();
+    EXPECT_NE(c.simLog().find("ended: exit status 0"), std::string::npos) << c.simLog();
+    for (const auto& entry : std::filesystem::directory_iterator(c.rundir()))
+        EXPECT_FALSE(entry.is_socket()) << entry.path();
+}
+
+TEST(Spine, ManagerAloneEndsWithStatusZeroOnSigterm) {
+    Chassis c;
+    std::filesystem::create_directory(c.rundir());
+    std::filesystem::permissions(c.rundir(), std::filesystem::perms::owner_all);
+    pid_t pid = spawn({VORND_PATH, "--rundir", c.rundir()}, c.base() + "/vornd.out");
+    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(c.rundir() + "/226.0.1"); },
+                           5000));
+    ASSERT_EQ(kill(pid, SIGTERM), 0);
+    int status = waitEnd(pid, 5000);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    for (const auto& entry : std::filesystem::directory_iterator(c.rundir()))
+        EXPECT_FALSE(entry.is_socket()) << entry.path();
+}
+
+}  // namespace
+}  // namespace vorn::e2e
