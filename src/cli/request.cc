@@ -1,0 +1,83 @@
+#include "cli/request.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "platform/codec.h"
+#include "platform/ipc.h"
+
+namespace vorn::cli::nm {
+namespace {
+
+constexpr uint32_t kVlanIfType = 24;
+constexpr int kManagerService = 226;
+
+}  // namespace
+
+std::array<uint8_t, kLen> encode(const ConfigRequest& req, uint32_t xid, uint32_t srcQueueId) {
+    std::array<uint8_t, kLen> msg{};
+    be::Writer w(msg.data(), msg.size());
+    // Header: the words the host library leaves to the sender. Magic, flags and pid are
+    // written by the send itself.
+    w.u32(ipc::kOffMlen, kLen);
+    w.u32(ipc::kOffMtype, kMtNm);
+    w.u32(ipc::kOffXid, xid);
+    w.u32(ipc::kOffSenderTask, static_cast<uint32_t>(getpid()));
+    w.u32(ipc::kOffSrcSlot, 0);
+    w.u32(ipc::kOffSrcCard, ipc::kLoopbackAddr);
+    w.u32(ipc::kOffSrcSvce, srcQueueId);
+    w.u32(ipc::kOffDstSlot, 0);
+    w.u32(ipc::kOffDstCard, ipc::kLoopbackAddr);
+    w.u32(ipc::kOffDstSvce, (uint32_t{kManagerService} << 20) |
+                                static_cast<uint32_t>(ipc::kKindRequest));
+    // Body.
+    w.u32(kOffType, static_cast<uint32_t>(req.type));
+    w.u16(kOffNoForm, req.noForm ? 1 : 0);
+    w.u16(kOffRingId, req.ringId);
+    w.u8(kOffMode, req.mode);
+    w.u16(kOffHello, req.hello);
+    w.u16(kOffDead, req.dead);
+    w.u32(kOffPrimary, req.primary);
+    w.u32(kOffSecondary, req.secondary);
+    w.u32(kOffCtrlVlan, req.controlVlan == 0 ? 0 : (kVlanIfType << 24) | req.controlVlan);
+    w.bytes(kOffMemberVlans, req.memberVlans.data(), req.memberVlans.size());
+    size_t n = std::min(req.description.size(), kMaxDescription);
+    w.bytes(kOffDescription, req.description.data(), n);  // the NUL is already there
+    return msg;
+}
+
+bool decodeReply(const uint8_t* msg, size_t len, uint32_t xid, Reply* out) {
+    be::Reader rd(msg, len);
+    if (len != kLen || rd.u32(ipc::kOffMtype) != kMtNm ||
+        (rd.u32(ipc::kOffFlags) & ipc::kFlagReply) == 0 || rd.u32(ipc::kOffXid) != xid)
+        return false;
+    out->status = rd.u32(kOffReplyStatus);
+    out->configuredRings = rd.u16(kOffConfiguredRings);
+    out->activeRings = rd.u16(kOffActiveRings);
+    return true;
+}
+
+const char* typeName(Type type) {
+    switch (type) {
+        case Type::Protocol:
+            return "protocol vorn";
+        case Type::Description:
+            return "description";
+        case Type::ControlVlan:
+            return "interface";
+        case Type::MemberVlan:
+            return "member-vlan";
+        case Type::Mode:
+            return "mode";
+        case Type::Enable:
+            return "disable";
+        case Type::DeadTimer:
+            return "timer dead-interval";
+        case Type::HelloTimer:
+            return "timer hello-interval";
+    }
+    return "?";
+}
+
+}  // namespace vorn::cli::nm

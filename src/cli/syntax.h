@@ -1,0 +1,198 @@
+// Words of the operator's syntax that vornctl and vornsim share: bounded decimal numbers and
+// interface names. An interface is accepted in its long and short form, with or without the
+// blank ("GigabitEthernet 0/1", "Gi 0/1", "gi0/1", "TenGigabitEthernet 1/2", "Port-channel 5",
+// "po5"; the type word may be any unambiguous prefix of the long name) and turned into its
+// ifIndex. Every refusal names the value that was wrong.
+//
+// Header-only, because the simulator's commands take the same names and the simulator does
+// not link the command line's library.
+#pragma once
+
+#include <cctype>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "platform/ifindex.h"
+
+namespace vorn::cli {
+
+inline constexpr uint32_t kMaxSlot = 11;
+inline constexpr uint32_t kMaxPort = 63;
+inline constexpr uint32_t kMinLag = 1;
+inline constexpr uint32_t kMaxLag = 128;
+
+// One kind of interface that can carry a ring.
+struct IfType {
+    const char* longName;   // "GigabitEthernet"
+    const char* shortName;  // "Gi"
+    uint32_t type;          // the ifIndex type (bits 31-24)
+    bool lag;               // true: a number follows; false: SLOT/PORT follows
+};
+
+inline constexpr IfType kIfTypes[] = {
+    {"GigabitEthernet", "Gi", ifm::kTypeGigabit, false},
+    {"TenGigabitEthernet", "Te", ifm::kTypeTenGigabit, false},
+    {"Port-channel", "Po", ifm::kTypeLag, true},
+};
+
+namespace detail {
+
+inline bool allDigits(std::string_view s) {
+    if (s.empty())
+        return false;
+    for (char c : s)
+        if (c < '0' || c > '9')
+            return false;
+    return true;
+}
+
+// Reads a decimal number of at most nine digits (so that it cannot overflow).
+inline bool readDecimal(std::string_view s, uint32_t* out) {
+    if (!allDigits(s) || s.size() > 9)
+        return false;
+    uint32_t v = 0;
+    for (char c : s)
+        v = v * 10 + static_cast<uint32_t>(c - '0');
+    *out = v;
+    return true;
+}
+
+inline std::string range(uint32_t lo, uint32_t hi) {
+    return std::to_string(lo) + ".." + std::to_string(hi);
+}
+
+// The interface type whose long name starts with `word` (any case); null when none or when
+// the word is too short to tell the types apart.
+inline const IfType* findIfType(std::string_view word) {
+    const IfType* found = nullptr;
+    for (const IfType& t : kIfTypes) {
+        std::string_view name = t.longName;
+        if (word.empty() || word.size() > name.size())
+            continue;
+        bool prefix = true;
+        for (size_t i = 0; i < word.size() && prefix; ++i)
+            prefix = std::tolower(static_cast<unsigned char>(word[i])) ==
+                     std::tolower(static_cast<unsigned char>(name[i]));
+        if (!prefix)
+            continue;
+        if (found != nullptr)
+            return nullptr;
+        found = &t;
+    }
+    return found;
+}
+
+}  // namespace detail
+
+// Parses a decimal number from lo to hi. `what` names the value in the message: "ring id"
+// gives "ring id 300 is out of range 1..255" or "bad ring id 'x': expected a number 1..255".
+inline bool parseBounded(std::string_view word, uint32_t lo, uint32_t hi, const char* what,
+                         uint32_t* out, std::string* err) {
+    uint32_t v = 0;
+    if (!detail::readDecimal(word, &v)) {
+        if (detail::allDigits(word))  // too many digits: out of range all the same
+            *err = std::string(what) + " " + std::string(word) + " is out of range " +
+                   detail::range(lo, hi);
+        else
+            *err = "bad " + std::string(what) + " '" + std::string(word) +
+                   "': expected a number " + detail::range(lo, hi);
+        return false;
+    }
+    if (v < lo || v > hi) {
+        *err = std::string(what) + " " + std::to_string(v) + " is out of range " +
+               detail::range(lo, hi);
+        return false;
+    }
+    *out = v;
+    return true;
+}
+
+// Parses the interface that starts at words[at]: either one word ("gi0/1", "po5") or a type
+// word followed by its number ("Gi" "0/1"). On success *ifIndex is set and *used says how many
+// words it took (1 or 2).
+inline bool parseInterface(std::span<const std::string> words, size_t at, uint32_t* ifIndex,
+                           size_t* used, std::string* err) {
+    if (at >= words.size()) {
+        *err = "an interface is missing (e.g. GigabitEthernet 0/1, Gi 0/1, po5)";
+        return false;
+    }
+    const std::string& first = words[at];
+    size_t split = 0;
+    while (split < first.size() &&
+           (std::isalpha(static_cast<unsigned char>(first[split])) || first[split] == '-'))
+        ++split;
+    std::string_view typeWord = std::string_view(first).substr(0, split);
+    std::string_view number = std::string_view(first).substr(split);
+    std::string shown = first;
+    size_t n = 1;
+    if (number.empty() && at + 1 < words.size() && !typeWord.empty()) {
+        number = words[at + 1];
+        shown += " " + words[at + 1];
+        n = 2;
+    }
+    const IfType* t = detail::findIfType(typeWord);
+    if (t == nullptr) {
+        *err = "unknown interface '" + shown +
+               "': ring interfaces are GigabitEthernet SLOT/PORT, TenGigabitEthernet "
+               "SLOT/PORT or Port-channel NUMBER";
+        return false;
+    }
+    if (number.empty()) {
+        *err = std::string("interface '") + first + "' needs " +
+               (t->lag ? "a number, e.g. Port-channel 5" : "SLOT/PORT, e.g. " +
+                                                               std::string(t->longName) + " 0/1");
+        return false;
+    }
+    if (t->lag) {
+        uint32_t lag = 0;
+        if (!detail::readDecimal(number, &lag)) {
+            *err = "bad interface '" + shown + "': expected Port-channel NUMBER, e.g. po5";
+            return false;
+        }
+        if (lag < kMinLag || lag > kMaxLag) {
+            *err = "port-channel number " + std::to_string(lag) + " is out of range " +
+                   detail::range(kMinLag, kMaxLag) + " in '" + shown + "'";
+            return false;
+        }
+        *ifIndex = ifmCreateIfIndex(t->type, 0, 0, lag);
+        *used = n;
+        return true;
+    }
+    size_t slash = number.find('/');
+    uint32_t slot = 0, port = 0;
+    if (slash == std::string_view::npos || !detail::readDecimal(number.substr(0, slash), &slot) ||
+        !detail::readDecimal(number.substr(slash + 1), &port)) {
+        *err = "bad interface '" + shown + "': expected " + t->longName +
+               " SLOT/PORT, e.g. " + t->shortName + " 0/1";
+        return false;
+    }
+    if (slot > kMaxSlot) {
+        *err = "slot " + std::to_string(slot) + " is out of range " + detail::range(0, kMaxSlot) +
+               " in '" + shown + "'";
+        return false;
+    }
+    if (port > kMaxPort) {
+        *err = "port " + std::to_string(port) + " is out of range " + detail::range(0, kMaxPort) +
+               " in '" + shown + "'";
+        return false;
+    }
+    *ifIndex = ifmCreateIfIndex(t->type, slot, port, 0);
+    *used = n;
+    return true;
+}
+
+// The long name of an ifIndex ("GigabitEthernet 0/1", "Port-channel 5").
+inline std::string longIfName(uint32_t ifIndex) {
+    char name[48];
+    return ifmIfIndexToLName(ifIndex, name, sizeof(name));
+}
+
+// The short name of an ifIndex ("Gi 0/1", "Po 5").
+inline std::string shortIfName(uint32_t ifIndex) {
+    char name[48];
+    return ifmIfIndexToName(ifIndex, name, sizeof(name));
+}
+
+}  // namespace vorn::cli

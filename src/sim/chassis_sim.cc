@@ -1,0 +1,228 @@
+#include "sim/chassis_sim.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <functional>
+
+#include "platform/ipc.h"
+#include "sim/log.h"
+
+namespace vorn::sim {
+namespace {
+
+constexpr int kManagerStopTimeoutMs = 5000;
+constexpr long kWatchIntervalMs = 500;
+
+long nowMs() {
+    return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                 std::chrono::steady_clock::now().time_since_epoch())
+                                 .count());
+}
+
+bool managerQueueAlive() {
+    return host::endpointAlive(host::queuePath(ipc::kSvcManager, 0, ipc::kKindRequest));
+}
+
+// A manager that was killed leaves its sockets behind; those of a child of ours that nobody
+// reads any more are removed, so the run directory is left as clean as a clean stop leaves it.
+void removeStaleManagerSockets() {
+    int removed = 0;
+    for (int kind : {ipc::kKindRequest, ipc::kKindTimer, ipc::kKindReply}) {
+        std::string path = host::queuePath(ipc::kSvcManager, 0, kind);
+        if (access(path.c_str(), F_OK) == 0 && !host::endpointAlive(path) &&
+            unlink(path.c_str()) == 0)
+            ++removed;
+    }
+    if (removed > 0)
+        say("vornsim: removed %d stale socket(s) of the manager", removed);
+}
+
+}  // namespace
+
+ChassisSim::ChassisSim(SimOptions opts) : opts_(std::move(opts)), cardMask_(opts_.cardMask) {
+    registerCommands();
+    registerPeerCommands();
+    registerModelCommands();
+}
+
+ChassisSim::~ChassisSim() {
+    if (started_)
+        shutdown();
+}
+
+bool ChassisSim::start(std::string* err) {
+    const std::string& dir = opts_.rundir;
+    if (opts_.vorndPath.empty())
+        opts_.vorndPath = defaultVorndPath();
+    // A manager that cannot be run is found out before anything is opened.
+    if (!opts_.attach && access(opts_.vorndPath.c_str(), X_OK) != 0) {
+        *err = "cannot run the manager " + opts_.vorndPath + ": " + std::strerror(errno) +
+               " (--vornd PATH names another)";
+        return false;
+    }
+    if (!opts_.attach && managerQueueAlive()) {
+        *err = "a manager is already running in " + dir + "; use --attach to work with it";
+        return false;
+    }
+    if (!control_.open(err)) {
+        *err += " (is another vornsim running on " + dir + "?)";
+        return false;
+    }
+    started_ = true;
+    say("vornsim: chassis in %s, cards %s; control endpoint 50.0 open", dir.c_str(),
+        cardListText(cardMask_).c_str());
+    evh_.setRefusing(opts_.evhRefuse);
+    l2pm_.setRefusing(opts_.l2pmRefuse);
+    struct Peer {
+        const char* name;
+        bool absent;
+        std::function<bool(std::string*)> open;
+        bool refusing;
+    };
+    Peer peers[] = {
+        {"evh 30.0", opts_.evhAbsent, [this](std::string* e) { return evh_.open(e); },
+         opts_.evhRefuse},
+        {"l2pm 166.0", opts_.l2pmAbsent, [this](std::string* e) { return l2pm_.open(e); },
+         opts_.l2pmRefuse},
+        {"ifm 138.0", false, [this](std::string* e) { return ifm_.open(e); }, false},
+    };
+    for (Peer& p : peers) {
+        if (p.absent) {
+            say("vornsim: %s absent, as told", p.name);
+            continue;
+        }
+        if (!p.open(err)) {
+            shutdown();
+            return false;
+        }
+        say("vornsim: %s present%s", p.name, p.refusing ? ", refusing, as told" : "");
+    }
+    for (Source* s : std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, this})
+        loop_.add(s);
+    managerUp_ = managerQueueAlive();
+    if (opts_.attach) {
+        say("vornsim: attached; %s",
+            managerUp_ ? "manager 226.0 is up" : "no manager yet; waiting for 226.0 to appear");
+        return true;
+    }
+    registrationsBefore_ = l2pm_.counters().registered;
+    if (!startManager(err)) {
+        shutdown();
+        return false;
+    }
+    planReplay();
+    return true;
+}
+
+bool ChassisSim::startManager(std::string* err) {
+    const std::string& path = opts_.vorndPath;
+    if (!manager_.start(path, {"--rundir", opts_.rundir, "--cards", opts_.cards}, err))
+        return false;
+    say("vornsim: started the manager %s --rundir %s --cards %s (pid %d)", path.c_str(),
+        opts_.rundir.c_str(), opts_.cards.c_str(), static_cast<int>(manager_.pid()));
+    return true;
+}
+
+int ChassisSim::serve() {
+    loop_.run();
+    bool clean = shutdown();
+    return clean && !managerEndedAlone_ ? 0 : 1;
+}
+
+void ChassisSim::requestStop(const std::string& why) {
+    if (!loop_.stopping())
+        say("vornsim: stopping (%s)", why.c_str());
+    loop_.stop();
+}
+
+bool ChassisSim::shutdown() {
+    if (!started_)
+        return true;
+    started_ = false;
+    bool clean = true;
+    replayPending_ = false;
+    if (replay_.running()) {
+        bool ignored = false;
+        say("vornsim: stopping the replay of the startup configuration: %s",
+            replay_.stop(kManagerStopTimeoutMs, &ignored).c_str());
+    }
+    if (manager_.running()) {
+        int pid = static_cast<int>(manager_.pid());
+        say("vornsim: stopping the manager (pid %d) with SIGTERM", pid);
+        std::string how = manager_.stop(kManagerStopTimeoutMs, &clean);
+        say("vornsim: the manager (pid %d) ended: %s%s", pid, how.c_str(),
+            clean ? "" : " (it did not stop cleanly)");
+        if (!clean)
+            removeStaleManagerSockets();
+    }
+    l2pm_.close();
+    evh_.close();
+    ifm_.close();
+    control_.close();
+    for (Source* s : std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, this})
+        loop_.remove(s);
+    say("vornsim: endpoints closed, sockets removed");
+    return clean;
+}
+
+void ChassisSim::onSignal(int sig) {
+    if (sig == SIGCHLD) {
+        reapManager();
+        reapReplay();
+        return;
+    }
+    requestStop(sig == SIGINT ? "SIGINT" : sig == SIGTERM ? "SIGTERM" : "signal");
+}
+
+void ChassisSim::reapManager() {
+    int pid = static_cast<int>(manager_.pid());
+    std::string how;
+    if (!manager_.reap(&how))
+        return;
+    managerEndedAlone_ = true;
+    say("vornsim: the manager (pid %d) ended on its own: %s; the chassis stays up "
+        "('vornctl sim quit' ends it)",
+        pid, how.c_str());
+    removeStaleManagerSockets();
+}
+
+void ChassisSim::wait(Poller& poller) {
+    poller.wakeWithin(static_cast<int>(kWatchIntervalMs));
+}
+
+void ChassisSim::run() {
+    startReplayWhenReady();
+    long now = nowMs();
+    if (lastWatchMs_ >= 0 && now - lastWatchMs_ < kWatchIntervalMs)
+        return;
+    lastWatchMs_ = now;
+    bool up = managerQueueAlive();
+    if (up == managerUp_)
+        return;
+    managerUp_ = up;
+    say("vornsim: manager 226.0 %s",
+        up ? "is up (its request queue answers)" : "went away (its request queue is gone)");
+}
+
+std::string ChassisSim::statusText() const {
+    std::string s = "vornsim on " + opts_.rundir + "\n";
+    s += "manager: ";
+    if (manager_.running())
+        s += "running, pid " + std::to_string(manager_.pid()) + ", started by vornsim";
+    else if (!manager_.lastEnd().empty())
+        s += "ended: " + manager_.lastEnd();
+    else
+        s += opts_.attach ? "attached, not started by vornsim" : "not running";
+    s += managerUp_ ? "; request queue 226.0 up\n" : "; request queue 226.0 down\n";
+    s += "cards: " + cardListText(cardMask_) + "\n";
+    s += evh_.statusLine() + "\n";
+    s += l2pm_.statusLine() + "\n";
+    s += ifm_.statusLine() + "\n";
+    return s;
+}
+
+}  // namespace vorn::sim

@@ -1,0 +1,89 @@
+// The simulated chassis: the peers of the manager (event handler, L2PM, IFM), the control
+// endpoint, and the manager itself as a child process, all served by one event loop. When it
+// starts a manager and the run directory holds a startup configuration, it replays that file
+// through vornctl once the manager answers.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "sim/commands.h"
+#include "sim/control.h"
+#include "sim/evh.h"
+#include "sim/ifm.h"
+#include "sim/l2pm.h"
+#include "sim/loop.h"
+#include "sim/manager_proc.h"
+#include "sim/options.h"
+
+namespace vorn::sim {
+
+class ChassisSim : public Source {
+  public:
+    // The host platform's run directory must already be set to opts.rundir.
+    explicit ChassisSim(SimOptions opts);
+    ~ChassisSim() override;
+    ChassisSim(const ChassisSim&) = delete;
+    ChassisSim& operator=(const ChassisSim&) = delete;
+
+    // Opens the control endpoint and the peers and, unless attached, starts the manager.
+    // False, with the reason in *err, when the chassis cannot come up; whatever was opened
+    // is closed again.
+    bool start(std::string* err);
+    // Serves until a quit command or a stop signal, then shuts down. Returns the exit
+    // status of the simulator: 0 when everything ended cleanly, 1 when the manager had
+    // ended on its own, did not stop cleanly, or could not be stopped.
+    int serve();
+    // Ends serve() after the current pass.
+    void requestStop(const std::string& why);
+    // Stops the manager (when it is our child) and closes every endpoint. Returns true when
+    // the manager, if any, ended cleanly at our request.
+    bool shutdown();
+    // SIGTERM and SIGINT ask for a stop; SIGCHLD collects the manager's end.
+    void onSignal(int sig);
+
+    EventLoop& loop() { return loop_; }
+    CommandTable& commands() { return commands_; }
+    EventHandler& evh() { return evh_; }
+    L2pm& l2pm() { return l2pm_; }
+    Ifm& ifm() { return ifm_; }
+    uint32_t cardMask() const { return cardMask_; }
+    std::string statusText() const;
+
+    // Watches the manager's request queue and reports when it comes and goes.
+    void wait(Poller& poller) override;
+    void run() override;
+
+  private:
+    void registerCommands();
+    void registerPeerCommands();
+    void registerModelCommands();
+    CommandResult cardEvent(uint32_t eventId, const CommandTable::Args& args);
+    bool startManager(std::string* err);
+    void reapManager();
+    // The replay of DIR/startup-config (startup_replay.cc): noted when the manager starts,
+    // run once the manager has registered with L2PM (its last step before it serves
+    // requests), and its end reported.
+    void planReplay();
+    void startReplayWhenReady();
+    void reapReplay();
+
+    SimOptions opts_;
+    EventLoop loop_;
+    CommandTable commands_;
+    ControlServer control_{commands_};
+    EventHandler evh_;
+    L2pm l2pm_;
+    Ifm ifm_;
+    uint32_t cardMask_;
+    bool managerUp_ = false;  // its request queue was alive at the last look
+    long lastWatchMs_ = -1;
+    bool managerEndedAlone_ = false;
+    bool started_ = false;
+    bool replayPending_ = false;
+    uint64_t registrationsBefore_ = 0;  // L2PM registrations accepted before the manager started
+    ManagerProcess replay_;             // vornctl -f DIR/startup-config
+    ManagerProcess manager_;            // last: stopped first on destruction
+};
+
+}  // namespace vorn::sim

@@ -1,0 +1,152 @@
+#include "sim/l2pm_show.h"
+
+#include <set>
+
+#include "cli/syntax.h"
+#include "platform/bitmap.h"
+
+namespace vorn::sim {
+namespace {
+
+using VlanBitmap = ForwardingModel::VlanBitmap;
+
+std::string vlanList(const VlanBitmap& vlans) {
+    std::string text(4096 * 6, '\0');
+    int n = convertVlanBitMap2VlanString(vlans, text.data(), text.size());
+    text.resize(n > 0 ? static_cast<size_t>(n) : 0);
+    return text.empty() ? "none" : text;
+}
+
+std::string portList(const std::set<uint32_t>& ports) {
+    std::string s;
+    for (uint32_t p : ports)
+        s += (s.empty() ? "" : ", ") + cli::shortIfName(p);
+    return s.empty() ? "none" : s;
+}
+
+VlanBitmap blocking(const ForwardingModel::PortState& p) {
+    VlanBitmap out{};
+    BITMAP_DIFF_BITMAPS(out, p.known, p.forwarding);
+    return out;
+}
+
+std::string instanceLine(const ForwardingModel& m, uint16_t instance) {
+    auto it = m.instancePorts().find(instance);
+    std::set<uint32_t> none;
+    return "instance " + std::to_string(instance) + ": ports " +
+           portList(it == m.instancePorts().end() ? none : it->second) + "; VLANs " +
+           vlanList(m.vlansOfInstance(instance));
+}
+
+// The instances that have ports or VLANs.
+std::set<uint16_t> knownInstances(const ForwardingModel& m) {
+    std::set<uint16_t> out;
+    for (const auto& [instance, ports] : m.instancePorts())
+        out.insert(instance);
+    for (uint32_t v = 1; v < 4096; ++v)
+        if (m.instanceOfVlan(v) != 0)
+            out.insert(m.instanceOfVlan(v));
+    return out;
+}
+
+}  // namespace
+
+std::string describeL2pm(const ForwardingModel& m) {
+    std::string s = "ports owned by the manager: " + portList(m.owned()) + "\n";
+    s += "ports L2PM refuses to hand over: " + portList(m.refused()) + "\n";
+    s += "forwarding state:";
+    s += m.ports().empty() ? " none received\n" : "\n";
+    for (const auto& [ifIndex, p] : m.ports())
+        s += "  " + cli::shortIfName(ifIndex) + ": forwarding " + vlanList(p.forwarding) +
+             "; blocking " + vlanList(blocking(p)) + "\n";
+    std::set<uint16_t> instances = knownInstances(m);
+    s += "STG instances:";
+    s += instances.empty() ? " none\n" : "\n";
+    for (uint16_t i : instances)
+        s += "  " + instanceLine(m, i) + "\n";
+    uint64_t total = 0;
+    std::map<uint32_t, VlanBitmap> flushedVlans;
+    for (const auto& [key, n] : m.flushes()) {
+        total += n;
+        bmp::set(flushedVlans[key.first], key.second);
+    }
+    s += "flushes asked for: " + std::to_string(total) + "\n";
+    for (const auto& [ifIndex, vlans] : flushedVlans)
+        s += "  " + cli::shortIfName(ifIndex) + ": VLANs " + vlanList(vlans) + "\n";
+    if (!m.recentFlushes().empty()) {
+        s += "  last:";
+        for (const ForwardingModel::Flush& f : m.recentFlushes())
+            s += " " + cli::shortIfName(f.ifIndex) + " VLAN " + std::to_string(f.vlan) + ";";
+        s.back() = '\n';
+    }
+    const ForwardingModel::Counters& c = m.counters();
+    s += "messages: port state " + std::to_string(c.portStateMsgs) + " (" +
+         std::to_string(c.portStateRecords) + " records), flush " + std::to_string(c.flushMsgs) +
+         " (" + std::to_string(c.flushRecords) + " records), instance ownership " +
+         std::to_string(c.instanceMsgs) + " (" + std::to_string(c.instanceRecords) +
+         " records), VLAN-STG " + std::to_string(c.vlanStgMsgs) + ", port ownership " +
+         std::to_string(c.ownershipRequests) + "; records skipped " +
+         std::to_string(c.badRecords) + ", messages too short " + std::to_string(c.malformed) +
+         "\n";
+    return s;
+}
+
+std::string describeL2pmPort(const ForwardingModel& m, uint32_t ifIndex) {
+    std::string s = cli::longIfName(ifIndex) + ": ";
+    s += m.owned().count(ifIndex) != 0 ? "owned by the manager" : "not owned by the manager";
+    if (m.refused().count(ifIndex) != 0)
+        s += "; L2PM refuses to hand it over";
+    s += "\n";
+    auto p = m.ports().find(ifIndex);
+    if (p == m.ports().end()) {
+        s += "  no forwarding state received\n";
+    } else {
+        s += "  forwarding: " + vlanList(p->second.forwarding) + "\n";
+        s += "  blocking: " + vlanList(blocking(p->second)) + "\n";
+    }
+    std::string instances;
+    for (const auto& [instance, ports] : m.instancePorts())
+        if (ports.count(ifIndex) != 0)
+            instances += (instances.empty() ? "" : ", ") + std::to_string(instance);
+    s += "  STG instances: " + (instances.empty() ? "none" : instances) + "\n";
+    VlanBitmap flushed{};
+    uint64_t total = 0;
+    for (const auto& [key, n] : m.flushes())
+        if (key.first == ifIndex) {
+            bmp::set(flushed, key.second);
+            total += n;
+        }
+    s += "  flushes: " + std::to_string(total) + (total == 0 ? "" : " (VLANs " +
+                                                                     vlanList(flushed) + ")") +
+         "\n";
+    return s;
+}
+
+std::string describeL2pmVlan(const ForwardingModel& m, uint32_t vlan) {
+    uint16_t instance = m.instanceOfVlan(vlan);
+    std::string s = "VLAN " + std::to_string(vlan) + ": " +
+                    (instance == 0 ? "in no STG instance" : "STG instance " +
+                                                                std::to_string(instance)) +
+                    "\n";
+    bool any = false;
+    for (const auto& [ifIndex, p] : m.ports()) {
+        if (!bmp::test(p.known, vlan))
+            continue;
+        any = true;
+        s += "  " + cli::shortIfName(ifIndex) +
+             (bmp::test(p.forwarding, vlan) ? ": forwarding\n" : ": blocking\n");
+    }
+    if (!any)
+        s += "  no port has a state for it\n";
+    for (const auto& [key, n] : m.flushes())
+        if (key.second == vlan)
+            s += "  flushed on " + cli::shortIfName(key.first) + " " + std::to_string(n) +
+                 (n == 1 ? " time\n" : " times\n");
+    return s;
+}
+
+std::string describeL2pmInstance(const ForwardingModel& m, uint16_t instance) {
+    return instanceLine(m, instance) + "\n";
+}
+
+}  // namespace vorn::sim

@@ -1,0 +1,142 @@
+// The commands that look at and steer what L2PM and IFM make of the manager's messages:
+// the forwarding model, the ports L2PM refuses and the VLANs IFM refuses.
+
+#include <cstdio>
+#include <span>
+
+#include "cli/syntax.h"
+#include "sim/chassis_sim.h"
+#include "sim/l2pm_show.h"
+#include "sim/log.h"
+
+namespace vorn::sim {
+namespace {
+
+constexpr uint32_t kMaxVlan = 4095;
+constexpr uint32_t kMaxInstance = 0xFFFF;
+
+// The interface named by all of args ("Gi 0/1", "gi0/1", "po5").
+bool interfaceArg(const CommandTable::Args& args, uint32_t* ifIndex, std::string* err) {
+    size_t used = 0;
+    if (!cli::parseInterface(std::span<const std::string>(args), 0, ifIndex, &used, err))
+        return false;
+    if (used != args.size()) {
+        *err = "unexpected '" + args[used] + "' after the interface";
+        return false;
+    }
+    return true;
+}
+
+// A number in decimal or with 0x in hex, up to 32 bits.
+bool parseCode(const std::string& word, uint32_t* out) {
+    bool hex = word.size() > 2 && word[0] == '0' && (word[1] == 'x' || word[1] == 'X');
+    std::string digits = hex ? word.substr(2) : word;
+    if (digits.empty() || digits.size() > (hex ? 8u : 10u))
+        return false;
+    uint64_t v = 0;
+    for (char c : digits) {
+        int d = c >= '0' && c <= '9'   ? c - '0'
+                : hex && c >= 'a' && c <= 'f' ? c - 'a' + 10
+                : hex && c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                              : -1;
+        if (d < 0)
+            return false;
+        v = v * (hex ? 16 : 10) + static_cast<uint64_t>(d);
+    }
+    if (v > 0xFFFFFFFFu)
+        return false;
+    *out = static_cast<uint32_t>(v);
+    return true;
+}
+
+}  // namespace
+
+void ChassisSim::registerModelCommands() {
+    commands_.add({"show l2pm", "", "what the manager told L2PM: ownership, forwarding, STG, flushes",
+                   0, 0, [this](const CommandTable::Args&) { return done(describeL2pm(l2pm_.model())); }});
+    commands_.add({"show l2pm port", "INTERFACE", "the forwarding state of one port", 1, 2,
+                   [this](const CommandTable::Args& args) {
+                       uint32_t ifIndex = 0;
+                       std::string err;
+                       if (!interfaceArg(args, &ifIndex, &err))
+                           return refused(err);
+                       return done(describeL2pmPort(l2pm_.model(), ifIndex));
+                   }});
+    commands_.add({"show l2pm vlan", "VLAN", "the state of one VLAN on every port", 1, 1,
+                   [this](const CommandTable::Args& args) {
+                       uint32_t vlan = 0;
+                       std::string err;
+                       if (!cli::parseBounded(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
+                           return refused(err);
+                       return done(describeL2pmVlan(l2pm_.model(), vlan));
+                   }});
+    commands_.add({"show l2pm instance", "INSTANCE", "the ports and VLANs of one STG instance", 1, 1,
+                   [this](const CommandTable::Args& args) {
+                       uint32_t instance = 0;
+                       std::string err;
+                       if (!cli::parseBounded(args[0], 0, kMaxInstance, "STG instance", &instance,
+                                              &err))
+                           return refused(err);
+                       return done(describeL2pmInstance(l2pm_.model(),
+                                                        static_cast<uint16_t>(instance)));
+                   }});
+    for (bool refuse : {true, false}) {
+        commands_.add({refuse ? "l2pm refuse-port" : "no l2pm refuse-port", "INTERFACE",
+                       refuse ? "L2PM refuses to hand the port over to the manager"
+                              : "L2PM hands the port over again",
+                       1, 2, [this, refuse](const CommandTable::Args& args) {
+                           uint32_t ifIndex = 0;
+                           std::string err;
+                           if (!interfaceArg(args, &ifIndex, &err))
+                               return refused(err);
+                           l2pm_.model().setRefused(ifIndex, refuse);
+                           std::string name = cli::longIfName(ifIndex);
+                           say("l2pm: ownership of %s is now %s", name.c_str(),
+                               refuse ? "refused" : "granted");
+                           return done("L2PM now " + std::string(refuse ? "refuses" : "grants") +
+                                       " the ownership of " + name);
+                       }});
+    }
+    commands_.add({"show ifm", "", "IFM's control VLANs, refusals and ring-interface notices", 0, 0,
+                   [this](const CommandTable::Args&) { return done(ifm_.describe()); }});
+    commands_.add({"show ifm vlan", "VLAN", "what IFM answers about one VLAN", 1, 1,
+                   [this](const CommandTable::Args& args) {
+                       uint32_t vlan = 0;
+                       std::string err;
+                       if (!cli::parseBounded(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
+                           return refused(err);
+                       return done(ifm_.describe(vlan));
+                   }});
+    commands_.add({"ifm refuse-vlan", "VLAN [code CODE]",
+                   "IFM refuses VLAN as a control VLAN (with CODE, default 0x8a000141)", 1, 3,
+                   [this](const CommandTable::Args& args) {
+                       uint32_t vlan = 0, code = Ifm::kRefusal;
+                       std::string err;
+                       if (!cli::parseBounded(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
+                           return refused(err);
+                       if (args.size() == 2 || (args.size() == 3 && args[1] != "code"))
+                           return refused("usage: ifm refuse-vlan VLAN [code CODE]");
+                       if (args.size() == 3 && !parseCode(args[2], &code))
+                           return refused("bad code '" + args[2] +
+                                          "': expected a number, decimal or 0x hex");
+                       ifm_.refuseVlan(vlan, code);
+                       say("ifm: VLAN %u as a control VLAN is now answered 0x%08x", vlan, code);
+                       char hex[16];
+                       std::snprintf(hex, sizeof(hex), "0x%08x", code);
+                       return done("IFM now answers " + std::string(hex) + " when VLAN " +
+                                   std::to_string(vlan) + " is to become a control VLAN");
+                   }});
+    commands_.add({"no ifm refuse-vlan", "VLAN", "IFM accepts VLAN as a control VLAN again", 1, 1,
+                   [this](const CommandTable::Args& args) {
+                       uint32_t vlan = 0;
+                       std::string err;
+                       if (!cli::parseBounded(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
+                           return refused(err);
+                       ifm_.acceptVlan(vlan);
+                       say("ifm: VLAN %u as a control VLAN is now answered 0", vlan);
+                       return done("IFM now accepts VLAN " + std::to_string(vlan) +
+                                   " as a control VLAN");
+                   }});
+}
+
+}  // namespace vorn::sim

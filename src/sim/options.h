@@ -1,0 +1,38 @@
+// The command line of vornsim.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace vorn::sim {
+
+struct SimOptions {
+    std::string rundir;         // every socket of the chassis lives here
+    std::string vorndPath;      // the manager to start; empty: the vornd beside vornsim
+    std::string vornctlPath;    // replays the startup configuration; empty: the one beside us
+    bool attach = false;        // work with a manager that runs already; start none
+    bool evhAbsent = false;     // start without the event handler
+    bool evhRefuse = false;     // the event handler refuses subscriptions
+    bool l2pmAbsent = false;    // start without L2PM
+    bool l2pmRefuse = false;    // L2PM refuses registrations
+    std::string cards = "0,1";  // passed on to the manager
+    uint32_t cardMask = 0x3;    // bit s: a card in slot s
+};
+
+enum class ParseOutcome { Run, Help, Error };
+
+// Parses argv into *out (which holds the defaults). Help: *message holds the usage text.
+// Error: *message says what is wrong, followed by the usage text.
+ParseOutcome parseOptions(int argc, char** argv, SimOptions* out, std::string* message);
+std::string usageText(const std::string& prog);
+
+// "0,1,5" -> bits 0, 1 and 5. Slots 0..11, no blanks, no repeats needed but allowed.
+bool parseCardList(const std::string& text, uint32_t* mask);
+// "0,1,5" from a mask; "none" for 0.
+std::string cardListText(uint32_t mask);
+
+// The vornd (and vornctl) in the directory of the running program.
+std::string defaultVorndPath();
+std::string defaultVornctlPath();
+
+}  // namespace vorn::sim

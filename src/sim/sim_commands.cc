@@ -1,0 +1,120 @@
+// The control commands of the chassis. Each row is one command; later parts of the chassis
+// model add theirs the same way.
+
+#include <functional>
+
+#include "sim/chassis_sim.h"
+#include "sim/log.h"
+
+namespace vorn::sim {
+namespace {
+
+constexpr uint32_t kMaxSlot = 11;
+
+// A peer that can be told to refuse and to go absent, seen through four small functions.
+struct Switchable {
+    const char* word;  // "evh"
+    const char* what;  // "the event handler 30.0"
+    const char* refuseWhat;
+    std::function<void(bool)> setRefusing;
+    std::function<bool()> present;
+    std::function<bool(std::string*)> open;
+    std::function<void()> close;
+};
+
+void addSwitches(CommandTable& table, const Switchable& p) {
+    table.add({std::string(p.word) + " refuse", "on|off",
+               std::string("make ") + p.what + " refuse (on) or accept (off) " + p.refuseWhat, 1, 1,
+               [p](const CommandTable::Args& args) {
+                   bool on = false;
+                   if (!parseOnOff(args[0], &on))
+                       return refused("expected on or off, not '" + args[0] + "'");
+                   p.setRefusing(on);
+                   say("%s: now %s %s", p.word, on ? "refusing" : "accepting", p.refuseWhat);
+                   return done(std::string(p.what) + " now " + (on ? "refuses " : "accepts ") +
+                               p.refuseWhat);
+               }});
+    table.add({std::string(p.word) + " absent", "on|off",
+               std::string("close (on) or reopen (off) the queues of ") + p.what, 1, 1,
+               [p](const CommandTable::Args& args) {
+                   bool on = false;
+                   if (!parseOnOff(args[0], &on))
+                       return refused("expected on or off, not '" + args[0] + "'");
+                   if (on == !p.present())
+                       return done(std::string(p.what) + " is already " +
+                                   (on ? "absent" : "present"));
+                   if (on) {
+                       p.close();
+                   } else {
+                       std::string err;
+                       if (!p.open(&err))
+                           return refused(err);
+                   }
+                   say("%s: %s", p.word, on ? "absent (queues closed)" : "present again");
+                   return done(std::string(p.what) + " is now " + (on ? "absent" : "present"));
+               }});
+}
+
+}  // namespace
+
+void ChassisSim::registerPeerCommands() {
+    addSwitches(commands_,
+                {"evh", "the event handler 30.0", "subscriptions",
+                 [this](bool on) { evh_.setRefusing(on); }, [this] { return evh_.present(); },
+                 [this](std::string* e) { return evh_.open(e); }, [this] { evh_.close(); }});
+    addSwitches(commands_,
+                {"l2pm", "L2PM 166.0", "registrations", [this](bool on) { l2pm_.setRefusing(on); },
+                 [this] { return l2pm_.present(); },
+                 [this](std::string* e) { return l2pm_.open(e); }, [this] { l2pm_.close(); }});
+}
+
+void ChassisSim::registerCommands() {
+    commands_.add({"help", "", "list the commands", 0, 0,
+                   [this](const CommandTable::Args&) { return done(commands_.helpText()); }});
+    commands_.add({"status", "", "show the manager, the cards and every peer", 0, 0,
+                   [this](const CommandTable::Args&) { return done(statusText()); }});
+    commands_.add({"quit", "", "stop the manager (if vornsim started it) and vornsim", 0, 0,
+                   [this](const CommandTable::Args&) {
+                       requestStop("quit command");
+                       return done("vornsim is stopping");
+                   }});
+    struct CardRow {
+        const char* word;
+        uint32_t eventId;
+        const char* help;
+    };
+    for (const CardRow& r : {CardRow{"up", kEvCardUp, "a card comes up in SLOT (CHMGR_CARD_UP)"},
+                             CardRow{"down", kEvCardDown,
+                                     "the card in SLOT goes down "
+                                     "(CHMGR_CARD_DOWN)"},
+                             CardRow{"shutdown", kEvCardShutdown,
+                                     "the card in SLOT is shut down (CHMGR_CARD_SHUTDOWN)"}}) {
+        uint32_t id = r.eventId;
+        commands_.add({std::string("card ") + r.word, "SLOT", r.help, 1, 1,
+                       [this, id](const CommandTable::Args& args) { return cardEvent(id, args); }});
+    }
+}
+
+CommandResult ChassisSim::cardEvent(uint32_t eventId, const CommandTable::Args& args) {
+    uint32_t slot = 0;
+    if (!parseNumber(args[0], 0, kMaxSlot, &slot))
+        return refused("bad slot '" + args[0] + "': slots are 0 to 11");
+    if (!evh_.present())
+        return refused(
+            "the event handler is absent ('evh absent off' brings it back); "
+            "no event sent");
+    bool wasUp = (cardMask_ & (1u << slot)) != 0;
+    bool up = eventId == kEvCardUp;
+    cardMask_ = up ? (cardMask_ | (1u << slot)) : (cardMask_ & ~(1u << slot));
+    int reached = evh_.sendEvent(eventId, slot);
+    std::string text = eventName(eventId) + " for slot " + std::to_string(slot);
+    text += reached == 0
+                ? ": no subscriber follows it; nothing sent"
+                : " sent to " + std::to_string(reached) + " subscriber" + (reached == 1 ? "" : "s");
+    if (wasUp == up)
+        text += std::string(" (slot ") + std::to_string(slot) +
+                (up ? " was already up)" : " was already down)");
+    return done(text);
+}
+
+}  // namespace vorn::sim

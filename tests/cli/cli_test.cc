@@ -1,0 +1,173 @@
+// vornctl: its options and error messages, and the debug-shell path to a manager stand-in
+// served in this process.
+
+#include "cli/commands.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <sstream>
+#include <thread>
+
+#include "cli/client.h"
+#include "platform/ipc.h"
+#include "platform/shell.h"
+#include "support/rundir.h"
+
+namespace vorn {
+namespace {
+
+TEST(LineEnds, CarriageReturnsBecomeNewlines) {
+    struct Case {
+        const char* in;
+        const char* out;
+    };
+    const Case cases[] = {
+        {"", ""},
+        {"a\r\nb\r\n", "a\nb\n"},
+        {"a\rb\r", "a\nb\n"},    // lone carriage returns
+        {"a\r\r\nb", "a\n\nb"},  // a lone one before a pair
+        {"a\n\rb", "a\n\nb"},    // newline, then a lone one
+        {"plain\n", "plain\n"},
+        {"\r", "\n"},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(cli::normaliseLineEnds(c.in), c.out) << c.in;
+}
+
+// Runs vornctl's main on words, returning the exit status and both streams.
+struct CtlRun {
+    int status;
+    std::string out;
+    std::string err;
+};
+CtlRun vornctl(std::vector<std::string> words) {
+    words.insert(words.begin(), "vornctl");
+    std::vector<char*> argv;
+    for (std::string& w : words)
+        argv.push_back(w.data());
+    std::istringstream in;
+    std::ostringstream out, err;
+    int status = cli::vornctlMain(static_cast<int>(argv.size()), argv.data(), in, out, err);
+    return {status, out.str(), err.str()};
+}
+
+class VornctlTest : public test::PlatformTest {};
+
+TEST_F(VornctlTest, SaysClearlyWhatIsWrong) {
+    const std::string dir = rundir_.path();
+    const std::string missing = dir + "/nothing-here";
+    const std::string open = dir + "/open-to-all";
+    ASSERT_EQ(mkdir(open.c_str(), 0700), 0);
+    ASSERT_EQ(chmod(open.c_str(), 0777), 0);
+    struct Case {
+        std::vector<std::string> words;
+        int status;
+        std::string inErr;
+    };
+    const Case cases[] = {
+        {{"--rundir", missing, "shell", "qelIpcStats"},
+         1,
+         "% Error: no manager is running in " + missing},
+        {{"--rundir", dir, "shell", "qelIpcStats"}, 1, "% Error: no manager is running in " + dir},
+        {{"--rundir", dir, "sim", "status"}, 1, "% Error: no simulator is running in " + dir},
+        {{"--rundir", open, "sim", "status"}, 1, "is writable by other users"},
+        {{"--rundir", dir, "shell"}, 2, "% Error: incomplete command; usage: shell FUNCTION"},
+        {{"--rundir", dir, "sim"}, 2, "% Error: incomplete command; usage: sim COMMAND"},
+        {{"--rundir", dir, "reboot"}, 2, "% Error: unknown word 'reboot'; expected"},
+        {{"--rundir", dir, "!"}, 2, "% Error: no command given"},
+        {{"--rundir", dir, "mode", "master"}, 2, "is a command of a ring's context"},
+        {{"--rundir", dir, "protocol", "vorn", "0"}, 2, "ring id 0 is out of range 1..255"},
+        {{"--rundir", dir, "-f", "x", "show"}, 2, "-f FILE takes no command after it ('show')"},
+        {{"--rundir", dir, "-f", dir + "/none"}, 2, "cannot read " + dir + "/none"},
+        {{"--rundir", dir, "-f"}, 2, "-f needs a file"},
+        {{"--rundir"}, 2, "--rundir needs a directory"},
+        {{"--colour", "shell", "x"}, 2, "unknown option '--colour'"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.inErr);
+        CtlRun r = vornctl(c.words);
+        EXPECT_EQ(r.status, c.status);
+        EXPECT_NE(r.err.find(c.inErr), std::string::npos) << r.err;
+        EXPECT_TRUE(r.out.empty()) << r.out;
+    }
+    // Asking about a directory never creates it.
+    EXPECT_NE(access(missing.c_str(), F_OK), 0);
+    CtlRun help = vornctl({"--rundir", dir, "help"});
+    EXPECT_EQ(help.status, 0);
+    for (const char* line : {"shell FUNCTION [ARG...]", "protocol vorn <1-255>",
+                             "timer hello-interval <50-2000>", "no member-vlan [VLAN-LIST]"})
+        EXPECT_NE(help.out.find(line), std::string::npos) << line;
+    // Without a command, input that is not a terminal is replayed: here, nothing.
+    CtlRun none = vornctl({"--rundir", dir});
+    EXPECT_EQ(none.status, 0) << none.err;
+}
+
+// The manager's endpoint with the debug shell, served on a thread of its own.
+class ShellServer {
+  public:
+    ShellServer() : key_(qelIpcTmrOpen(226, 0)) {
+        qelDdbInit(nullptr);
+        thread_ = std::thread([this] {
+            std::vector<uint8_t> buf(8192);
+            while (!stop_)
+                qelIpcRecvWait(Key_getReqQueue(key_), buf.data(), 8192, 10);
+        });
+    }
+    ~ShellServer() {
+        stop_ = true;
+        thread_.join();
+        qelIpcClose(key_);
+    }
+
+  private:
+    QelKey key_;
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
+};
+
+TEST_F(VornctlTest, RunsShellFunctionsAndNormalisesTheirLineEnds) {
+    shell::registerFunction(
+        "testPrintTwice",
+        [](const std::vector<long>& args) {
+            for (long a : args)
+                std::printf("value %ld\r\n", a);
+            std::printf("done\r");
+        },
+        "prints its arguments");
+    ShellServer server;
+    const std::string dir = rundir_.path();
+    struct Case {
+        std::vector<std::string> words;
+        int status;
+        std::string out;    // exact standard output
+        std::string inErr;  // part of the error output ("" for none)
+    };
+    const Case cases[] = {
+        {{"shell", "testPrintTwice", "5", "0x10"}, 0, "value 5\nvalue 16\ndone\n", ""},
+        {{"shell", "noSuchFunction"}, 1, "", "unknown command: noSuchFunction"},
+        {{"shell", "testPrintTwice", "five"}, 1, "", "bad argument 'five'"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.words[1]);
+        std::vector<std::string> words = {"--rundir", dir};
+        words.insert(words.end(), c.words.begin(), c.words.end());
+        CtlRun r = vornctl(words);
+        EXPECT_EQ(r.status, c.status);
+        EXPECT_EQ(r.out, c.out);
+        if (c.inErr.empty())
+            EXPECT_TRUE(r.err.empty()) << r.err;
+        else
+            EXPECT_NE(r.err.find(c.inErr), std::string::npos) << r.err;
+    }
+    // The client's own endpoint is gone once it is done.
+    for (const auto& entry : std::filesystem::directory_iterator(dir))
+        EXPECT_NE(entry.path().filename().string().rfind("40.", 0), 0u) << entry.path();
+}
+
+}  // namespace
+}  // namespace vorn

@@ -1,0 +1,291 @@
+// vornctl's configuration commands against a manager stand-in: the manager's refusals as
+// sentences, a manager that does not answer, the replay of files (checked whole before the
+// first request, stopped at the first refusal), a saved running configuration applied as it
+// stands, and the running configuration shown and saved.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cli/commands.h"
+#include "nm_manager.h"
+#include "support/rundir.h"
+
+namespace vorn {
+namespace {
+
+// A request in words, read at the layout's offsets: "5 member-vlan(3) no 20-21".
+std::string summary(const std::vector<uint8_t>& m) {
+    be::Reader rd(m.data(), m.size());
+    std::string s = std::to_string(rd.u16(90)) + " type " + std::to_string(rd.u32(72)) +
+                    (rd.u16(82) != 0 ? " no" : "");
+    switch (rd.u32(72)) {
+        case 1:
+            s += " '" + std::string(reinterpret_cast<const char*>(m.data() + 624)) + "'";
+            break;
+        case 2:
+            s += " " + std::to_string(rd.u32(100)) + " " + std::to_string(rd.u32(104)) + " " +
+                 std::to_string(rd.u32(108) & 0xFFF);
+            break;
+        case 3:
+            for (uint32_t v = 1; v < 4096; ++v)
+                if ((m[112 + v / 8] & (0x80 >> (v % 8))) != 0)
+                    s += " " + std::to_string(v);
+            break;
+        case 4:
+            s += " mode " + std::to_string(rd.u8(92));
+            break;
+        case 6:
+            s += " " + std::to_string(rd.u16(96));
+            break;
+        case 7:
+            s += " " + std::to_string(rd.u16(94));
+            break;
+    }
+    return s;
+}
+
+std::vector<std::string> summaries(const test::NmManager& mgr) {
+    std::vector<std::string> out;
+    for (const auto& r : mgr.requests())
+        out.push_back(summary(r));
+    return out;
+}
+
+class ConfigTest : public test::PlatformTest {
+  protected:
+    std::string file(const std::string& name, const std::string& text) {
+        std::string path = rundir_.path() + "/" + name;
+        std::ofstream(path, std::ios::binary) << text;
+        return path;
+    }
+    std::string slurp(const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        return ss.str();
+    }
+    std::ostringstream out_, err_;
+};
+
+TEST_F(ConfigTest, RefusalsAreSaidAsSentencesAndChangeNoContext) {
+    std::atomic<int64_t> status{0};
+    test::NmManager mgr([&status](const test::NmManager::Request&) { return status.load(); });
+    cli::Cli cli(rundir_.path(), out_, err_, 2000);
+    ASSERT_EQ(cli.runLine("protocol vorn 5"), cli::kExitOk);
+    struct Case {
+        uint32_t status;
+        const char* line;
+        const char* sentence;
+    };
+    const Case cases[] = {
+        {1, "member-vlan 20", "ring 5 does not exist; create it first with 'protocol vorn 5'"},
+        {1, "no protocol vorn 5", "ring 5 does not exist"},
+        {2, "no mode transit", "ring 5 is not in mode transit; its mode was left as it is"},
+        {3, "no interface primary Gi 0/2 secondary Gi 1/1 control-vlan 10",
+         "GigabitEthernet 0/2 is not the primary interface of ring 5"},
+        {4, "no interface primary Gi 0/1 secondary te1/2 control-vlan 10",
+         "TenGigabitEthernet 1/2 is not the secondary interface of ring 5"},
+        {5, "no interface primary Gi 0/1 secondary Gi 1/1 control-vlan 11",
+         "VLAN 11 is not the control VLAN of ring 5"},
+        {6, "interface primary Gi 0/1 secondary Gi 1/1 control-vlan 10",
+         "VLAN 10 is already the control VLAN of another ring"},
+        {7, "interface primary Gi 0/1 secondary Gi 1/1 control-vlan 20",
+         "VLAN 20 is a member VLAN of a ring and cannot be a control VLAN"},
+        {8, "member-vlan 10", "VLAN 10 is the control VLAN of a ring and cannot be a member VLAN"},
+        {8, "member-vlan 10-12,40",
+         "VLANs 10-12,40 include the control VLAN of a ring, which cannot be a member VLAN; no "
+         "VLAN was added"},
+        {9, "interface primary Gi 0/1 secondary Gi 1/1 control-vlan 10",
+         "L2PM refused to hand over the primary interface GigabitEthernet 0/1"},
+        {10, "interface primary Gi 0/1 secondary po5 control-vlan 10",
+         "L2PM refused to hand over the secondary interface Port-channel 5"},
+        {11, "interface primary gi0/1 secondary Gi 0/1 control-vlan 10",
+         "the primary and the secondary interface are the same (GigabitEthernet 0/1)"},
+        {14, "interface primary Gi 0/1 secondary Gi 1/1 control-vlan 10",
+         "the ring interfaces GigabitEthernet 0/1 and GigabitEthernet 1/1 could not be taken "
+         "over from L2PM"},
+        {18, "interface primary Gi 0/1 secondary Gi 1/1 control-vlan 10",
+         "VLAN 10 cannot be a control VLAN: the interface manager refused it"},
+        {20, "interface primary Gi 0/1 secondary po5 control-vlan 10",
+         "the secondary interface Port-channel 5 is the inter-chassis link of the peer pair and "
+         "cannot carry a ring"},
+        {99, "mode master", "the manager refused the 'mode' command of ring 5 (status 99)"},
+        {1, "protocol vorn 6", "ring 6 does not exist"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.line);
+        status = c.status;
+        err_.str("");
+        EXPECT_EQ(cli.runLine(c.line), cli::kExitFailed);
+        EXPECT_EQ(err_.str(), std::string("% Error: ") + c.sentence + "\n");
+        // A refused command leaves the operator where they were.
+        EXPECT_EQ(cli.context(), (cli::Context{cli::Mode::Ring, 5}));
+    }
+    EXPECT_EQ(mgr.requests().size(), 1 + std::size(cases));
+    EXPECT_TRUE(out_.str().empty()) << out_.str();
+}
+
+TEST_F(ConfigTest, AManagerThatIsMissingOrSilentIsNamed) {
+    const std::string dir = rundir_.path();
+    {
+        cli::Cli cli(dir, out_, err_, 300);
+        EXPECT_EQ(cli.runLine("protocol vorn 5"), cli::kExitFailed);
+        EXPECT_EQ(err_.str(), "% Error: no manager is running in " + dir + "\n");
+    }
+    err_.str("");
+    test::NmManager silent([](const test::NmManager::Request&) { return -1; });
+    cli::Cli cli(dir, out_, err_, 300);
+    EXPECT_EQ(cli.runLine("protocol vorn 5"), cli::kExitFailed);
+    EXPECT_EQ(err_.str(), "% Error: the manager in " + dir +
+                              " did not answer within 0.3 s; the command may or may not have "
+                              "taken effect\n");
+    EXPECT_EQ(cli.context(), cli::Context{});
+    EXPECT_EQ(silent.requests().size(), 1u);
+}
+
+TEST_F(ConfigTest, AnAnswerThatIsNotAWholeRequestIsReportedAtOnce) {
+    test::NmManager mgr;
+    mgr.truncateAnswers(88);
+    cli::Cli cli(rundir_.path(), out_, err_, 5000);
+    auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(cli.runLine("protocol vorn 5"), cli::kExitFailed);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    EXPECT_EQ(err_.str(), "% Error: the manager's answer (88 bytes, expected 1024) could not be "
+                          "read; the command may or may not have taken effect\n");
+    EXPECT_EQ(cli.context(), cli::Context{});
+}
+
+TEST_F(ConfigTest, ABadLineInAFileIsFoundBeforeAnythingIsSent) {
+    test::NmManager mgr;
+    cli::Cli cli(rundir_.path(), out_, err_, 2000);
+    struct Case {
+        std::string text;
+        const char* inErr;
+    };
+    const Case cases[] = {
+        {"protocol vorn 5\n mode master\n\n timer hello-interval 20\n no disable\n",
+         "hello-interval 20 is out of range 50..2000\n% F line 4: 'timer hello-interval 20': "
+         "nothing was applied"},
+        {"! a comment\nmode master\n",
+         "'mode master' is a command of a ring's context: enter one first with 'protocol vorn "
+         "<1-255>'\n% F line 2"},
+        {"protocol vorn 5\nexit\n mode master\n", "% F line 3"},  // exit leaves the context
+        {"protocol vorn 5\n interface primary Gi 0/1 secondary Gi 1/1 control-vlan 10\n"
+         " member-vlan 20,,30\n",
+         "bad VLAN list '20,,30': an item is empty\n% F line 3"},
+        {"protocol vorn 256\n", "ring id 256 is out of range 1..255\n% F line 1"},
+        {"protocol vorn 5\n description " + std::string(256, 'x') + "\n",
+         "the description is 256 characters long; at most 255 are allowed\n% F line 2"},
+        {"protocol vorn 5\n frobnicate\n", "unknown word 'frobnicate'"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        err_.str("");
+        std::istringstream in(c.text);
+        EXPECT_EQ(cli.replay(in, "F"), cli::kExitUsage);
+        EXPECT_NE(err_.str().find(c.inErr), std::string::npos) << err_.str();
+        EXPECT_TRUE(mgr.requests().empty());
+    }
+    err_.str("");
+    EXPECT_EQ(cli.replay(rundir_.path() + "/no-such-file"), cli::kExitUsage);
+    EXPECT_NE(err_.str().find("cannot read " + rundir_.path() + "/no-such-file"),
+              std::string::npos);
+}
+
+TEST_F(ConfigTest, TheFirstRefusalStopsAReplayAndNamesItsLine) {
+    // The fourth request (the mode) is refused.
+    std::atomic<int> seen{0};
+    test::NmManager mgr([&seen](const test::NmManager::Request&) { return ++seen == 4 ? 2 : 0; });
+    cli::Cli cli(rundir_.path(), out_, err_, 2000);
+    std::string path = file("cfg", "protocol vorn 5\n member-vlan 20\n\n ! note\n"
+                                   " timer dead-interval 900\n no mode master\n no disable\n");
+    EXPECT_EQ(cli.replay(path), cli::kExitFailed);
+    EXPECT_EQ(err_.str(), "% Error: ring 5 is not in mode master; its mode was left as it is\n% " +
+                              path +
+                              " line 6: 'no mode master': replay stopped here; the 3 command "
+                              "lines before it were applied\n");
+    EXPECT_EQ(summaries(mgr), (std::vector<std::string>{"5 type 0", "5 type 3 20",
+                                                        "5 type 6 900", "5 type 4 no mode 1"}));
+}
+
+TEST_F(ConfigTest, ASavedRunningConfigurationIsAppliedAsItStands) {
+    test::NmManager mgr;
+    cli::Cli cli(rundir_.path(), out_, err_, 2000);
+    // As the configuration store writes it: "\r\n" ends, a blank behind every line, and the
+    // member VLANs of a long list spread over several lines.
+    const std::string saved =
+        "!\r\nprotocol vorn 5  \r\n description ring five  \r\n"
+        " interface primary GigabitEthernet 0/1 secondary GigabitEthernet 1/1 control-vlan 10 "
+        "\r\n member-vlan 20-30 \r\n member-vlan 40,42 \r\n mode master \r\n"
+        " timer hello-interval 300 \r\n timer dead-interval 900 \r\n no disable \r\n"
+        "!\r\nprotocol vorn 6  \r\n interface primary TenGigabitEthernet 1/2 secondary "
+        "Port-channel 5 control-vlan 11 \r\n mode transit \r\n";
+    std::istringstream in(saved);
+    EXPECT_EQ(cli.replay(in, "running-config"), cli::kExitOk) << err_.str();
+    EXPECT_EQ(summaries(mgr),
+              (std::vector<std::string>{
+                  "5 type 0", "5 type 1 'ring five'", "5 type 2 167772416 167837952 10",
+                  "5 type 3 20 21 22 23 24 25 26 27 28 29 30", "5 type 3 40 42", "5 type 4 mode 1",
+                  "5 type 7 300", "5 type 6 900", "5 type 5 no", "6 type 0",
+                  "6 type 2 184615424 369098757 11", "6 type 4 mode 2"}));
+    EXPECT_EQ(cli.context(), (cli::Context{cli::Mode::Ring, 6}));
+    EXPECT_TRUE(err_.str().empty()) << err_.str();
+}
+
+TEST_F(ConfigTest, RunningConfigurationIsShownNormalisedAndSavedWhole) {
+    const std::string dir = rundir_.path();
+    {
+        cli::Cli cli(dir, out_, err_, 2000);
+        EXPECT_EQ(cli.runLine("show running-config"), cli::kExitFailed);
+        EXPECT_EQ(err_.str(), "% Error: there is no running configuration in " + dir +
+                                  " (no manager is running there)\n");
+        err_.str("");
+        EXPECT_EQ(cli.runLine("write memory"), cli::kExitFailed);
+        EXPECT_NE(err_.str().find("nothing was saved"), std::string::npos);
+    }
+    test::NmManager mgr;
+    cli::Cli cli(dir, out_, err_, 2000);
+    err_.str("");
+    // A manager that has not been configured yet: an empty running configuration.
+    EXPECT_EQ(cli.runLine("show running-config"), cli::kExitOk) << err_.str();
+    EXPECT_EQ(out_.str(), "");
+
+    const std::string text = "!\r\nprotocol vorn 5  \r\n mode master \r\n no disable \r\n";
+    file("running-config", text);
+    file("startup-config", "old");
+    EXPECT_EQ(cli.runLine("show running-config"), cli::kExitOk);
+    EXPECT_EQ(out_.str(), "!\nprotocol vorn 5  \n mode master \n no disable \n");
+    out_.str("");
+    EXPECT_EQ(cli.runLine("write memory"), cli::kExitOk) << err_.str();
+    EXPECT_EQ(out_.str(),
+              "Saved the running configuration (4 lines) to " + dir + "/startup-config\n");
+    EXPECT_EQ(slurp(dir + "/startup-config"), text);
+    struct stat st {};
+    ASSERT_EQ(stat((dir + "/startup-config").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    for (const auto& e : std::filesystem::directory_iterator(dir))
+        EXPECT_EQ(e.path().filename().string().find(".tmp."), std::string::npos) << e.path();
+
+    // A startup configuration that cannot be replaced stays as it was.
+    std::filesystem::remove(dir + "/startup-config");
+    std::filesystem::create_directory(dir + "/startup-config");
+    err_.str("");
+    EXPECT_EQ(cli.runLine("write memory"), cli::kExitFailed);
+    EXPECT_NE(err_.str().find("the startup configuration was left as it was"), std::string::npos)
+        << err_.str();
+    EXPECT_TRUE(std::filesystem::is_directory(dir + "/startup-config"));
+    for (const auto& e : std::filesystem::directory_iterator(dir))
+        EXPECT_EQ(e.path().filename().string().find(".tmp."), std::string::npos) << e.path();
+    EXPECT_TRUE(mgr.requests().empty());
+}
+
+}  // namespace
+}  // namespace vorn

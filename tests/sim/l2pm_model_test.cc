@@ -1,0 +1,268 @@
+// L2PM's forwarding model, fed with messages built here field by field as the manager sends
+// them: port states per VLAN, flushes, STG instances with their ports and VLANs, and what a
+// message that claims more than it holds is allowed to change.
+
+#include "sim/l2pm_model.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "platform/bitmap.h"
+#include "platform/codec.h"
+
+namespace vorn {
+namespace {
+
+constexpr uint32_t kGi01 = 0x0A000100;  // GigabitEthernet 0/1
+constexpr uint32_t kGi11 = 0x0A010100;  // GigabitEthernet 1/1
+constexpr uint32_t kPo5 = 0x16000005;   // Port-channel 5
+constexpr uint32_t kVlan10If = 0x1800000A;  // a VLAN interface: no port
+
+using Vlans = std::vector<uint16_t>;
+using Bitmap = sim::ForwardingModel::VlanBitmap;
+
+void setVlans(std::vector<uint8_t>& m, size_t off, const Vlans& vlans) {
+    for (uint16_t v : vlans)
+        m[off + v / 8] |= static_cast<uint8_t>(0x80 >> (v % 8));
+}
+
+struct PortRec {
+    uint32_t ifIndex;
+    Vlans vlans;  // the VLANs whose state the record sets
+    Vlans fwd;    // ... of which these forward
+};
+
+// Port-state message (18407): 248 client id 7, 252 protocol id 3, 256 record count, then
+// 1032-byte records: 0 ifIndex, 4 VLAN set (512 bytes), 516 forwarding set, 1028 zero.
+// `claimed` overrides the count.
+std::vector<uint8_t> portStateMsg(const std::vector<PortRec>& recs, int claimed = -1) {
+    std::vector<uint8_t> m(260 + 1032 * recs.size(), 0);
+    be::Writer w(m.data(), m.size());
+    w.u32(248, 7);
+    w.u32(252, 3);
+    w.u32(256, claimed < 0 ? static_cast<uint32_t>(recs.size()) : static_cast<uint32_t>(claimed));
+    for (size_t i = 0; i < recs.size(); ++i) {
+        size_t rec = 260 + 1032 * i;
+        w.u32(rec, recs[i].ifIndex);
+        setVlans(m, rec + 4, recs[i].vlans);
+        setVlans(m, rec + 516, recs[i].fwd);
+    }
+    return m;
+}
+
+// Flush message (18412): the same fixed part, then 24-byte records: 0 kind 82, 4 length 24,
+// 12 VLAN (u16), 16 ifIndex.
+std::vector<uint8_t> flushMsg(const std::vector<std::tuple<uint32_t, uint16_t, uint32_t>>& recs) {
+    std::vector<uint8_t> m(260 + 24 * recs.size(), 0);
+    be::Writer w(m.data(), m.size());
+    w.u32(248, 7);
+    w.u32(252, 3);
+    w.u32(256, static_cast<uint32_t>(recs.size()));
+    for (size_t i = 0; i < recs.size(); ++i) {
+        auto [kind, vlan, ifIndex] = recs[i];
+        size_t rec = 260 + 24 * i;
+        w.u32(rec, kind);
+        w.u32(rec + 4, 24);
+        w.u16(rec + 12, vlan);
+        w.u32(rec + 16, ifIndex);
+    }
+    return m;
+}
+
+// Instance port ownership (18406): 124 count, then 8-byte records: 0 action (1 add),
+// 2 instance (u16), 4 ifIndex.
+std::vector<uint8_t> instanceMsg(const std::vector<std::tuple<uint8_t, uint16_t, uint32_t>>& recs) {
+    std::vector<uint8_t> m(128 + 8 * recs.size(), 0);
+    be::Writer w(m.data(), m.size());
+    w.u32(124, static_cast<uint32_t>(recs.size()));
+    for (size_t i = 0; i < recs.size(); ++i) {
+        auto [action, instance, ifIndex] = recs[i];
+        w.u8(128 + 8 * i, action);
+        w.u16(128 + 8 * i + 2, instance);
+        w.u32(128 + 8 * i + 4, ifIndex);
+    }
+    return m;
+}
+
+// VLAN-STG (18476, 652 bytes): 124 map flag, 128 instance, 132 VLAN bitmap, 644 1, 648 5.
+std::vector<uint8_t> vlanStgMsg(bool map, uint16_t instance, const Vlans& vlans) {
+    std::vector<uint8_t> m(652, 0);
+    be::Writer w(m.data(), m.size());
+    w.u32(124, map ? 1 : 0);
+    w.u16(128, instance);
+    setVlans(m, 132, vlans);
+    w.u32(644, 1);
+    w.u32(648, 5);
+    return m;
+}
+
+std::string list(const Bitmap& b) {
+    char text[256];
+    convertVlanBitMap2VlanString(b, text, sizeof(text));
+    return text;
+}
+
+// "fwd 20-22 blk 23" for a port, "" when the model has no state for it.
+std::string stateOf(const sim::ForwardingModel& m, uint32_t ifIndex) {
+    auto it = m.ports().find(ifIndex);
+    if (it == m.ports().end())
+        return "";
+    Bitmap blocking{};
+    BITMAP_DIFF_BITMAPS(blocking, it->second.known, it->second.forwarding);
+    return "fwd " + list(it->second.forwarding) + " blk " + list(blocking);
+}
+
+TEST(ForwardingModel, PortStatesSetEachVlanOfEachPort) {
+    sim::ForwardingModel m;
+    struct Step {
+        const char* what;
+        std::vector<uint8_t> msg;
+        std::string gi01, gi11;
+    };
+    const Step steps[] = {
+        {"the ring starts: primary forwards, secondary blocks",
+         portStateMsg({{kGi01, {20, 21, 22}, {20, 21, 22}}, {kGi11, {20, 21, 22}, {}}}),
+         "fwd 20-22 blk ", "fwd  blk 20-22"},
+        {"one VLAN blocks on the primary; the others keep their state",
+         portStateMsg({{kGi01, {21}, {}}}), "fwd 20,22 blk 21", "fwd  blk 20-22"},
+        {"forwarding bits outside the record's VLAN set change nothing",
+         portStateMsg({{kGi11, {20}, {20, 30}}}), "fwd 20,22 blk 21", "fwd 20 blk 21-22"},
+        {"a record for a VLAN interface is skipped, the next one applied",
+         portStateMsg({{kVlan10If, {10}, {10}}, {kGi01, {21}, {21}}}), "fwd 20-22 blk ",
+         "fwd 20 blk 21-22"},
+    };
+    for (const Step& s : steps) {
+        SCOPED_TRACE(s.what);
+        m.apply(sim::ForwardingModel::kMtPortState, s.msg.data(), s.msg.size());
+        EXPECT_EQ(stateOf(m, kGi01), s.gi01);
+        EXPECT_EQ(stateOf(m, kGi11), s.gi11);
+    }
+    EXPECT_EQ(m.ports().size(), 2u);
+    EXPECT_EQ(m.counters().portStateMsgs, 4u);
+    EXPECT_EQ(m.counters().portStateRecords, 5u);
+    EXPECT_EQ(m.counters().badRecords, 1u);
+}
+
+TEST(ForwardingModel, AMessageNeverChangesMoreThanItHolds) {
+    struct Case {
+        const char* what;
+        uint32_t mtype;
+        std::vector<uint8_t> msg;
+        uint64_t badRecords;
+        uint64_t malformed;
+        const char* inNote;
+    };
+    std::vector<uint8_t> cutFlush = flushMsg({{82, 20, kGi01}, {82, 21, kGi01}});
+    cutFlush.resize(cutFlush.size() - 1);  // the second record loses its last byte
+    std::vector<uint8_t> hugeCount = portStateMsg({{kGi01, {20}, {20}}});
+    be::Writer(hugeCount.data(), hugeCount.size()).u32(256, 0xFFFFFFFF);
+    const Case cases[] = {
+        {"claims 3 port states, holds 1", sim::ForwardingModel::kMtPortState,
+         portStateMsg({{kGi01, {20}, {20}}}, 3), 2, 0, "claims 3 records, only 1 fit"},
+        {"claims 4 billion port states", sim::ForwardingModel::kMtPortState, hugeCount,
+         0xFFFFFFFF - 1, 0, "only 1 fit"},
+        {"a flush record cut short", sim::ForwardingModel::kMtFlush, cutFlush, 1, 0, "only 1 fit"},
+        {"flush records of another kind, VLAN 0 and VLAN 4096, no port",
+         sim::ForwardingModel::kMtFlush,
+         flushMsg({{81, 20, kGi01}, {82, 0, kGi01}, {82, 4096, kGi01}, {82, 20, 0}}), 4, 0,
+         "4 records skipped"},
+        {"instance ownership without its count", sim::ForwardingModel::kMtInstanceOwnership,
+         std::vector<uint8_t>(127, 0), 0, 1, "too short"},
+        {"port states without their count", sim::ForwardingModel::kMtPortState,
+         std::vector<uint8_t>(259, 0), 0, 1, "too short"},
+        {"VLAN-STG without its constants", sim::ForwardingModel::kMtVlanStg,
+         std::vector<uint8_t>(651, 0xFF), 0, 1, "too short"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        sim::ForwardingModel m;
+        std::string note = m.apply(c.mtype, c.msg.data(), c.msg.size());
+        EXPECT_NE(note.find(c.inNote), std::string::npos) << note;
+        EXPECT_EQ(m.counters().badRecords, c.badRecords);
+        EXPECT_EQ(m.counters().malformed, c.malformed);
+    }
+    // What fitted was applied.
+    sim::ForwardingModel m;
+    m.apply(sim::ForwardingModel::kMtPortState, hugeCount.data(), hugeCount.size());
+    EXPECT_EQ(stateOf(m, kGi01), "fwd 20 blk ");
+    m.apply(sim::ForwardingModel::kMtFlush, cutFlush.data(), cutFlush.size());
+    EXPECT_EQ(m.flushes().size(), 1u);
+}
+
+TEST(ForwardingModel, FlushesAreCountedPerPortAndVlanAndTheLastOnesKept) {
+    sim::ForwardingModel m;
+    auto msg = flushMsg({{82, 20, kGi01}, {82, 21, kGi01}, {82, 20, kPo5}});
+    m.apply(sim::ForwardingModel::kMtFlush, msg.data(), msg.size());
+    m.apply(sim::ForwardingModel::kMtFlush, msg.data(), msg.size());
+    using Key = std::pair<uint32_t, uint16_t>;
+    const std::map<Key, uint64_t> expected = {{{kGi01, 20}, 2}, {{kGi01, 21}, 2}, {{kPo5, 20}, 2}};
+    EXPECT_EQ(m.flushes(), expected);
+    EXPECT_EQ(m.counters().flushRecords, 6u);
+    // The last 16, oldest first.
+    std::vector<std::tuple<uint32_t, uint16_t, uint32_t>> many;
+    for (uint16_t v = 100; v < 120; ++v)
+        many.emplace_back(82, v, kGi11);
+    msg = flushMsg(many);
+    m.apply(sim::ForwardingModel::kMtFlush, msg.data(), msg.size());
+    ASSERT_EQ(m.recentFlushes().size(), 16u);
+    EXPECT_EQ(m.recentFlushes().front().vlan, 104);
+    EXPECT_EQ(m.recentFlushes().back().vlan, 119);
+}
+
+TEST(ForwardingModel, InstancesGetTheirPortsAndVlans) {
+    sim::ForwardingModel m;
+    auto apply = [&m](uint32_t mtype, const std::vector<uint8_t>& msg) {
+        return m.apply(mtype, msg.data(), msg.size());
+    };
+    apply(sim::ForwardingModel::kMtInstanceOwnership,
+          instanceMsg({{1, 64, kGi01}, {1, 64, kGi11}, {1, 65, kPo5}, {1, 64, kVlan10If}}));
+    apply(sim::ForwardingModel::kMtVlanStg, vlanStgMsg(true, 64, {20, 21, 22, 30}));
+    apply(sim::ForwardingModel::kMtVlanStg, vlanStgMsg(true, 65, {30}));  // moves VLAN 30
+    std::string note = apply(sim::ForwardingModel::kMtVlanStg, vlanStgMsg(false, 65, {21, 30}));
+    EXPECT_NE(note.find("unmapped 1 VLAN from instance 65; 1 VLAN were not in that instance"),
+              std::string::npos)
+        << note;
+    apply(sim::ForwardingModel::kMtInstanceOwnership, instanceMsg({{2, 64, kGi11}, {0, 65, kPo5}}));
+
+    const std::map<uint16_t, std::set<uint32_t>> ports = {{64, {kGi01}}};
+    EXPECT_EQ(m.instancePorts(), ports);  // an instance without ports is gone
+    EXPECT_EQ(list(m.vlansOfInstance(64)), "20-22");
+    EXPECT_EQ(list(m.vlansOfInstance(65)), "");
+    EXPECT_EQ(m.instanceOfVlan(21), 64);
+    EXPECT_EQ(m.instanceOfVlan(30), 0);
+    EXPECT_EQ(m.counters().instanceRecords, 5u);
+    EXPECT_EQ(m.counters().badRecords, 1u);
+}
+
+TEST(ForwardingModel, OwnershipIsGrantedUnlessRefused) {
+    sim::ForwardingModel m;
+    using Ports = std::vector<uint32_t>;
+    m.setRefused(kGi11, true);
+    struct Step {
+        uint32_t action;
+        Ports ports;
+        Ports notGranted;
+        std::set<uint32_t> owned;
+    };
+    const Step steps[] = {
+        {0, {kGi01}, {}, {kGi01}},
+        {0, {kGi11, kPo5}, {kGi11}, {kGi01, kPo5}},
+        {0, {kVlan10If, 0}, {kVlan10If, 0}, {kGi01, kPo5}},  // not ports
+        {1, {kGi01, kGi11}, {}, {kPo5}},                     // giving back is never refused
+        {7, {kGi01}, {kGi01}, {kPo5}},                       // unknown action: nothing granted
+    };
+    for (const Step& s : steps) {
+        EXPECT_EQ(m.ownership(s.action, s.ports), s.notGranted);
+        EXPECT_EQ(m.owned(), s.owned);
+    }
+    m.setRefused(kGi11, false);
+    EXPECT_EQ(m.ownership(0, {kGi11}), Ports{});
+}
+
+}  // namespace
+}  // namespace vorn

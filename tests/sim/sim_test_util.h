@@ -1,0 +1,71 @@
+// Helpers of the simulator's tests: a manager stand-in (the endpoint 226.0 opened by the
+// test) and a way to make a blocking call while the simulator's loop serves.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <future>
+#include <vector>
+
+#include "platform/codec.h"
+#include "platform/ipc.h"
+#include "sim/loop.h"
+
+namespace vorn::test {
+
+// Runs `call` on a thread of its own while the loop serves on this one; returns its result.
+// The calls used here all give up by themselves (send-and-wait time-outs).
+template <typename F>
+auto whileServing(sim::EventLoop& loop, F call) {
+    auto result = std::async(std::launch::async, call);
+    while (result.wait_for(std::chrono::milliseconds(0)) != std::future_status::ready)
+        loop.runOnce(5);
+    return result.get();
+}
+
+// Serves passes of the loop until cond holds or timeoutMs passes.
+template <typename F>
+bool serveUntil(sim::EventLoop& loop, F cond, int timeoutMs = 2000) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!cond()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        loop.runOnce(5);
+    }
+    return true;
+}
+
+// The manager's endpoint, opened by the test.
+class FakeManager {
+  public:
+    FakeManager() : key_(qelIpcTmrOpen(ipc::kSvcManager, 0)), buf_(ipc::kMaxMsgLen) {
+        EXPECT_GE(key_, 0);
+    }
+    ~FakeManager() { close(); }
+    void close() {
+        if (key_ >= 0)
+            qelIpcClose(key_);
+        key_ = -1;
+    }
+    QelKey key() const { return key_; }
+    int reqFd() const { return Key_getReqQueue(key_); }
+    // Waits up to timeoutMs for a message on the request queue; empty on time-out.
+    std::vector<uint8_t> receive(int timeoutMs = 1000) {
+        int n = qelIpcRecvWait(reqFd(), buf_.data(), static_cast<int>(buf_.size()), timeoutMs);
+        if (n < 0)
+            return {};
+        return std::vector<uint8_t>(buf_.begin(), buf_.begin() + n);
+    }
+
+  private:
+    QelKey key_;
+    std::vector<uint8_t> buf_;
+};
+
+inline uint32_t u32At(const std::vector<uint8_t>& msg, size_t off) {
+    return be::Reader(msg.data(), msg.size()).u32(off);
+}
+
+}  // namespace vorn::test
