@@ -1,6 +1,8 @@
 // vornHelp and the registration of the diagnostic functions with the debug shell.
 
+#include <array>
 #include <cstdio>
+#include <vector>
 
 #include "diag/diag.h"
 #include "platform/shell.h"
@@ -9,6 +11,58 @@
 #include "task/trace.h"
 
 #include "l2pm/l2pm.h"
+#include "ringdb/records.h"
+
+namespace {
+
+// The shell passes integers only, so the bitmap and MAC printers are offered on the
+// bitmaps and addresses of the records an id names. An id out of range, or without a
+// record, prints nothing.
+long shellArg(const std::vector<long>& args, size_t i) {
+    return i < args.size() ? args[i] : 0;
+}
+
+template <typename T, size_t N>
+const T* recordAt(const std::array<T*, N>& table, long id, long maxId) {
+    return id >= 1 && id <= maxId ? table[static_cast<size_t>(id)] : nullptr;
+}
+
+// "vornPrintRingBmap portNum": the rings that use a port.
+void shellPrintRingBmap(const std::vector<long>& args) {
+    if (const auto* p = recordAt(gVornPort, shellArg(args, 0), VORN_MAX_PORT_NUM))
+        vornPrintRingBmap(p->ringBmap, "Rings: ");
+}
+
+// "vornPrintPortBmap vlanId [tagged]": the member ports, or the tagged ones, of a VLAN.
+void shellPrintPortBmap(const std::vector<long>& args) {
+    if (const auto* v = recordAt(gVornVlan, shellArg(args, 0), VORN_MAX_VLAN_ID)) {
+        if (shellArg(args, 1) != 0) {
+            vornPrintPortBmap(v->taggedPortBmap, "Tagged Ports: ");
+        } else {
+            vornPrintPortBmap(v->portBmap, "Ports: ");
+        }
+    }
+}
+
+// "vornPrintVlanBmap ringId": a ring's member VLANs; ring id 0 gives the member and
+// control VLANs of all rings.
+void shellPrintVlanBmap(const std::vector<long>& args) {
+    const long ringId = shellArg(args, 0);
+    if (ringId == 0) {
+        vornPrintVlanBmap(gVornMemVlanBmap, "Member Vlans: ");
+        vornPrintVlanBmap(gVornCtrlVlanBmap, "Control Vlans: ");
+    } else if (const auto* r = recordAt(gVornRing, ringId, VORN_MAX_RING_ID)) {
+        vornPrintVlanBmap(r->memberVlanBmap, "Member Vlans: ");
+    }
+}
+
+// "vornPrintMacAddr portNum": the MAC address of a port.
+void shellPrintMacAddr(const std::vector<long>& args) {
+    if (const auto* p = recordAt(gVornPort, shellArg(args, 0), VORN_MAX_PORT_NUM))
+        vornPrintMacAddr(p->macAddr, "Mac");
+}
+
+}  // namespace
 
 int vornHelp() {
     static const char* const kLines[] = {
@@ -45,6 +99,22 @@ void vornRegisterDiagCommands() {
         "vornPrintIpcHdr",
         [](const std::vector<long>&) { vornPrintIpcHdr(vornLastReceivedMsg()); },
         "header of the last received message");
+    registerFunction("vornPrintPort", vornPrintPort, "port record of slot, port");
+    registerFunction("vornPrintLag", vornPrintLag, "port record of a LAG");
+    registerFunction("vornPrintPortByPortnum", vornPrintPortByPortnum,
+                     "port record by port number");
+    registerFunction("vornPrintVlan", vornPrintVlan, "VLAN record (0: all)");
+    registerFunction("vornPrintSingleVlan", vornPrintSingleVlan, "one VLAN record");
+    registerFunction("vornPrintRing", vornPrintRing, "ring record (0: all)");
+    registerFunction("vornPrintSingleRing", vornPrintSingleRing, "one ring record");
+    registerFunction("vornPrintLcTypeInfo", vornPrintLcTypeInfo, "line-card types");
+    registerFunction("vornPrintDbgDB", vornPrintDbgDB, "debug settings of a ring");
+    registerFunction("vornPrintRingBmap", shellPrintRingBmap, "rings using a port");
+    registerFunction("vornPrintPortBmap", shellPrintPortBmap,
+                     "member (or, with 1, tagged) ports of a VLAN");
+    registerFunction("vornPrintVlanBmap", shellPrintVlanBmap,
+                     "member VLANs of a ring (0: member and control VLANs of all)");
+    registerFunction("vornPrintMacAddr", shellPrintMacAddr, "MAC address of a port");
     registerGlobal("vornDbgPrint", &vornDbgPrint);
     registerGlobal("vornErrPrint", &vornErrPrint);
     registerGlobal("vornMsgPrint", &vornMsgPrint);
