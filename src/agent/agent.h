@@ -48,6 +48,31 @@ static_assert(kRecLen * kMaxRecords + 672 > VORN_MSG_BUF_SIZE);
 static_assert(kOffRecords + kRecLen * kMaxRecords <= VORN_MSG_BUF_SIZE);
 }  // namespace vorn::rcfg
 
+// Interface-information record (20 bytes, big-endian), followed by a 512-byte VLAN bitmap
+// when the byte at kOffVlansPresent is 1 (532 bytes in all), and the buffer of a 0x6403
+// message that carries such records back to back.
+namespace vorn::ifinfo {
+inline constexpr size_t kOffIfIndex = 0;       // u32: the port or VLAN
+inline constexpr size_t kOffAttr = 4;          // u32: a VLAN's IFM attribute word; 0 for a port
+inline constexpr size_t kOffLagIf = 8;         // u32: ifIndex of the port's LAG, 0 when none
+inline constexpr size_t kOffMac = 12;          // 6 bytes
+inline constexpr size_t kOffOperState = 18;    // u8: 1 = up
+inline constexpr size_t kOffVlansPresent = 19; // u8: 1 = the bitmap follows
+inline constexpr size_t kOffVlans = 20;        // 512-byte VLAN bitmap
+inline constexpr uint32_t kRecLen = 20;
+inline constexpr uint32_t kRecWithVlansLen = 532;
+// The buffer: header space, the byte count of the records, the record count, the records.
+inline constexpr size_t kOffByteCount = 124;
+inline constexpr size_t kOffCount = 128;
+inline constexpr uint32_t kOffRecords = 132;
+// Most records the record area can hold (all of the short kind).
+inline constexpr uint32_t kMaxRecords = (VORN_MSG_BUF_SIZE - kOffRecords) / kRecLen;
+static_assert(kOffMac + 6 == kOffOperState && kOffVlansPresent + 1 == kRecLen);
+static_assert(kOffVlans + VORN_VLAN_BMAP_BYTES == kRecWithVlansLen);
+static_assert(kOffByteCount == VORN_IF_DNLD_COUNT_OFF && kOffRecords == VORN_IF_DNLD_BASE_LEN);
+static_assert(kMaxRecords == 403);
+}  // namespace vorn::ifinfo
+
 // Designated line card of a ring: a slot 0..11, or 12 when none can be chosen.
 uint16_t vornGetDesgLineCard(VornRingEntry* ring);
 uint16_t vornGetNewDesgLineCard(VornRingEntry* ring, uint16_t excludedSlot);
@@ -63,6 +88,15 @@ uint32_t vornUtilGetRingAction(uint16_t ringId, uint32_t action, uint32_t flags,
 int vornSendRingEnableMsgToAgt(VornRingEntry* ring);
 int vornSendRingDisableMsgToAgt(VornRingEntry* ring);
 int vornDnldRingCfgToAgt(int slot);
+
+// Interface-information download. vornFillAndSendIfInfo appends one record to the slot's
+// pending buffer, sending a full buffer first: the 20 bytes of `record`, and when its byte
+// 19 is 1 the 512 bytes of `vlanBitmap` behind them; `recordLength` (20 or 532) is the room
+// the record needs. Returns 0, or -1 when no buffer could be had (the record is lost).
+int vornFillAndSendIfInfo(int slot, const uint8_t* record, const uint8_t* vlanBitmap,
+                          uint32_t recordLength);
+// Queues the records of every VLAN, then every port, for one agent. Returns 0.
+int vornDnldIfInfoToAgt(int slot);
 
 // Ring ownership.
 void vornTakeRingOwnerShip(VornRingEntry* ring);
@@ -80,4 +114,7 @@ void vornSetPortStateRelayForTest(VornPortStateRelayFn relay);
 void vornDumpRingCfgBuf(const uint8_t* buf);
 // One 544-byte ring configuration record.
 void vornDumpRingInfoNode(const uint8_t* node);
+// An interface-information buffer, printed while message printing is on.
 void vornDumpIfDnldBuf(const uint8_t* buf);
+// One interface-information record of `len` bytes (20, or 532 with its VLAN bitmap).
+void vornDumpIfInfoNode(const uint8_t* node, size_t len);

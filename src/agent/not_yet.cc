@@ -10,5 +10,3 @@ int vornProcVornaRegMsg(uint8_t*) { return vornNotHandledYet("vornProcVornaRegMs
 int vornProcMsgFromAgt(uint8_t*) { return vornNotHandledYet("vornProcMsgFromAgt"); }
 int vornEventCardUp(uint8_t*) { return vornNotHandledYet("vornEventCardUp"); }
 int vornEventCardDown(uint8_t*) { return vornNotHandledYet("vornEventCardDown"); }
-int vornDnldIfInfoToAgt(int) { return vornNotHandledYet("vornDnldIfInfoToAgt"); }
-void vornDumpIfDnldBuf(const uint8_t*) { vornNotHandledYet("vornDumpIfDnldBuf"); }

@@ -3,11 +3,7 @@
 
 #include "task/not_yet.h"
 #include "ifm/ifm.h"
-#include "task/handlers.h"
 
-int vornProcessIfmNotif(uint8_t*) {
-    return vornNotHandledYet("vornProcessIfmNotif");
-}
 // Until the peer-pair integration answers from its library handle, no interface is the ICL.
 uint32_t vornZilGetIclIfIndex() {
     vornNotHandledYet("vornZilGetIclIfIndex");

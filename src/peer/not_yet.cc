@@ -1,6 +1,7 @@
 // Entry points of this subsystem that are not built yet: each says so under the error flag
 // and changes nothing. Entries leave this file as they land.
 
+#include "ifm/ifm.h"
 #include "task/handlers.h"
 #include "task/not_yet.h"
 
@@ -10,3 +11,10 @@ int vornProcessZilPeerMsg() { return vornNotHandledYet("vornProcessZilPeerMsg");
 int vornZilInit() { return 0; }
 int vornZilPeerRegRetryAndFlushTxBuf() { return 0; }
 int vornZilIclSocket() { return -1; }
+// The LAG associations that IFM's interface-mode-change records feed.
+int vornZilProcIclLagAssoc(uint32_t, uint32_t) {
+    return vornNotHandledYet("vornZilProcIclLagAssoc");
+}
+int vornZilProcLagZilAssoc(uint32_t, uint16_t, uint32_t) {
+    return vornNotHandledYet("vornZilProcLagZilAssoc");
+}

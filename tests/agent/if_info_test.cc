@@ -1,0 +1,247 @@
+// Interface-information records as a test agent receives them: the full download byte for
+// byte (VLANs before ports, 20- and 532-byte records, the LAG parent), the buffer split at
+// the 8192-byte edge, buffer exhaustion, and the dump.
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "agent_fixture.h"
+#include "platform/bitmap.h"
+#include "platform/ipc.h"
+#include "platform/mem.h"
+#include "task/pools.h"
+#include "task/trace.h"
+
+namespace vorn::test {
+namespace {
+
+constexpr uint32_t kMsgIfInfo = 0x6403;
+
+// A 20-byte record with `id` as its ifIndex; with VLANs, byte 19 set and the bitmap holding
+// VLAN id % 4096, so that every record of a split test can be told apart.
+struct Rec {
+    std::vector<uint8_t> head = std::vector<uint8_t>(20);
+    VornVlanBmap vlans{};
+};
+Rec makeRec(uint32_t id, bool withVlans) {
+    Rec r;
+    be::Writer w(r.head.data(), r.head.size());
+    w.u32(0, id);
+    w.u8(19, withVlans ? 1 : 0);
+    if (withVlans) bmp::set(r.vlans, id % 4096);
+    return r;
+}
+std::vector<uint8_t> wireOf(const Rec& r) {
+    std::vector<uint8_t> out = r.head;
+    if (r.head[19] == 1) out.insert(out.end(), r.vlans.begin(), r.vlans.end());
+    return out;
+}
+
+class IfInfoTest : public AgentTest {
+protected:
+    // Checks the fixed part of a received 0x6403 message and returns its record bytes.
+    static std::vector<uint8_t> records(const std::vector<uint8_t>& m, uint32_t count) {
+        EXPECT_GE(m.size(), 132u);
+        if (m.size() < 132) return {};
+        EXPECT_EQ(msgU32(m, ipc::kOffMtype), kMsgIfInfo);
+        EXPECT_EQ(msgU32(m, ipc::kOffMlen), m.size());
+        EXPECT_EQ(msgU32(m, 124), m.size() - 132) << "IfInfoLen";
+        EXPECT_EQ(msgU32(m, 128), count) << "record count";
+        return {m.begin() + 132, m.end()};
+    }
+};
+
+TEST_F(IfInfoTest, FullDownloadIsByteExact) {
+    QelKey agent = addAgent(2);
+    VornVlanEntry* v20 = vornCreateVlanEntry(ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, 20), 1);
+    VornVlanEntry* v7 = vornCreateVlanEntry(ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, 7), 1);
+    ASSERT_TRUE(v20 && v7);
+    v7->u4IfmAttr = 0x01020304;
+    // Gi 1/2 (port 195): up, member of Po 5, VLANs 7 and 4095. Po 5 (port 5): no VLANs.
+    // Gi 1/3 (port 196): down, its LAG parent 6 has no record.
+    VornPortEntry* gi12 = makePort(gi(1, 2), 1);
+    VornPortEntry* po5 = makePort(lag(5), 0);
+    VornPortEntry* gi13 = makePort(gi(1, 3), 0);
+    ASSERT_TRUE(gi12 && po5 && gi13);
+    gi12->u2LagParent = 5;
+    gi12->macAddr = {0x00, 0x01, 0xE8, 0xAA, 0xBB, 0xCC};
+    bmp::set(gi12->vlanBmap, 7);
+    bmp::set(gi12->vlanBmap, 4095);
+    gi13->u2LagParent = 6;
+    gi13->macAddr = {0x02, 0, 0, 0, 0, 0x09};
+    po5->u2OperState = 0x0101;  // only the low byte goes out
+
+    ASSERT_EQ(vornDnldIfInfoToAgt(2), 0);
+    EXPECT_TRUE(recvOn(agent, 50).empty()) << "pending until the flush";
+    vornFlushPendingMsgs();
+    std::vector<uint8_t> m = recvOn(agent);
+    std::vector<uint8_t> got = records(m, 5);
+    ASSERT_EQ(got.size(), 4u * 20 + 532);
+
+    const uint8_t head[] = {
+        // Vl 7: ifIndex, attribute word, the rest zero
+        0x18, 0x00, 0x00, 0x07,  0x01, 0x02, 0x03, 0x04,  0, 0, 0, 0,  0, 0, 0, 0, 0, 0,  0, 0,
+        // Vl 20
+        0x18, 0x00, 0x00, 0x14,  0, 0, 0, 0,  0, 0, 0, 0,  0, 0, 0, 0, 0, 0,  0, 0,
+        // Po 5 (port 5): no LAG, no MAC, oper 0x01 (low byte), no VLANs
+        0x16, 0x00, 0x00, 0x05,  0, 0, 0, 0,  0, 0, 0, 0,  0, 0, 0, 0, 0, 0,  0x01, 0,
+        // Gi 1/2 (port 195): LAG Po 5, MAC, up, VLAN bitmap follows
+        0x0A, 0x01, 0x02, 0x00,  0, 0, 0, 0,  0x16, 0x00, 0x00, 0x05,
+        0x00, 0x01, 0xE8, 0xAA, 0xBB, 0xCC,  0x01, 0x01,
+    };
+    std::vector<uint8_t> want(std::begin(head), std::end(head));
+    std::vector<uint8_t> vlans(512);
+    vlans[0] = 0x01;    // VLAN 7
+    vlans[511] = 0x01;  // VLAN 4095
+    want.insert(want.end(), vlans.begin(), vlans.end());
+    const uint8_t tail[] = {
+        // Gi 1/3 (port 196): the parent without a record gives 0; down; no VLANs
+        0x0A, 0x01, 0x03, 0x00,  0, 0, 0, 0,  0, 0, 0, 0,  0x02, 0, 0, 0, 0, 0x09,  0, 0,
+    };
+    want.insert(want.end(), std::begin(tail), std::end(tail));
+    EXPECT_EQ(got, want);
+}
+
+// Records appended one after another: a buffer leaves early only when the next record would
+// take it past 8192 bytes, and the records keep their order across the split.
+TEST_F(IfInfoTest, BufferSplitsOnlyPastTheEdge) {
+    struct Step {
+        bool vlans;
+        uint32_t length;  // as the caller gives it
+        int times;
+    };
+    const struct {
+        const char* name;
+        std::vector<Step> steps;
+        uint32_t firstCount;  // records in the message that leaves early
+    } cases[] = {
+        // 15 long records (7980) and 4 short (80) reach 8192 exactly and still fit.
+        {"exactly full, mixed", {{true, 532, 15}, {false, 20, 4}, {false, 20, 1}}, 19},
+        {"exactly full, short", {{false, 20, 403}, {false, 20, 1}}, 403},
+        {"long after short", {{false, 20, 400}, {true, 532, 1}}, 400},
+        {"short after long", {{true, 532, 15}, {false, 20, 4}, {true, 532, 1}}, 19},
+        // A length that disagrees with byte 19: the bitmap is still copied and fits.
+        {"announced short, holds long", {{false, 20, 400}, {true, 20, 1}}, 400},
+    };
+    QelKey agent = addAgent(4);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::vector<uint8_t> all;
+        uint32_t id = 1;
+        for (const Step& s : c.steps) {
+            for (int i = 0; i < s.times; ++i, ++id) {
+                Rec r = makeRec(id, s.vlans);
+                ASSERT_EQ(vornFillAndSendIfInfo(4, r.head.data(), r.vlans.data(), s.length), 0);
+                std::vector<uint8_t> w = wireOf(r);
+                all.insert(all.end(), w.begin(), w.end());
+            }
+        }
+        std::vector<uint8_t> first = recvOn(agent);
+        std::vector<uint8_t> firstRecs = records(first, c.firstCount);
+        ackAsAgent(agent, first);
+        vornFlushPendingMsgs();
+        std::vector<uint8_t> second = recvServing(agent);
+        std::vector<uint8_t> secondRecs = records(second, id - 1 - c.firstCount);
+        ackAsAgent(agent, second);
+        while (vornMainLoopPass(0) > 0) {
+        }
+        firstRecs.insert(firstRecs.end(), secondRecs.begin(), secondRecs.end());
+        EXPECT_EQ(firstRecs, all);
+    }
+}
+
+TEST_F(IfInfoTest, LostBufferLosesOnlyThatRecord) {
+    QelKey agent = addAgent(1);
+    makePort(gi(0, 1));
+    makePort(gi(0, 2));
+    vornErrPrint = 1;
+    // The first port's buffer cannot be had; the download goes on with the second.
+    host::memFailNextForTest(VORN_MEM_PART_ID, VORN_MSG_BUF_SIZE, 1);
+    std::string out = captureStdout([] { EXPECT_EQ(vornDnldIfInfoToAgt(1), 0); });
+    EXPECT_EQ(out, "vornFillAndSendIfInfo(): Buffer alloc failed. LineCard = 1\r\n");
+    vornFlushPendingMsgs();
+    std::vector<uint8_t> m = recvOn(agent);
+    std::vector<uint8_t> got = records(m, 1);
+    EXPECT_EQ(be::Reader(got.data(), got.size()).u32(0), gi(0, 2));
+
+    // A full buffer still leaves when its successor cannot be had.
+    ackAsAgent(agent, m);
+    while (vornMainLoopPass(0) > 0) {
+    }
+    Rec r = makeRec(9, true);
+    for (int i = 0; i < 15; ++i)
+        ASSERT_EQ(vornFillAndSendIfInfo(1, r.head.data(), r.vlans.data(), 532), 0);
+    host::memFailNextForTest(VORN_MEM_PART_ID, VORN_MSG_BUF_SIZE, 1);
+    out = captureStdout(
+        [&] { EXPECT_EQ(vornFillAndSendIfInfo(1, r.head.data(), r.vlans.data(), 532), -1); });
+    EXPECT_EQ(out, "vornFillAndSendIfInfo(): Buffer alloc failed. LineCard = 1\r\n");
+    EXPECT_EQ(gapVornIfDnldBuf[1], nullptr);
+    records(recvOn(agent), 15);
+    out = captureStdout([&] { EXPECT_EQ(vornFillAndSendIfInfo(12, r.head.data(), nullptr, 20), -1); });
+    EXPECT_EQ(gapVornIfDnldBuf, decltype(gapVornIfDnldBuf){}) << "nothing taken for a bad slot";
+}
+
+TEST_F(IfInfoTest, DumpAtTheFlush) {
+    QelKey agent = addAgent(0);
+    ASSERT_NE(vornCreateVlanEntry(ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, 10), 1), nullptr);
+    VornPortEntry* p = makePort(gi(1, 2), 1);
+    p->macAddr = {0x00, 0x01, 0xE8, 0x0A, 0x0B, 0xFF};
+    makePort(lag(3), 0);
+    p->u2LagParent = 3;
+    bmp::set(p->vlanBmap, 10);
+    bmp::set(p->vlanBmap, 300);
+    ASSERT_EQ(vornDnldIfInfoToAgt(0), 0);
+    vornMsgPrint = 1;
+    std::string out = captureStdout([] { vornFlushPendingMsgs(); });
+    vornMsgPrint = 0;
+    EXPECT_EQ(out,
+              "Num Elements : 3, IfInfoLen = 572\r\n"
+              "Record : 0\r\n"
+              "\t IfName              : Vl 10\r\n"
+              "\t Mac Addr            : 0:0:0:0:0:0 \r\n"
+              "\t Oper Status         : 0\r\n"
+              "Record : 1\r\n"
+              "\t IfName              : Po 3\r\n"
+              "\t Mac Addr            : 0:0:0:0:0:0 \r\n"
+              "\t Oper Status         : 0\r\n"
+              "Record : 2\r\n"
+              "\t IfName              : Gi 1/2\r\n"
+              "\t Lag If              : Po 3\r\n"
+              "\t Mac Addr            : 0:1:e8:a:b:ff \r\n"
+              "\t Oper Status         : 1\r\n"
+              "\t Vlans               : 10, 300, \r\n");
+    records(recvOn(agent), 3);
+}
+
+TEST_F(IfInfoTest, DumpStaysWithinTheByteCount) {
+    std::vector<uint8_t> buf(VORN_MSG_BUF_SIZE);
+    be::Writer w(buf.data(), buf.size());
+    const struct {
+        uint32_t count, bytes;
+        uint8_t flag1;  // byte 19 of the second record
+        std::string records;
+    } cases[] = {
+        {1000, 40, 0, "Record : 0\r\nRecord : 1\r\n"},
+        {2, 20, 0, "Record : 0\r\n"},
+        {2, 60, 1, "Record : 0\r\n"},  // the long second record passes the byte count
+        {2, 0xFFFFFFFF, 0, "Record : 0\r\nRecord : 1\r\n"},
+    };
+    vornMsgPrint = 1;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.count);
+        w.u32(124, c.bytes);
+        w.u32(128, c.count);
+        w.u8(132 + 20 + 19, c.flag1);
+        std::string out = captureStdout([&] { vornDumpIfDnldBuf(buf.data()); });
+        std::string shown;
+        for (size_t p = out.find("Record : "); p != std::string::npos;
+             p = out.find("Record : ", p + 1))
+            shown += out.substr(p, out.find('\n', p) - p + 1);
+        EXPECT_EQ(shown, c.records) << out;
+    }
+    vornMsgPrint = 0;
+}
+
+}  // namespace
+}  // namespace vorn::test
