@@ -1,5 +1,5 @@
 // The configuration store: an ordered map from key to line, and the atomic rewrite of the
-// two configuration files after every change.
+// configuration files that changed, before the process next sends anything.
 
 #include "platform/cfgstore.h"
 
@@ -12,6 +12,8 @@
 #include <map>
 #include <mutex>
 #include <tuple>
+
+#include "platform/ipc_internal.h"
 
 namespace {
 
@@ -52,6 +54,8 @@ struct Key {
 struct Store {
     std::mutex mu;
     std::map<Key, std::string> lines;
+    bool runningDirty = false;  // changed since DIR/running-config was last written
+    bool debugDirty = false;    // changed since DIR/debug-config was last written
 };
 
 Store& store() {
@@ -104,11 +108,29 @@ bool writeAtomic(const std::string& name, const std::string& content) {
     return ok;
 }
 
-// Rewrites both files. Caller holds the lock.
-bool rewrite(const Store& s) {
-    bool running = writeAtomic(vorn::host::kRunningConfigFile, render(s, false));
-    bool debug = writeAtomic(vorn::host::kDebugConfigFile, render(s, true));
-    return running && debug;
+// Rewrites the files whose lines changed; a file that cannot be written stays marked, so the
+// next commit tries again. Caller holds the lock.
+bool commitLocked(Store& s) {
+    bool ok = true;
+    if (s.runningDirty) {
+        s.runningDirty = !writeAtomic(vorn::host::kRunningConfigFile, render(s, false));
+        ok = ok && !s.runningDirty;
+    }
+    if (s.debugDirty) {
+        s.debugDirty = !writeAtomic(vorn::host::kDebugConfigFile, render(s, true));
+        ok = ok && !s.debugDirty;
+    }
+    return ok;
+}
+
+// Marks the file of a changed line, and makes sure the process commits before it sends.
+void markDirty(Store& s, const QelCfgRecord& record) {
+    static std::once_flag hooked;
+    std::call_once(hooked, [] { vorn::host::setBeforeSendHook(vorn::host::cfgStoreCommit); });
+    if (record.section == QelCfgSection::kRing)
+        s.runningDirty = true;
+    else
+        s.debugDirty = true;
 }
 
 }  // namespace
@@ -118,7 +140,8 @@ int qelCfgInsert(QelKey key, const QelCfgRecord& record) {
     Store& s = store();
     std::lock_guard<std::mutex> lock(s.mu);
     s.lines.insert_or_assign(Key(record), record.text);
-    return rewrite(s) ? 0 : -1;
+    markDirty(s, record);
+    return 0;
 }
 
 int qelCfgRemoveExact(QelKey key, const QelCfgRecord& record) {
@@ -126,17 +149,25 @@ int qelCfgRemoveExact(QelKey key, const QelCfgRecord& record) {
     Store& s = store();
     std::lock_guard<std::mutex> lock(s.mu);
     if (s.lines.erase(Key(record)) == 0) return -1;
-    return rewrite(s) ? 0 : -1;
+    markDirty(s, record);
+    return 0;
 }
 
 int qelCfgSync(QelKey key) {
     if (key < 0) return -1;
     Store& s = store();
     std::lock_guard<std::mutex> lock(s.mu);
-    return rewrite(s) ? 0 : -1;
+    s.runningDirty = s.debugDirty = true;
+    return commitLocked(s) ? 0 : -1;
 }
 
 namespace vorn::host {
+
+bool cfgStoreCommit() {
+    Store& s = store();
+    std::lock_guard<std::mutex> lock(s.mu);
+    return commitLocked(s);
+}
 
 std::string cfgRunningConfigText() {
     Store& s = store();
@@ -160,6 +191,7 @@ void resetCfgStoreForTest() {
     Store& s = store();
     std::lock_guard<std::mutex> lock(s.mu);
     s.lines.clear();
+    s.runningDirty = s.debugDirty = false;
 }
 
 }  // namespace vorn::host

@@ -2,9 +2,12 @@
 //
 // The store lives in the manager's process and keeps its configuration as text lines, one
 // line per key: an insertion with the key of an existing line takes that line's place, and
-// a removal finds its line by the key alone (the text it carries is not compared). After
-// every change it rewrites two files of the run directory, each atomically (a temporary
-// file, then a rename), so that a reader sees either the old or the new file whole:
+// a removal finds its line by the key alone (the text it carries is not compared). The files
+// of the run directory that a change touches are rewritten before the process next sends a
+// message (a reply, a shell answer, anything) and at its clean exit, so whoever learns of a
+// change from the manager finds it in the files; each is written atomically (a temporary
+// file, then a rename), so that a reader sees either the old or the new file whole. Several
+// changes made for one request cost one rewrite:
 //
 //   DIR/running-config  the ring lines: rings in ascending id, within a ring the command
 //                       ids 0, 1, 2, 3 (by line index), 4, 7, 6, 5;
@@ -40,13 +43,11 @@ struct QelCfgRecord {
     std::string text;        // written as it is, followed by "\r\n"
 };
 
-// Stores the line (replacing the line of the same key) and rewrites the files. Returns 0;
-// -1 for a negative (failed) task key, which changes nothing, or when the files could not
-// be rewritten: the line is kept then, and the next rewrite carries it.
+// Stores the line (replacing the line of the same key). Returns 0; -1 for a negative
+// (failed) task key, which changes nothing.
 int qelCfgInsert(QelKey key, const QelCfgRecord& record);
-// Removes the line with the record's key and rewrites the files. Returns 0; -1 for a
-// negative task key or when no line has that key (nothing changes then, no rewrite), or
-// when the files could not be rewritten (the line is gone from the store all the same).
+// Removes the line with the record's key. Returns 0; -1 for a negative task key or when no
+// line has that key (nothing changes then).
 int qelCfgRemoveExact(QelKey key, const QelCfgRecord& record);
 // Rewrites both files from the lines held. Returns 0, or -1 for a negative task key or
 // when a file could not be written.
@@ -58,6 +59,9 @@ namespace vorn::host {
 inline constexpr const char* kRunningConfigFile = "running-config";
 inline constexpr const char* kDebugConfigFile = "debug-config";
 
+// Writes the files changed since they were last written. Returns false when one could not be
+// written (reported on stderr); it stays marked and the next commit tries again.
+bool cfgStoreCommit();
 // The texts of the two files as the store would write them now.
 std::string cfgRunningConfigText();
 std::string cfgDebugConfigText();

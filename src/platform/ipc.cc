@@ -66,6 +66,7 @@ AtomicStats& stats() {
 }
 
 std::atomic<bool> gShellService{false};
+std::atomic<bool (*)()> gBeforeSend{nullptr};
 std::atomic<uint32_t> gNextXid{1};
 
 bool makeAddr(const std::string& path, sockaddr_un* addr, socklen_t* len) {
@@ -136,6 +137,7 @@ int sendToAddr(int fd, const sockaddr_un& addr, socklen_t alen, void* buf, size_
         errno = EMSGSIZE;
         return -1;
     }
+    runBeforeSendHook();
     stampHeader(buf, len, reply);
     ssize_t n;
     do {
@@ -304,6 +306,12 @@ int recvValidated(int fd, void* buf, size_t len, int timeoutMs) {
 }
 
 void countStaleReply() { stats().droppedStaleReply++; }
+
+void setBeforeSendHook(bool (*hook)()) { gBeforeSend = hook; }
+
+void runBeforeSendHook() {
+    if (auto hook = gBeforeSend.load(std::memory_order_relaxed)) hook();
+}
 
 void serveShellFor(int ms) {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);

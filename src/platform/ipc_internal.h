@@ -30,6 +30,10 @@ int msLeft(std::chrono::steady_clock::time_point deadline);
 // Sleeps ms milliseconds while serving debug-shell lines that arrive on this process's request
 // queues; any other message stays queued for its owner.
 void serveShellFor(int ms);
+// Registers a function that runs before every datagram this process sends, and at its clean
+// exit (the configuration store commits its files there). One hook at most.
+void setBeforeSendHook(bool (*hook)());
+void runBeforeSendHook();
 // Counts a stale send-and-wait reply.
 void countStaleReply();
 // Unlinks the socket of every open endpoint (async-signal context is not required: the

@@ -166,6 +166,7 @@ void installCleanExit() {
             int sig = 0;
             while (sigwait(&set, &sig) != 0) {
             }
+            runBeforeSendHook();  // what the last request changed reaches its files
             unlinkAllSockets();
             if (!gLockPath.empty()) unlink(gLockPath.c_str());
             std::fflush(stdout);

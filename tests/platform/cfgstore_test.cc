@@ -1,14 +1,17 @@
 // The configuration store: one line per key, the print order of both files, removal by key,
-// the atomic rewrite after each change and what happens when a file cannot be written.
+// the atomic rewrite before the process next sends and what happens when a file cannot be written.
 #include "platform/cfgstore.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 
+#include "platform/codec.h"
+#include "platform/ipc.h"
 #include "support/rundir.h"
 
 namespace {
@@ -46,11 +49,17 @@ class CfgStoreTest : public PlatformTest {
 protected:
     void SetUp() override { vorn::host::resetCfgStoreForTest(); }
     void TearDown() override { vorn::host::resetCfgStoreForTest(); }
-    std::string file(const char* name) const {
+    // The file as it is on disk, without asking the store to commit first.
+    std::string onDisk(const char* name) const {
         std::ifstream in(rundir_.path() + "/" + name, std::ios::binary);
         std::stringstream ss;
         ss << in.rdbuf();
         return ss.str();
+    }
+    // The file as a reader sees it once the manager has answered someone.
+    std::string file(const char* name) const {
+        vorn::host::cfgStoreCommit();
+        return onDisk(name);
     }
     std::string running() const { return file("running-config"); }
     std::string debug() const { return file("debug-config"); }
@@ -138,13 +147,30 @@ TEST_F(CfgStoreTest, FailedTaskKeyChangesNothingAndSyncWritesEmptyFiles) {
 TEST_F(CfgStoreTest, UnwritableFileKeepsTheLineForTheNextRewrite) {
     // A directory in the file's place: the rename onto it fails, whoever runs the test.
     fs::create_directory(rundir_.path() + "/running-config");
-    EXPECT_EQ(qelCfgInsert(0, ringLine(1, 0, 0, "a")), -1);
+    EXPECT_EQ(qelCfgInsert(0, ringLine(1, 0, 0, "a")), 0);
+    EXPECT_FALSE(vorn::host::cfgStoreCommit());
     EXPECT_EQ(vorn::host::cfgLineCount(), 1u);
     EXPECT_EQ(strayFiles().size(), 0u);  // the temporary file is gone
-    EXPECT_EQ(debug(), "");              // the other file was written
     fs::remove(rundir_.path() + "/running-config");
-    EXPECT_EQ(qelCfgSync(0), 0);
+    EXPECT_TRUE(vorn::host::cfgStoreCommit()) << "the failed file stays due for writing";
     EXPECT_EQ(running(), "a\r\n");
+}
+
+TEST_F(CfgStoreTest, ChangesReachTheFilesBeforeTheProcessNextSends) {
+    QelKey a = qelIpcTmrOpen(40, 1);
+    QelKey b = qelIpcTmrOpen(40, 2);
+    ASSERT_GT(a, 0);
+    ASSERT_GT(b, 0);
+    EXPECT_EQ(qelCfgInsert(0, ringLine(1, 0, 0, "a")), 0);
+    EXPECT_EQ(qelCfgInsert(0, ringLine(2, 0, 0, "b")), 0);
+    EXPECT_FALSE(fs::exists(rundir_.path() + "/running-config")) << "written per change";
+    std::array<uint8_t, 64> msg{};
+    vorn::be::Writer w(msg.data(), msg.size());
+    w.u32(vorn::ipc::kOffMlen, 64);
+    w.u32(vorn::ipc::kOffDstSvce, qel_getQueueId(40, 2, 1));
+    ASSERT_EQ(qelIpcSend(a, msg.data(), 64), 0);
+    EXPECT_EQ(onDisk("running-config"), "a\r\nb\r\n");
+    EXPECT_FALSE(fs::exists(rundir_.path() + "/debug-config")) << "only changed files are written";
 }
 
 }  // namespace
