@@ -8,6 +8,7 @@
 #include <cstring>
 #include <functional>
 
+#include "platform/ifindex.h"
 #include "platform/ipc.h"
 #include "sim/log.h"
 
@@ -43,10 +44,16 @@ void removeStaleManagerSockets() {
 
 }  // namespace
 
-ChassisSim::ChassisSim(SimOptions opts) : opts_(std::move(opts)), cardMask_(opts_.cardMask) {
+ChassisSim::ChassisSim(SimOptions opts)
+    : opts_(std::move(opts)),
+      model_(opts_.cardMask, opts_.tenGigMask, opts_.portsPerCard),
+      cardMask_(opts_.cardMask) {
     registerCommands();
     registerPeerCommands();
     registerModelCommands();
+    registerChassisCommands();
+    registerManagerCommands();
+    l2pm_.setOnRegistered([this] { sendDownload(); });
 }
 
 ChassisSim::~ChassisSim() {
@@ -120,10 +127,12 @@ bool ChassisSim::start(std::string* err) {
 
 bool ChassisSim::startManager(std::string* err) {
     const std::string& path = opts_.vorndPath;
-    if (!manager_.start(path, {"--rundir", opts_.rundir, "--cards", opts_.cards}, err))
+    // A manager started under a running chassis finds the cards that are up now.
+    std::string cards = cardMask_ != 0 ? cardListText(cardMask_) : opts_.cards;
+    if (!manager_.start(path, {"--rundir", opts_.rundir, "--cards", cards}, err))
         return false;
     say("vornsim: started the manager %s --rundir %s --cards %s (pid %d)", path.c_str(),
-        opts_.rundir.c_str(), opts_.cards.c_str(), static_cast<int>(manager_.pid()));
+        opts_.rundir.c_str(), cards.c_str(), static_cast<int>(manager_.pid()));
     return true;
 }
 
@@ -219,6 +228,17 @@ std::string ChassisSim::statusText() const {
         s += opts_.attach ? "attached, not started by vornsim" : "not running";
     s += managerUp_ ? "; request queue 226.0 up\n" : "; request queue 226.0 down\n";
     s += "cards: " + cardListText(cardMask_) + "\n";
+    size_t ports = 0, up = 0, lags = 0;
+    for (const auto& [ifIndex, entry] : model_.interfaces()) {
+        bool lag = ifmIfIndexToIfType(ifIndex) == ifm::kTypeLag;
+        lags += lag ? 1 : 0;
+        ports += lag ? 0 : 1;
+        up += !lag && model_.operUp(ifIndex) ? 1 : 0;
+    }
+    s += "chassis: " + std::to_string(ports) + " ports (" + std::to_string(up) + " up), " +
+         std::to_string(lags) + (lags == 1 ? " port-channel" : " port-channels") +
+         ", VLANs " + vlanSetText(model_.vlans()) + "; IFM notifications sent " +
+         std::to_string(ifmCount_) + "\n";
     s += evh_.statusLine() + "\n";
     s += l2pm_.statusLine() + "\n";
     s += ifm_.statusLine() + "\n";

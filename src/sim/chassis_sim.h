@@ -1,12 +1,15 @@
 // The simulated chassis: the peers of the manager (event handler, L2PM, IFM), the control
-// endpoint, and the manager itself as a child process, all served by one event loop. When it
-// starts a manager and the run directory holds a startup configuration, it replays that file
-// through vornctl once the manager answers.
+// endpoint, the chassis model (cards, ports, VLANs, LAGs), and the manager itself as a child
+// process, all served by one event loop. Every change of the model reaches the manager as
+// IFM notifications; a manager that registers with L2PM gets the whole model as L2PM's
+// configuration download. When it starts a manager and the run directory holds a startup
+// configuration, it replays that file through vornctl once the manager has its interfaces.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
+#include "sim/chassis_model.h"
 #include "sim/commands.h"
 #include "sim/control.h"
 #include "sim/evh.h"
@@ -47,6 +50,7 @@ class ChassisSim : public Source {
     EventHandler& evh() { return evh_; }
     L2pm& l2pm() { return l2pm_; }
     Ifm& ifm() { return ifm_; }
+    const ChassisModel& chassis() const { return model_; }
     uint32_t cardMask() const { return cardMask_; }
     std::string statusText() const;
 
@@ -58,6 +62,13 @@ class ChassisSim : public Source {
     void registerCommands();
     void registerPeerCommands();
     void registerModelCommands();
+    void registerChassisCommands();
+    void registerManagerCommands();
+    // Tells the manager about a change of the chassis model (IFM notifications over L2PM's
+    // queue) and answers the operator.
+    CommandResult publish(ChassisModel::Change change);
+    // L2PM's configuration download of the whole model, then the end of configuration.
+    void sendDownload();
     CommandResult cardEvent(uint32_t eventId, const CommandTable::Args& args);
     bool startManager(std::string* err);
     void reapManager();
@@ -75,6 +86,8 @@ class ChassisSim : public Source {
     EventHandler evh_;
     L2pm l2pm_;
     Ifm ifm_;
+    ChassisModel model_;
+    uint32_t ifmCount_ = 0;  // Count of the last IFM notification
     uint32_t cardMask_;
     bool managerUp_ = false;  // its request queue was alive at the last look
     long lastWatchMs_ = -1;

@@ -134,6 +134,13 @@ void L2pm::handleRegistration(uint8_t* msg, size_t len, uint32_t source) {
         ++counters_.refused;
     say("l2pm: %s from %s (protocol kind %u): %s", what, from.c_str(), rd.u32(kOffRegKind),
         result == kAccepted ? "accepted" : "refused (refusing, as told)");
+    if (result != kAccepted || !registering)
+        return;
+    // A registering manager is a new one: its SWP stream to us starts afresh, and it waits
+    // for the configuration download.
+    rcvState_ = {0, 0};
+    if (onRegistered_)
+        onRegistered_();
 }
 
 void L2pm::handleSwpData(const uint8_t* msg, size_t len, uint32_t mtype) {

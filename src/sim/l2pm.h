@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <span>
 #include <string>
@@ -60,6 +61,20 @@ class L2pm : public Source {
     // there is no queue (no manager) or the body does not fit one message.
     bool sendNotification(Notif kind, std::span<const uint8_t> body, std::string* err);
 
+    // Called after an accepted registration has been answered: the manager is new and
+    // waits for the configuration download.
+    void setOnRegistered(std::function<void()> fn) { onRegistered_ = std::move(fn); }
+    // Starts a configuration download: makes sure the queue to the manager exists and
+    // flushes what it still holds for an earlier manager (the download supersedes it).
+    // False, with the reason in *err, when there is no queue.
+    bool beginDownload(std::string* err);
+    // Marks the download sent: it is pending until the manager has acknowledged the
+    // notifications sent since beginDownload().
+    void endDownload(uint64_t notifications);
+    bool downloadPending() const {
+        return downloadActive_ && counters_.notifAcked < downloadAckTarget_;
+    }
+
     // Creates the queue when the manager's request queue has appeared and removes it when
     // the manager has gone. Done on a throttle by run(); callable at any time.
     void syncWithManager();
@@ -96,6 +111,9 @@ class L2pm : public Source {
     uint32_t handle_ = 0;                 // 0: no queue to the manager
     std::array<uint32_t, 2> rcvState_{};  // receive state of the manager's SWP messages
     bool refusing_ = false;
+    std::function<void()> onRegistered_;
+    bool downloadActive_ = false;
+    uint64_t downloadAckTarget_ = 0;  // notifAcked once the download is acknowledged
     long lastSyncMs_ = -1;
     std::vector<uint8_t> buf_;
     Counters counters_;

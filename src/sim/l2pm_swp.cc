@@ -83,10 +83,32 @@ void L2pm::removeQueue(const char* why) {
     const QelSwpQueueCtrlBlock* cb = host::swpQueueByHandle(handle_);
     uint32_t unacked = cb != nullptr ? cb->outstanding + cb->held : 0;
     qelSwpQueueRemove(handle_);
+    downloadActive_ = false;
     say("l2pm: %s; SWP queue %u to 226.0 removed (%u notifications unacknowledged)", why, handle_,
         unacked);
     handle_ = 0;
     rcvState_ = {0, 0};
+}
+
+bool L2pm::beginDownload(std::string* err) {
+    syncWithManager();
+    if (handle_ == 0) {
+        *err = "no SWP queue to the manager";
+        return false;
+    }
+    const QelSwpQueueCtrlBlock* cb = host::swpQueueByHandle(handle_);
+    uint32_t stale = cb != nullptr ? cb->outstanding + cb->held : 0;
+    qelSwpQueueFlush(handle_);
+    if (stale > 0)
+        say("l2pm: %u notifications for the earlier manager dropped from the queue to 226.0",
+            stale);
+    downloadActive_ = true;
+    downloadAckTarget_ = counters_.notifAcked;
+    return true;
+}
+
+void L2pm::endDownload(uint64_t notifications) {
+    downloadAckTarget_ = counters_.notifAcked + notifications;
 }
 
 bool L2pm::sendNotification(Notif kind, std::span<const uint8_t> body, std::string* err) {

@@ -12,7 +12,6 @@
 namespace vorn::sim {
 namespace {
 
-constexpr uint32_t kMaxVlan = 4095;
 constexpr uint32_t kMaxInstance = 0xFFFF;
 
 // The interface named by all of args ("Gi 0/1", "gi0/1", "po5").

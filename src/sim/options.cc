@@ -64,6 +64,7 @@ std::string usageText(const std::string& prog) {
     return "usage: " + prog +
            " [--rundir DIR] [--vornd PATH] [--vornctl PATH] [--attach] [--no-evh]\n"
            "       [--evh-refuse] [--no-l2pm] [--l2pm-refuse] [--cards LIST]\n"
+           "       [--te-cards LIST] [--ports N]\n"
            "A simulated chassis: event handler (30.0), L2PM (166.0), IFM (138.0) and a\n"
            "control endpoint (50.0) for vornctl, with the manager vornd as a child.\n"
            "  --rundir DIR    run directory of the chassis (default " +
@@ -78,6 +79,9 @@ std::string usageText(const std::string& prog) {
            "  --no-l2pm       start with L2PM absent\n"
            "  --l2pm-refuse   L2PM refuses registrations\n"
            "  --cards LIST    comma list of slots 0..11 with a card (default 0,1)\n"
+           "  --te-cards LIST slots whose cards carry TenGigabitEthernet ports (default:\n"
+           "                  none; the others carry GigabitEthernet ports)\n"
+           "  --ports N       ports per card, 1..64 (default 8: Gi SLOT/0 to SLOT/7)\n"
            "Stop it with Ctrl-C, SIGTERM or 'vornctl sim quit'.\n";
 }
 
@@ -89,7 +93,8 @@ ParseOutcome parseOptions(int argc, char** argv, SimOptions* out, std::string* m
     };
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
-        bool takesValue = a == "--rundir" || a == "--vornd" || a == "--vornctl" || a == "--cards";
+        bool takesValue = a == "--rundir" || a == "--vornd" || a == "--vornctl" ||
+                          a == "--cards" || a == "--te-cards" || a == "--ports";
         if (takesValue && i + 1 >= argc)
             return error("option " + a + " needs a value");
         if (a == "--rundir") {
@@ -102,6 +107,14 @@ ParseOutcome parseOptions(int argc, char** argv, SimOptions* out, std::string* m
             out->cards = argv[++i];
             if (!parseCardList(out->cards, &out->cardMask))
                 return error("bad --cards list '" + out->cards + "' (slots 0..11, e.g. 0,1)");
+        } else if (a == "--te-cards") {
+            std::string list = argv[++i];
+            if (!parseCardList(list, &out->tenGigMask))
+                return error("bad --te-cards list '" + list + "' (slots 0..11, e.g. 2,3)");
+        } else if (a == "--ports") {
+            std::string n = argv[++i];
+            if (!parseNumber(n, 1, 64, &out->portsPerCard))
+                return error("bad --ports '" + n + "' (ports per card, 1..64)");
         } else if (a == "--attach") {
             out->attach = true;
         } else if (a == "--no-evh") {

@@ -17,6 +17,8 @@ struct SimOptions {
     bool l2pmRefuse = false;    // L2PM refuses registrations
     std::string cards = "0,1";  // passed on to the manager
     uint32_t cardMask = 0x3;    // bit s: a card in slot s
+    uint32_t tenGigMask = 0;    // bit s: the card in slot s carries TenGigabitEthernet ports
+    uint32_t portsPerCard = 8;  // ports 0..N-1 on every card
 };
 
 enum class ParseOutcome { Run, Help, Error };

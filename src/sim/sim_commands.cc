@@ -114,7 +114,9 @@ CommandResult ChassisSim::cardEvent(uint32_t eventId, const CommandTable::Args& 
     if (wasUp == up)
         text += std::string(" (slot ") + std::to_string(slot) +
                 (up ? " was already up)" : " was already down)");
-    return done(text);
+    // The card's ports follow: IFM tells the manager what they do.
+    CommandResult ports = publish(up ? model_.cardUp(slot) : model_.cardDown(slot));
+    return done(text + "; " + ports.text);
 }
 
 }  // namespace vorn::sim

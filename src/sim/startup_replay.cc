@@ -1,7 +1,7 @@
 // The startup configuration: when vornsim starts a manager and DIR/startup-config exists,
-// the file is replayed through "vornctl -f" once the manager serves requests. vornctl runs as
-// a child process, so the chassis keeps serving the manager while the replay waits for its
-// answers; its messages go to vornsim's own output.
+// the file is replayed through "vornctl -f" once the manager serves requests and has its
+// interfaces. vornctl runs as a child process, so the chassis keeps serving the manager
+// while the replay waits for its answers; its messages go to vornsim's own output.
 
 #include <unistd.h>
 
@@ -30,9 +30,10 @@ void ChassisSim::planReplay() {
 
 void ChassisSim::startReplayWhenReady() {
     // The manager registers with L2PM as the last step before its main loop; from then on
-    // its requests queue up for it.
+    // its requests queue up for it. The replay waits until the manager has acknowledged
+    // L2PM's download, so that the configuration meets the interfaces it names.
     if (!replayPending_ || l2pm_.counters().registered <= registrationsBefore_ ||
-        !manager_.running())
+        l2pm_.downloadPending() || !manager_.running())
         return;
     replayPending_ = false;
     std::string file = startupConfigPath(opts_.rundir);

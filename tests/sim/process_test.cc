@@ -39,6 +39,9 @@ TEST(SimOptions, ParsesWhatItKnowsAndNamesWhatItDoesNot) {
         {{"--cards", "0x3"}, sim::ParseOutcome::Error, 0, "bad --cards list"},
         {{"--rundir"}, sim::ParseOutcome::Error, 0, "option --rundir needs a value"},
         {{"--vornctl"}, sim::ParseOutcome::Error, 0, "option --vornctl needs a value"},
+        {{"--te-cards", "1", "--ports", "64"}, sim::ParseOutcome::Run, 0x3, ""},
+        {{"--ports", "65"}, sim::ParseOutcome::Error, 0, "bad --ports '65'"},
+        {{"--te-cards", "x"}, sim::ParseOutcome::Error, 0, "bad --te-cards list 'x'"},
         {{"--turbo"}, sim::ParseOutcome::Error, 0, "unknown option '--turbo'"},
         {{"--help"}, sim::ParseOutcome::Help, 0, "usage: vornsim"},
     };

@@ -1,0 +1,208 @@
+// The commands that change and show the chassis model, and how its changes reach the
+// manager: IFM notifications for every change, L2PM's download for a manager that registers.
+
+#include <span>
+
+#include "cli/syntax.h"
+#include "sim/chassis_sim.h"
+#include "sim/l2pm_download.h"
+#include "sim/log.h"
+
+namespace vorn::sim {
+namespace {
+
+// How many records of one change are logged one by one.
+constexpr size_t kLoggedRecords = 8;
+
+// The interface that starts at args[at] (one word or two); *next is the index after it.
+bool interfaceAt(const CommandTable::Args& args, size_t at, uint32_t* ifIndex, size_t* next,
+                 std::string* err) {
+    size_t used = 0;
+    if (!cli::parseInterface(std::span<const std::string>(args), at, ifIndex, &used, err))
+        return false;
+    *next = at + used;
+    return true;
+}
+
+// The interface that makes up all of args[at..].
+bool interfaceRest(const CommandTable::Args& args, size_t at, uint32_t* ifIndex,
+                   std::string* err) {
+    size_t next = 0;
+    if (!interfaceAt(args, at, ifIndex, &next, err))
+        return false;
+    if (next != args.size()) {
+        *err = "unexpected '" + args[next] + "' after the interface";
+        return false;
+    }
+    return true;
+}
+
+bool lagNumber(const std::string& word, uint32_t* lag, std::string* err) {
+    return cli::parseBounded(word, cli::kMinLag, cli::kMaxLag, "port-channel number", lag, err);
+}
+
+CommandResult usage(const char* text) {
+    return refused(std::string("usage: ") + text);
+}
+
+}  // namespace
+
+CommandResult ChassisSim::publish(ChassisModel::Change change) {
+    if (!change.ok)
+        return refused(change.text);
+    if (change.records.empty())
+        return done(change.text);
+    say("chassis: %s", change.text.c_str());
+    size_t n = change.records.size();
+    for (size_t i = 0; i < n && i < kLoggedRecords; ++i)
+        say("ifm: %s", describeIfmRecord(change.records[i]).c_str());
+    if (n > kLoggedRecords)
+        say("ifm: ... and %zu records more", n - kLoggedRecords);
+    std::string records = std::to_string(n) + (n == 1 ? " IFM record" : " IFM records");
+    if (l2pm_.queueHandle() == 0)
+        return done(change.text + "; " + records +
+                    " not sent: no manager is connected (it learns the chassis from L2PM's "
+                    "download when it registers)");
+    std::vector<std::vector<uint8_t>> bodies = packIfmNotifications(change.records, &ifmCount_);
+    for (size_t i = 0; i < bodies.size(); ++i) {
+        std::string err;
+        if (!l2pm_.sendNotification(L2pm::Notif::Ifm, bodies[i], &err))
+            return done(change.text + "; only " + std::to_string(i) + " of " +
+                        std::to_string(bodies.size()) + " IFM notifications sent: " + err);
+    }
+    return done(change.text + "; " + records + " sent to the manager in " +
+                std::to_string(bodies.size()) +
+                (bodies.size() == 1 ? " notification" : " notifications"));
+}
+
+void ChassisSim::sendDownload() {
+    std::string err;
+    if (!l2pm_.beginDownload(&err)) {
+        say("l2pm: no configuration download: %s", err.c_str());
+        return;
+    }
+    std::vector<dnld::Record> recs = dnld::records(model_);
+    std::vector<std::vector<uint8_t>> bodies = dnld::pack(recs);
+    bodies.push_back(dnld::endOfConfig());
+    for (const std::vector<uint8_t>& body : bodies) {
+        if (!l2pm_.sendNotification(L2pm::Notif::L2pm, body, &err)) {
+            say("l2pm: configuration download cut short: %s", err.c_str());
+            return;
+        }
+    }
+    l2pm_.endDownload(bodies.size());
+    say("l2pm: configuration download to 226.0: %zu records in %zu notifications, then the "
+        "end of configuration",
+        recs.size(), bodies.size() - 1);
+}
+
+void ChassisSim::registerChassisCommands() {
+    commands_.add({"port", "INTERFACE up|down",
+                   "the link of a physical port comes up or goes down", 2, 3,
+                   [this](const CommandTable::Args& args) {
+                       uint32_t ifIndex = 0;
+                       size_t next = 0;
+                       std::string err;
+                       if (!interfaceAt(args, 0, &ifIndex, &next, &err))
+                           return refused(err);
+                       if (next + 1 != args.size())
+                           return usage("port INTERFACE up|down");
+                       const std::string& state = args[next];
+                       if (state != "up" && state != "down")
+                           return refused("expected up or down, not '" + state + "'");
+                       return publish(model_.setLink(ifIndex, state == "up"));
+                   }});
+    commands_.add({"vlan", "VLANS [add INTERFACE tagged|untagged | remove INTERFACE]",
+                   "create VLANs (e.g. 10 or 20-30,40), or add a port or port-channel to them "
+                   "(creating them) or remove it",
+                   1, 5, [this](const CommandTable::Args& args) {
+                       VlanSet vlans{};
+                       std::string err;
+                       if (!parseVlanSet(args[0], &vlans, &err))
+                           return refused(err);
+                       if (args.size() == 1)
+                           return publish(model_.createVlans(vlans));
+                       uint32_t ifIndex = 0;
+                       size_t next = 0;
+                       if (args[1] == "remove") {
+                           if (!interfaceRest(args, 2, &ifIndex, &err))
+                               return refused(err);
+                           return publish(model_.removeFromVlans(vlans, ifIndex));
+                       }
+                       if (args[1] != "add")
+                           return refused("expected add or remove after the VLANs, not '" +
+                                          args[1] + "'");
+                       if (!interfaceAt(args, 2, &ifIndex, &next, &err))
+                           return refused(err);
+                       if (next + 1 != args.size())
+                           return usage("vlan VLANS add INTERFACE tagged|untagged");
+                       const std::string& tagging = args[next];
+                       if (tagging != "tagged" && tagging != "untagged")
+                           return refused("expected tagged or untagged, not '" + tagging + "'");
+                       return publish(model_.addToVlans(vlans, ifIndex, tagging == "tagged"));
+                   }});
+    commands_.add({"no vlan", "VLANS", "delete VLANs, after their members leave them", 1, 1,
+                   [this](const CommandTable::Args& args) {
+                       VlanSet vlans{};
+                       std::string err;
+                       if (!parseVlanSet(args[0], &vlans, &err))
+                           return refused(err);
+                       return publish(model_.deleteVlans(vlans));
+                   }});
+    commands_.add({"lag", "NUMBER [add|remove INTERFACE]",
+                   "create port-channel 1..128, or add a physical port to it (creating it) or "
+                   "remove one",
+                   1, 4, [this](const CommandTable::Args& args) {
+                       uint32_t lag = 0, port = 0;
+                       std::string err;
+                       if (!lagNumber(args[0], &lag, &err))
+                           return refused(err);
+                       if (args.size() == 1)
+                           return publish(model_.createLag(lag));
+                       if (args[1] != "add" && args[1] != "remove")
+                           return refused("expected add or remove after the port-channel "
+                                          "number, not '" + args[1] + "'");
+                       if (!interfaceRest(args, 2, &port, &err))
+                           return refused(err);
+                       return publish(args[1] == "add" ? model_.addLagMember(lag, port)
+                                                       : model_.removeLagMember(lag, port));
+                   }});
+    commands_.add({"no lag", "NUMBER", "delete a port-channel, after its members leave it", 1, 1,
+                   [this](const CommandTable::Args& args) {
+                       uint32_t lag = 0;
+                       std::string err;
+                       if (!lagNumber(args[0], &lag, &err))
+                           return refused(err);
+                       return publish(model_.deleteLag(lag));
+                   }});
+    commands_.add({"show chassis", "", "cards, VLANs, ports and port-channels with their state",
+                   0, 0,
+                   [this](const CommandTable::Args&) { return done(describeChassis(model_)); }});
+    commands_.add({"show chassis port", "INTERFACE", "one port or port-channel", 1, 2,
+                   [this](const CommandTable::Args& args) {
+                       uint32_t ifIndex = 0;
+                       std::string err;
+                       if (!interfaceRest(args, 0, &ifIndex, &err))
+                           return refused(err);
+                       return done(describeChassisInterface(model_, ifIndex));
+                   }});
+    commands_.add({"show chassis lag", "NUMBER", "one port-channel and its members", 1, 1,
+                   [this](const CommandTable::Args& args) {
+                       uint32_t lag = 0;
+                       std::string err;
+                       if (!lagNumber(args[0], &lag, &err))
+                           return refused(err);
+                       return done(describeChassisInterface(
+                           model_, ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag)));
+                   }});
+    commands_.add({"show chassis vlan", "VLAN", "one VLAN and its members", 1, 1,
+                   [this](const CommandTable::Args& args) {
+                       uint32_t vlan = 0;
+                       std::string err;
+                       if (!cli::parseBounded(args[0], kMinVlan, kMaxVlan, "VLAN", &vlan, &err))
+                           return refused(err);
+                       return done(describeChassisVlan(model_, vlan));
+                   }});
+}
+
+}  // namespace vorn::sim

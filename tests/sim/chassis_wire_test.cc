@@ -1,0 +1,316 @@
+// What the chassis puts on the wire: IFM's records byte by byte, their batching into
+// notifications, L2PM's download byte by byte and in order, and, in-process, the road of a
+// change and of a registration to a manager's request queue.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/codec.h"
+#include "platform/swp.h"
+#include "sim/chassis_model.h"
+#include "sim/chassis_sim.h"
+#include "sim/ifm_notif.h"
+#include "sim/l2pm_download.h"
+#include "sim_test_util.h"
+#include "support/rundir.h"
+
+namespace vorn {
+namespace {
+
+using sim::ChassisModel;
+using sim::IfmRecord;
+using test::u32At;
+
+constexpr uint32_t kGi01 = 0x0A000100;
+constexpr uint32_t kGi12 = 0x0A010200;
+constexpr uint32_t kPo1 = 0x16000001;
+
+// "00 01 0a ff" -> bytes; blanks separate, nothing else is allowed.
+std::vector<uint8_t> hex(const std::string& text) {
+    std::vector<uint8_t> out;
+    unsigned byte = 0;
+    int n = 0;
+    for (size_t i = 0; i < text.size(); i += static_cast<size_t>(n)) {
+        if (text[i] == ' ') {
+            n = 1;
+            continue;
+        }
+        EXPECT_EQ(std::sscanf(text.c_str() + i, "%2x%n", &byte, &n), 1) << text.substr(i);
+        out.push_back(static_cast<uint8_t>(byte));
+    }
+    return out;
+}
+
+sim::VlanSet vlans(const char* text) {
+    sim::VlanSet set{};
+    std::string err;
+    EXPECT_TRUE(sim::parseVlanSet(text, &set, &err)) << err;
+    return set;
+}
+
+// A body placed at byte 124 of a message, so that offsets read as the manager reads them.
+std::vector<uint8_t> asMessage(const std::vector<uint8_t>& body) {
+    std::vector<uint8_t> msg(124 + body.size(), 0);
+    std::copy(body.begin(), body.end(), msg.begin() + 124);
+    return msg;
+}
+
+TEST(IfmNotification, RecordsAreLaidOutAsTheManagerReadsThem) {
+    IfmRecord addIf{1, kGi01, 0, false, ChassisModel::macOf(kGi01), {}};
+    IfmRecord operUp{3, kGi01, 0, false, {}, {}};
+    IfmRecord addVlanPort{40, 0x1800000A, kGi01, true, {}, {}};
+    IfmRecord addVlanList{42, kGi01, 0, true, {}, {20, 21}};
+    IfmRecord addLagPort{47, kPo1, kGi12, false, {}, {}};
+    IfmRecord delVlanPort{41, 0x18000005, kPo1, false, {}, {}};
+    IfmRecord delLagPort{48, kPo1, kGi12, false, {}, {}};
+    IfmRecord operDown{4, kPo1, 0, false, {}, {}};
+    IfmRecord delIf{2, 0x1800000A, 0, false, ChassisModel::macOf(0x1800000A), {}};
+    uint32_t count = 6;
+    auto bodies = sim::packIfmNotifications({addIf, operUp, addVlanPort, addVlanList, addLagPort,
+                                             delVlanPort, delLagPort, operDown, delIf},
+                                            &count);
+    ASSERT_EQ(bodies.size(), 1u);
+    EXPECT_EQ(count, 7u);
+    std::vector<uint8_t> want = hex(
+        "00 00 00 09  00 00 00 07  00 00 00 00"  // 124 NumElem 9, 128 Count 7, 132 reserved
+        // add interface Gi 0/1: type 1, length 28, ifIndex, attribute 0, 8 zero bytes,
+        // MAC 02:56:4f:0a:00:01 (type 10, slot 0, port 1), 2 zero bytes
+        " 00 01 00 1c  0a 00 01 00  00 00 00 00  00 00 00 00 00 00 00 00"
+        " 02 56 4f 0a 00 01  00 00"
+        " 00 03 00 08  0a 00 01 00"  // oper up Gi 0/1
+        // Gi 0/1 tagged into VLAN 10: type 40, length 16, VLAN ifIndex, port, tagged 1, pad
+        " 00 28 00 10  18 00 00 0a  0a 00 01 00  00 01  00 00"
+        // Gi 0/1 tagged into VLANs 20 and 21: type 42, length 28, port, tagged, 6 zero
+        // bytes, count 2, the VLAN ifIndexes
+        " 00 2a 00 1c  0a 00 01 00  00 01  00 00 00 00 00 00  00 00 00 02"
+        " 18 00 00 14  18 00 00 15"
+        " 00 2f 00 0c  16 00 00 01  0a 01 02 00"          // Gi 1/2 into Po 1
+        " 00 29 00 10  18 00 00 05  16 00 00 01  00 00  00 00"  // Po 1 out of VLAN 5, untagged
+        " 00 30 00 0c  16 00 00 01  0a 01 02 00"          // Gi 1/2 out of Po 1
+        " 00 04 00 08  16 00 00 01"                       // oper down Po 1
+        // delete VLAN 10, MAC 02:56:4f:18:00:0a
+        " 00 02 00 1c  18 00 00 0a  00 00 00 00  00 00 00 00 00 00 00 00"
+        " 02 56 4f 18 00 0a  00 00");
+    EXPECT_EQ(bodies[0], want);
+}
+
+// Walks the records of a body by their lengths; returns how many there are, or -1 when the
+// walk does not end exactly at the body's end.
+int walk(const std::vector<uint8_t>& body) {
+    be::Reader rd(body.data(), body.size());
+    size_t off = 12;
+    int n = 0;
+    while (off + 4 <= body.size()) {
+        uint16_t len = rd.u16(off + 2);
+        if (len < 4)
+            return -1;
+        off += len;
+        ++n;
+    }
+    return off == body.size() && static_cast<int32_t>(rd.u32(0)) == n ? n : -1;
+}
+
+TEST(IfmNotification, LargeChangesAreSplitIntoWholeNotifications) {
+    ChassisModel m(0x3, 0, 8);
+    ASSERT_TRUE(m.createLag(1).ok);
+    // 4095 new VLANs, and Po 1 tagged in all of them: 4095 interface records and the
+    // membership in lists of at most 1000 VLANs.
+    ChassisModel::Change c = m.addToVlans(vlans("1-4095"), kPo1, true);
+    ASSERT_TRUE(c.ok) << c.text;
+    ASSERT_EQ(c.records.size(), 4095u + 5);
+    EXPECT_EQ(c.records[4095].vlans.size(), 1000u);
+    EXPECT_EQ(c.records[4099].vlans.size(), 95u);
+    EXPECT_EQ(c.records[4099].vlans.back(), 4095);
+    uint32_t count = 0;
+    auto bodies = sim::packIfmNotifications(c.records, &count);
+    EXPECT_EQ(count, bodies.size());
+    size_t total = 0;
+    for (size_t i = 0; i < bodies.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_LE(bodies[i].size(), 8192u - 124);
+        EXPECT_EQ(u32At(bodies[i], 4), i + 1);  // Count
+        int n = walk(bodies[i]);
+        ASSERT_GT(n, 0);
+        total += static_cast<size_t>(n);
+    }
+    EXPECT_EQ(total, c.records.size());
+    // 28-byte records: 287 fit a notification.
+    EXPECT_EQ(u32At(bodies[0], 0), 287u);
+}
+
+TEST(L2pmDownload, RecordsComeVlansFirstThenLagsThenPortsLaidOutAsRead) {
+    ChassisModel m(0x3, 0, 3);  // Gi 0/0-2, Gi 1/0-2
+    ASSERT_TRUE(m.addLagMember(1, kGi12).ok);
+    ASSERT_TRUE(m.setLink(kGi12, true).ok);
+    ASSERT_TRUE(m.addToVlans(vlans("10"), kPo1, true).ok);
+    ASSERT_TRUE(m.addToVlans(vlans("5"), kPo1, false).ok);
+    ASSERT_TRUE(m.addToVlans(vlans("10"), kGi01, true).ok);
+    auto bodies = sim::dnld::pack(sim::dnld::records(m));
+    ASSERT_EQ(bodies.size(), 1u);
+    std::vector<uint8_t> msg = asMessage(bodies[0]);
+    EXPECT_EQ(u32At(msg, 248), 2u);   // kind: download
+    EXPECT_EQ(u32At(msg, 252), 10u);  // 2 VLANs, Po 1 twice, 6 ports
+
+    struct Rec {
+        uint32_t ifIndex;
+        size_t len;
+        uint32_t lag;
+        uint32_t oper;
+        uint8_t tagged;
+        const char* vlans;  // nullptr: no bitmap
+    };
+    const Rec want[] = {
+        {0x18000005, 144, 0, 0, 0, nullptr},
+        {0x1800000A, 144, 0, 0, 0, nullptr},
+        {kPo1, 1680, 0, 16, 1, "10"},     // up: its member is; the tagged VLANs first
+        {kPo1, 1680, 0, 0, 0, "5"},       // then the untagged one, without oper and LAG
+        {0x0A000000, 144, 0, 0, 0, nullptr},
+        {kGi01, 1680, 0, 0, 1, "10"},
+        {0x0A000200, 144, 0, 0, 0, nullptr},
+        {0x0A010000, 144, 0, 0, 0, nullptr},
+        {0x0A010100, 144, 0, 0, 0, nullptr},
+        {kGi12, 144, kPo1, 16, 0, nullptr},
+    };
+    size_t off = 256;
+    for (const Rec& r : want) {
+        SCOPED_TRACE(r.ifIndex);
+        ASSERT_LE(off + r.len, msg.size());
+        be::Reader rd(msg.data() + off, r.len);
+        EXPECT_EQ(rd.u32(0), r.ifIndex);
+        EXPECT_EQ(rd.u32(4), r.lag);
+        EXPECT_EQ(rd.u32(22), r.oper);
+        EXPECT_EQ(rd.u8(33), r.tagged);
+        EXPECT_EQ(rd.u8(50), r.vlans != nullptr ? 1 : 0);
+        if ((r.ifIndex >> 24) != 24) {
+            std::vector<uint8_t> mac(6);
+            rd.bytes(26, mac.data(), mac.size());
+            auto expect = ChassisModel::macOf(r.ifIndex);
+            EXPECT_EQ(mac, std::vector<uint8_t>(expect.begin(), expect.end()));
+        }
+        if (r.vlans != nullptr) {
+            sim::VlanSet got{};
+            rd.bytes(144, got.data(), got.size());
+            EXPECT_EQ(sim::vlanSetText(got), r.vlans);
+        }
+        off += r.len;
+    }
+    EXPECT_EQ(off, msg.size());
+
+    std::vector<uint8_t> eoc = asMessage(sim::dnld::endOfConfig());
+    EXPECT_EQ(eoc.size(), 256u);
+    EXPECT_EQ(u32At(eoc, 248), 4u);
+    EXPECT_EQ(u32At(eoc, 252), 0u);
+}
+
+TEST(L2pmDownload, AFullChassisSpreadsOverNotificationsInOrder) {
+    ChassisModel m(0xFFF, 0, 64);
+    for (const auto& [ifIndex, i] : std::map<uint32_t, ChassisModel::Interface>(m.interfaces()))
+        ASSERT_TRUE(m.addToVlans(vlans("10,20-30"), ifIndex, true).ok);
+    std::vector<sim::dnld::Record> recs = sim::dnld::records(m);
+    ASSERT_EQ(recs.size(), 12u + 768);
+    auto bodies = sim::dnld::pack(recs);
+    size_t next = 0;  // the record each body should go on with
+    for (const std::vector<uint8_t>& body : bodies) {
+        std::vector<uint8_t> msg = asMessage(body);
+        ASSERT_LE(msg.size(), 8192u);
+        uint32_t n = u32At(msg, 252);
+        ASSERT_GT(n, 0u);
+        size_t off = 256;
+        for (uint32_t i = 0; i < n; ++i, ++next) {
+            ASSERT_LT(next, recs.size());
+            EXPECT_EQ(u32At(msg, off), recs[next].ifIndex);
+            off += msg[off + 50] != 0 ? 1680 : 144;
+        }
+        EXPECT_EQ(off, msg.size());
+    }
+    EXPECT_EQ(next, recs.size());
+}
+
+// The chassis in attach mode, with the test as its manager.
+class ChassisWireTest : public test::PlatformTest {
+  protected:
+    void SetUp() override {
+        sim::SimOptions opts;
+        opts.rundir = rundir_.path();
+        opts.attach = true;
+        opts.portsPerCard = 2;
+        chassis_ = std::make_unique<sim::ChassisSim>(opts);
+        std::string err;
+        ASSERT_TRUE(chassis_->start(&err)) << err;
+        mgr_ = std::make_unique<test::FakeManager>();
+        ASSERT_TRUE(test::serveUntil(chassis_->loop(),
+                                     [&] { return chassis_->l2pm().queueHandle() != 0; }));
+    }
+    std::vector<uint8_t> receive() {
+        std::vector<uint8_t> msg;
+        test::serveUntil(chassis_->loop(), [&] {
+            msg = mgr_->receive(0);
+            return !msg.empty();
+        });
+        return msg;
+    }
+    // The manager's registration with L2PM, as it sends it.
+    int registerWithL2pm() {
+        std::vector<uint8_t> reg(124, 0);
+        be::Writer w(reg.data(), reg.size());
+        w.u32(8, 124);
+        w.u32(12, 18401);
+        w.u32(56, (166u << 20) | 1);
+        w.u32(72, 226);
+        w.u8(120, 1);
+        return test::whileServing(chassis_->loop(), [&] {
+            return qelIpcSendWait(mgr_->key(), reg.data(), static_cast<int>(reg.size()), 10,
+                                  18401, 0);
+        });
+    }
+
+    std::unique_ptr<sim::ChassisSim> chassis_;
+    std::unique_ptr<test::FakeManager> mgr_;
+};
+
+TEST_F(ChassisWireTest, ChangesGoOutAsIfmNotificationsAndARegistrationGetsTheDownload) {
+    sim::CommandResult r = chassis_->commands().run("vlan 10 add gi 0/1 tagged");
+    ASSERT_TRUE(r.ok) << r.text;
+    EXPECT_NE(r.text.find("2 IFM records sent to the manager in 1 notification"),
+              std::string::npos)
+        << r.text;
+    std::vector<uint8_t> ifm = receive();
+    ASSERT_EQ(ifm.size(), 124u + 12 + 28 + 16);
+    EXPECT_EQ(u32At(ifm, 8), ifm.size());
+    EXPECT_EQ(u32At(ifm, 12), 10908u);
+    EXPECT_EQ(u32At(ifm, 60), swp::kMagic);
+    EXPECT_EQ(u32At(ifm, 124), 2u);
+    const uint32_t oldEpoch = u32At(ifm, 72);
+    // Not acknowledged: a manager that dies leaves it outstanding.
+
+    ASSERT_EQ(registerWithL2pm(), 0);
+    std::vector<uint8_t> dnld = receive();
+    ASSERT_FALSE(dnld.empty());
+    EXPECT_EQ(u32At(dnld, 12), 18402u);
+    EXPECT_EQ(u32At(dnld, 248), 2u);
+    EXPECT_EQ(u32At(dnld, 252), 1u + 4);  // VLAN 10, Gi 0/0, Gi 0/1, Gi 1/0, Gi 1/1
+    EXPECT_EQ(u32At(dnld, 256), 0x1800000Au);
+    // The download starts a new stream: the notification the earlier manager did not
+    // acknowledge is dropped, not resent before it.
+    EXPECT_EQ(u32At(dnld, 64), 1u);
+    EXPECT_NE(u32At(dnld, 72), oldEpoch);
+    // The end of configuration follows once the new stream is acknowledged.
+    uint32_t state[2] = {0, 0};
+    EXPECT_EQ(qelSwpCkSeqAndAck(dnld.data(), state, mgr_->reqFd()), 0);
+    std::vector<uint8_t> eoc = receive();
+    EXPECT_EQ(u32At(eoc, 12), 18402u);
+    EXPECT_EQ(u32At(eoc, 248), 4u);
+    EXPECT_EQ(u32At(eoc, 64), 2u);
+    EXPECT_TRUE(chassis_->l2pm().downloadPending());
+    EXPECT_EQ(qelSwpCkSeqAndAck(eoc.data(), state, mgr_->reqFd()), 0);
+    EXPECT_TRUE(test::serveUntil(chassis_->loop(),
+                                 [&] { return !chassis_->l2pm().downloadPending(); }));
+}
+
+}  // namespace
+}  // namespace vorn
