@@ -2,7 +2,6 @@
 // running configuration, replayed on a fresh chassis (by vornctl -f, or by vornsim from a
 // saved startup configuration), gives the same running configuration again; and a refusal of
 // the manager reaches the operator as a sentence.
-//
 
 #include <gtest/gtest.h>
 
