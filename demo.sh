@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds everything, starts a simulated chassis with the manager on a fresh run directory,
-# shows the manager's counters after start-up, and stops the chassis.
+# Builds everything, starts a simulated chassis (vornsim, which starts vornd) on a fresh run
+# directory, brings up two ports with their VLANs, configures ring 5 through vornctl, shows
+# the ring running and what L2PM was told, and stops the chassis.
 set -euo pipefail
 cd "$(dirname "$0")"
 scripts/install-deps.sh
@@ -9,19 +10,41 @@ ninja -C build -j"${JOBS:-2}"
 
 rundir=$(mktemp -d /tmp/vorn-demo-XXXXXX)
 bin=build/src
-echo "== starting vornsim (and vornd) on $rundir"
-"$bin/vornsim" --rundir "$rundir" >"$rundir/vornsim.log" 2>&1 &
+"$bin/vornsim" --rundir "$rundir/run" >"$rundir/vornsim.log" 2>&1 &
 sim=$!
 trap 'kill $sim 2>/dev/null; wait $sim 2>/dev/null; rm -rf "$rundir"' EXIT
 
-ctl() { "$bin/vornctl" --rundir "$rundir" "$@"; }
+run() { echo "\$ vornctl $*"; "$bin/vornctl" --rundir "$rundir/run" "$@"; echo; }
 for _ in $(seq 1 100); do
-  if ctl shell vornPrintCounters 2>/dev/null | grep -q "L2PM reg success   *1"; then break; fi
+  "$bin/vornctl" --rundir "$rundir/run" shell vornPrintCounters 2>/dev/null |
+    grep -q "L2PM reg success *1" && break
   sleep 0.1
 done
+
+echo "== the chassis: VLAN 10 and 20-30 on Gi 0/1 and Gi 1/1, both ports up"
+run sim vlan 10 add Gi 0/1 tagged
+run sim vlan 10 add Gi 1/1 tagged
+run sim vlan 20-30 add Gi 0/1 tagged
+run sim vlan 20-30 add Gi 1/1 tagged
+run sim port Gi 0/1 up
+run sim port Gi 1/1 up
+
+echo "== ring 5, configured from a file"
+cat >"$rundir/ring5.cfg" <<'CFG'
+protocol vorn 5
+ interface primary GigabitEthernet 0/1 secondary Gi 1/1 control-vlan 10
+ member-vlan 20-30
+ mode master
+ timer hello-interval 300
+ description demo ring
+ no disable
+CFG
+cat "$rundir/ring5.cfg"
+run -f "$rundir/ring5.cfg"
+run show running-config
+run shell vornPrintRing 5
+echo "== what L2PM was told"
+run sim show l2pm
+run shell vornPrintCounters
 echo "== what the simulator did"
 cat "$rundir/vornsim.log"
-echo "== vornctl shell vornPrintCounters"
-ctl shell vornPrintCounters
-echo "== vornctl shell qelMemShow"
-ctl shell qelMemShow
