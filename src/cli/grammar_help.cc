@@ -12,13 +12,6 @@
 namespace vorn::cli {
 namespace {
 
-std::string lower(std::string_view s) {
-    std::string out(s);
-    for (char& c : out)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
-
 bool endsInBlank(std::string_view s) {
     return s.empty() || s.back() == ' ' || s.back() == '\t';
 }

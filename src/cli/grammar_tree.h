@@ -2,14 +2,23 @@
 // completion (grammar_help.cc).
 #pragma once
 
+#include <cctype>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cli/grammar.h"
 
 namespace vorn::cli {
+
+// Keywords are matched without regard to case.
+inline std::string lower(std::string_view s) {
+    std::string out(s);
+    for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
 
 // One element of a command: a keyword or a parameter, with the commands that may follow it.
 struct Grammar::Node {
