@@ -21,22 +21,13 @@
 #include "platform/ifindex.h"
 #include "ringdb/records.h"
 #include "ringdb/ringdb.h"
+#include "support/ifidx.h"
 #include "support/mgr_fixture.h"
 #include "task/handlers.h"
 #include "task/msgtypes.h"
 #include "task/tcb.h"
 
 namespace vorn::test {
-
-inline uint32_t gi(uint32_t slot, uint32_t port) {
-    return ifmCreateIfIndex(ifm::kTypeGigabit, slot, port, 0);
-}
-inline uint32_t po(uint32_t lag) {
-    return ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag);
-}
-inline uint32_t vl(uint32_t vlan) {
-    return ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, vlan);
-}
 
 // One 1024-byte configuration request.
 class CliReq {

@@ -11,12 +11,14 @@
 #include "platform/codec.h"
 #include "platform/ifindex.h"
 #include "ringdb/ringdb.h"
+#include "support/ifidx.h"
 #include "support/mgr_fixture.h"
 #include "task/trace.h"
 
 namespace {
 
 using vorn::test::MgrTest;
+using vorn::test::gi;
 namespace ifm = vorn::ifm;
 
 constexpr uint16_t kRing = 5;
@@ -24,9 +26,6 @@ constexpr uint16_t kCtrlVlan = 10;
 constexpr uint16_t kPri = 134;  // Gi 0/5
 constexpr uint16_t kSec = 140;  // Gi 0/11
 
-uint32_t gi(uint32_t slot, uint32_t port) {
-    return ifmCreateIfIndex(ifm::kTypeGigabit, slot, port, 0);
-}
 
 // The state line that every evaluation of an existing ring starts with.
 std::string stateLine(const VornRingEntry& r) {

@@ -17,98 +17,81 @@ using vorn::host::MemClassStats;
 using vorn::host::memStats;
 
 constexpr uint32_t kPart = 0x530000;
-constexpr int kInstance = 0;
 constexpr uint32_t kClasses[] = {100, 68, 8192, 588, 260};  // the manager's order
 
-// The accounting row of pool or partition `id` with block size `size`.
+// The accounting row of pool or partition `id` with block size `size` (zero when absent).
 MemClassStats row(uint32_t id, uint32_t size) {
-    for (const MemClassStats& r : memStats()) {
+    for (const MemClassStats& r : memStats())
         if (r.id == id && r.size == size) return r;
-    }
-    ADD_FAILURE() << "no row for id 0x" << std::hex << id << " size " << std::dec << size;
     return {};
 }
-
 bool hasRow(uint32_t id, uint32_t size) {
     auto rows = memStats();
     return std::any_of(rows.begin(), rows.end(),
                        [&](const MemClassStats& r) { return r.id == id && r.size == size; });
 }
+bool allZero(const uint8_t* p, size_t n) {
+    return std::all_of(p, p + n, [](uint8_t b) { return b == 0; });
+}
 
 void* varAlloc(uint32_t size) {
-    return qelMC_M_memBlockVarAlloc(__FILE__, __LINE__, 1, size, kPart, kInstance, 0);
+    return qelMC_M_memBlockVarAlloc(__FILE__, __LINE__, 1, size, kPart, 0, 0);
 }
 int varFree(void* p) { return qelMC_M_memBlockVarFree(__FILE__, __LINE__, p); }
+void* poolAlloc(uint32_t size, uint32_t pool = 0x530000) {
+    return qelMC_M_memBlockAlloc(__FILE__, __LINE__, 2, size, pool, 0, 0);
+}
+int poolFree(void* p) { return qelMC_M_memBlockFree(__FILE__, __LINE__, p); }
 
 class MemTest : public vorn::test::PlatformTest {
 protected:
-    void SetUp() override { ASSERT_EQ(qelMC_qel_memPartVarInit(kPart, kInstance, kClasses, 5), 0); }
-};
-
-class FixedPoolTest : public vorn::test::PlatformTest {
-protected:
-    void SetUp() override {
-        ASSERT_EQ(qel_memPartFixedInit(0x530000, 0x530003, kInstance), 0);
+    void SetUp() override { ASSERT_EQ(qelMC_qel_memPartVarInit(kPart, 0, kClasses, 5), 0); }
+    void fixedPool() {
+        ASSERT_EQ(qel_memPartFixedInit(0x530000, 0x530003, 0), 0);
         ASSERT_EQ(qelMC_M_memPoolCreate("VORN_PORT_MEM_POOL", 0x530000, 0, 1096), 0);
     }
-    void* alloc(uint32_t size, uint32_t pool = 0x530000) {
-        return qelMC_M_memBlockAlloc(__FILE__, __LINE__, 2, size, pool, 0, 0);
-    }
 };
 
-TEST_F(MemTest, ClassesAreListedAscendingWhateverTheirOrder) {
+TEST_F(MemTest, SmallestClassThatHoldsTheRequestServesIt) {
     std::vector<uint32_t> sizes;
     for (const MemClassStats& r : memStats()) {
-        if (r.id == kPart) {
-            sizes.push_back(r.size);
-            EXPECT_EQ(r.pool, "var 0x530000");
-        }
+        if (r.id != kPart) continue;
+        sizes.push_back(r.size);
+        EXPECT_EQ(r.pool, "var 0x530000");
     }
-    EXPECT_EQ(sizes, (std::vector<uint32_t>{68, 100, 260, 588, 8192}));
-}
-
-TEST_F(MemTest, RequestIsServedBySmallestClassThatHoldsIt) {
-    const struct {
-        uint32_t request;
-        uint32_t cls;
-    } cases[] = {{0, 68},     {1, 68},     {68, 68},    {69, 100},    {100, 100},
-                 {101, 260},  {128, 260},  {172, 260},  {260, 260},   {261, 588},
-                 {588, 588},  {589, 8192}, {652, 8192}, {8192, 8192}};
+    EXPECT_EQ(sizes, (std::vector<uint32_t>{68, 100, 260, 588, 8192}));  // sorted ascending
+    const uint32_t cases[][2] = {{0, 68},     {68, 68},     {69, 100},  {100, 100}, {101, 260},
+                                 {260, 260},  {261, 588},   {588, 588}, {589, 8192},
+                                 {8192, 8192}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.request);
-        uint64_t before = row(kPart, c.cls).total;
-        void* p = varAlloc(c.request);
+        SCOPED_TRACE(c[0]);
+        uint64_t before = row(kPart, c[1]).total;
+        void* p = varAlloc(c[0]);
         ASSERT_NE(p, nullptr);
-        EXPECT_EQ(row(kPart, c.cls).total, before + 1);
-        EXPECT_EQ(row(kPart, c.cls).inUse, 1u);
+        EXPECT_EQ(row(kPart, c[1]).total, before + 1);
+        EXPECT_EQ(row(kPart, c[1]).inUse, 1u);
         EXPECT_EQ(varFree(p), 0);
     }
-}
-
-TEST_F(MemTest, RequestAboveLargestClassFailsOnLargestClass) {
+    // Above the largest class: a failure counted on the largest class.
     EXPECT_EQ(varAlloc(8193), nullptr);
     EXPECT_EQ(row(kPart, 8192).failures, 1u);
-    EXPECT_EQ(row(kPart, 8192).total, 0u);
     EXPECT_EQ(row(kPart, 588).failures, 0u);
 }
 
-TEST_F(MemTest, BlocksAreZeroedOverTheWholeClass) {
+TEST_F(MemTest, BlocksAreZeroedAndAccountingFollowsAllocFreeAndPeak) {
     std::vector<void*> blocks;
     for (int i = 0; i < 8; ++i) {
         auto* p = static_cast<uint8_t*>(varAlloc(200));
         ASSERT_NE(p, nullptr);
-        EXPECT_TRUE(std::all_of(p, p + 260, [](uint8_t b) { return b == 0; }));
-        std::memset(p, 0xA5, 260);  // dirty it, so a reused block would show
+        EXPECT_TRUE(allZero(p, 260));  // over the whole class
+        std::memset(p, 0xA5, 260);     // dirty it, so a reused block would show
         blocks.push_back(p);
     }
     for (void* p : blocks) EXPECT_EQ(varFree(p), 0);
     auto* q = static_cast<uint8_t*>(varAlloc(260));
-    ASSERT_NE(q, nullptr);
-    EXPECT_TRUE(std::all_of(q, q + 260, [](uint8_t b) { return b == 0; }));
+    EXPECT_TRUE(allZero(q, 260));
     EXPECT_EQ(varFree(q), 0);
-}
 
-TEST_F(MemTest, AccountingFollowsAllocFreeAndPeak) {
     void* a = varAlloc(68);
     void* b = varAlloc(60);
     void* c = varAlloc(10);
@@ -118,16 +101,14 @@ TEST_F(MemTest, AccountingFollowsAllocFreeAndPeak) {
     EXPECT_EQ(r.inUse, 3u);
     EXPECT_EQ(r.peak, 3u);
     EXPECT_EQ(r.total, 4u);
-    EXPECT_EQ(r.failures, 0u);
     for (void* p : {a, c, d}) EXPECT_EQ(varFree(p), 0);
     r = row(kPart, 68);
     EXPECT_EQ(r.inUse, 0u);
     EXPECT_EQ(r.peak, 3u);
-    EXPECT_EQ(r.total, 4u);
-    EXPECT_EQ(row(kPart, 100).total, 0u);
+    EXPECT_EQ(r.failures, 0u);
 }
 
-TEST_F(MemTest, InjectedFailureHitsOnlyTheChosenClass) {
+TEST_F(MemTest, InjectedFailuresHitTheChosenClassOrAnyAndCanBeCancelled) {
     vorn::host::memFailNextForTest(kPart, 260, 2);
     void* small = varAlloc(68);
     EXPECT_NE(small, nullptr);
@@ -139,13 +120,10 @@ TEST_F(MemTest, InjectedFailureHitsOnlyTheChosenClass) {
     EXPECT_NE(third, nullptr);
     EXPECT_EQ(row(kPart, 260).failures, 2u);
     EXPECT_EQ(row(kPart, 260).total, 1u);
-    EXPECT_EQ(row(kPart, 68).failures, 0u);
     EXPECT_EQ(row(kPart, 8192).failures, 0u);
     for (void* p : {small, big, third}) EXPECT_EQ(varFree(p), 0);
-}
 
-TEST_F(MemTest, InjectedFailureWithoutClassHitsAnyClassAndCanBeCancelled) {
-    vorn::host::memFailNextForTest(kPart, 0, 3);
+    vorn::host::memFailNextForTest(kPart, 0, 3);  // any class
     EXPECT_EQ(varAlloc(68), nullptr);
     EXPECT_EQ(varAlloc(600), nullptr);
     vorn::host::memFailNextForTest(kPart, 0, 0);
@@ -154,6 +132,16 @@ TEST_F(MemTest, InjectedFailureWithoutClassHitsAnyClassAndCanBeCancelled) {
     EXPECT_EQ(row(kPart, 68).failures, 1u);
     EXPECT_EQ(row(kPart, 8192).failures, 1u);
     EXPECT_EQ(varFree(p), 0);
+
+    // By class size, a fixed pool is told from a partition of the same id.
+    fixedPool();
+    vorn::host::memFailNextForTest(0x530000, 68, 1);
+    void* block = poolAlloc(1096);
+    EXPECT_NE(block, nullptr);
+    EXPECT_EQ(varAlloc(68), nullptr);
+    EXPECT_EQ(row(0x530000, 1096).failures, 0u);
+    EXPECT_EQ(row(kPart, 68).failures, 2u);
+    EXPECT_EQ(poolFree(block), 0);
 }
 
 TEST_F(MemTest, DoubleFreeAndForeignPointersAreRefusedWithoutEffect) {
@@ -164,35 +152,42 @@ TEST_F(MemTest, DoubleFreeAndForeignPointersAreRefusedWithoutEffect) {
     EXPECT_EQ(varFree(p + 1), -1);
     EXPECT_EQ(varFree(&local), -1);
     EXPECT_EQ(varFree(nullptr), -1);
-    EXPECT_EQ(qelMC_M_memBlockFree(__FILE__, __LINE__, p), -1);  // not a fixed-pool block
-    EXPECT_EQ(qelMC_M_sysMemfree(__FILE__, __LINE__, p), -1);    // nor a heap block
+    EXPECT_EQ(poolFree(p), -1);                                // not a fixed-pool block
+    EXPECT_EQ(qelMC_M_sysMemfree(__FILE__, __LINE__, p), -1);  // nor a heap block
     EXPECT_EQ(row(kPart, 68).inUse, 2u);
     EXPECT_EQ(varFree(p), 0);
     EXPECT_EQ(varFree(p), -1);
     EXPECT_EQ(row(kPart, 68).inUse, 1u);
     EXPECT_EQ(varFree(q), 0);
+
+    // The system heap has its own row and refuses the others' frees too.
+    void* h = qelMC_M_sysMalloc(__FILE__, __LINE__, 40);
+    ASSERT_NE(h, nullptr);
+    EXPECT_EQ(row(0, 0).inUse, 1u);
+    EXPECT_EQ(varFree(h), -1);
+    EXPECT_EQ(qelMC_M_sysMemfree(__FILE__, __LINE__, h), 0);
+    EXPECT_EQ(qelMC_M_sysMemfree(__FILE__, __LINE__, h), -1);
+    EXPECT_EQ(row(0, 0).inUse, 0u);
+    EXPECT_EQ(row(0, 0).total, 1u);
 }
 
-TEST_F(MemTest, PartitionIdsAndInstancesAreChecked) {
-    EXPECT_EQ(qelMC_qel_memPartVarInit(kPart, kInstance, kClasses, 5), -1);  // duplicate
+TEST_F(MemTest, PartitionIdsAreCheckedAndDeletingReleasesItsBlocks) {
+    EXPECT_EQ(qelMC_qel_memPartVarInit(kPart, 0, kClasses, 5), -1);  // duplicate
     const uint32_t dup[] = {68, 68};
     EXPECT_EQ(qelMC_qel_memPartVarInit(0x540000, 0, dup, 2), -1);
     EXPECT_EQ(qelMC_qel_memPartVarInit(0x540000, 0, kClasses, 0), -1);
     EXPECT_EQ(qelMC_M_memBlockVarAlloc(__FILE__, __LINE__, 1, 10, 0x540000, 0, 0), nullptr);
-    EXPECT_EQ(qelMC_M_memBlockVarAlloc(__FILE__, __LINE__, 1, 10, kPart, kInstance + 1, 0),
-              nullptr);
-    EXPECT_EQ(qel_memPartVarDelete(kPart, kInstance + 1), -1);
-}
+    EXPECT_EQ(qelMC_M_memBlockVarAlloc(__FILE__, __LINE__, 1, 10, kPart, 1, 0), nullptr);
+    EXPECT_EQ(qel_memPartVarDelete(kPart, 1), -1);
 
-TEST_F(MemTest, DeletingPartitionReleasesItsBlocks) {
     void* p = varAlloc(68);
     ASSERT_NE(p, nullptr);
-    EXPECT_EQ(qel_memPartVarDelete(kPart, kInstance), 0);
+    EXPECT_EQ(qel_memPartVarDelete(kPart, 0), 0);
     EXPECT_FALSE(hasRow(kPart, 68));
     EXPECT_EQ(varFree(p), -1);  // released with the partition
     EXPECT_EQ(varAlloc(68), nullptr);
-    EXPECT_EQ(qel_memPartVarDelete(kPart, kInstance), -1);
-    EXPECT_EQ(qelMC_qel_memPartVarInit(kPart, kInstance, kClasses, 5), 0);
+    EXPECT_EQ(qel_memPartVarDelete(kPart, 0), -1);
+    EXPECT_EQ(qelMC_qel_memPartVarInit(kPart, 0, kClasses, 5), 0);
 }
 
 TEST_F(MemTest, ConcurrentAllocAndFreeKeepExactCounts) {
@@ -218,76 +213,43 @@ TEST_F(MemTest, ConcurrentAllocAndFreeKeepExactCounts) {
     EXPECT_LE(r68.peak, uint64_t{kThreads});
 }
 
-TEST_F(FixedPoolTest, PoolIdsMustLieInTheDeclaredRangeAndBeUnique) {
+TEST_F(MemTest, FixedPoolsLieInTheirRangeCheckSizeAndAreFreedWhole) {
+    EXPECT_EQ(qelMC_M_memPoolCreate("VORN_PORT_MEM_POOL", 0x530000, 0, 1096), -1)
+        << "a pool before its fixed partition";
+    fixedPool();
     EXPECT_EQ(qelMC_M_memPoolCreate("VORN_VLAN_MEM_POOL", 0x530001, 0, 248), 0);
-    EXPECT_EQ(qelMC_M_memPoolCreate("VORN_RING_MEM_POOL", 0x530002, 0, 888), 0);
     EXPECT_EQ(qelMC_M_memPoolCreate("DUP", 0x530001, 0, 248), -1);
     EXPECT_EQ(qelMC_M_memPoolCreate("PAST_END", 0x530003, 0, 64), -1);
     EXPECT_EQ(qelMC_M_memPoolCreate("BEFORE", 0x52FFFF, 0, 64), -1);
-    EXPECT_EQ(qel_memPartFixedInit(0x530002, 0x530010, kInstance), -1);  // overlaps
-    EXPECT_EQ(qel_memPartFixedInit(0x530000, 0x530003, kInstance), 0);   // same range again
+    EXPECT_EQ(qel_memPartFixedInit(0x530002, 0x530010, 0), -1);  // overlaps
+    EXPECT_EQ(qel_memPartFixedInit(0x530000, 0x530003, 0), 0);   // same range again
     EXPECT_EQ(row(0x530001, 248).pool, "VORN_VLAN_MEM_POOL");
-}
 
-using MemBareTest = vorn::test::PlatformTest;
-
-TEST_F(MemBareTest, PoolBeforeFixedPartitionIsRefused) {
-    EXPECT_EQ(qelMC_M_memPoolCreate("VORN_PORT_MEM_POOL", 0x530000, 0, 1096), -1);
-}
-
-TEST_F(FixedPoolTest, BlockAllocChecksSizeAndPool) {
-    auto* p = static_cast<uint8_t*>(alloc(1096));
+    auto* p = static_cast<uint8_t*>(poolAlloc(1096));
     ASSERT_NE(p, nullptr);
-    EXPECT_TRUE(std::all_of(p, p + 1096, [](uint8_t b) { return b == 0; }));
-    EXPECT_EQ(alloc(1097), nullptr);
-    EXPECT_EQ(alloc(8, 0x530001), nullptr);  // no such pool
+    EXPECT_TRUE(allZero(p, 1096));
+    EXPECT_EQ(poolAlloc(1097), nullptr);
+    EXPECT_EQ(poolAlloc(8, 0x530002), nullptr);  // no such pool
     MemClassStats r = row(0x530000, 1096);
     EXPECT_EQ(r.inUse, 1u);
     EXPECT_EQ(r.total, 1u);
     EXPECT_EQ(r.failures, 1u);
-    EXPECT_EQ(qelMC_M_memBlockVarFree(__FILE__, __LINE__, p), -1);  // not a variable block
-    EXPECT_EQ(qelMC_M_memBlockFree(__FILE__, __LINE__, p), 0);
-    EXPECT_EQ(qelMC_M_memBlockFree(__FILE__, __LINE__, p), -1);
-    EXPECT_EQ(row(0x530000, 1096).inUse, 0u);
-}
+    EXPECT_EQ(varFree(p), -1);  // not a variable block
+    EXPECT_EQ(poolFree(p), 0);
+    EXPECT_EQ(poolFree(p), -1);
 
-TEST_F(FixedPoolTest, InjectionByClassSizeTellsPoolFromPartitionOfSameId) {
-    ASSERT_EQ(qelMC_qel_memPartVarInit(kPart, kInstance, kClasses, 5), 0);
-    vorn::host::memFailNextForTest(0x530000, 68, 1);
-    void* block = alloc(1096);
-    EXPECT_NE(block, nullptr);
-    EXPECT_EQ(varAlloc(68), nullptr);
-    EXPECT_EQ(row(0x530000, 1096).failures, 0u);
-    EXPECT_EQ(row(kPart, 68).failures, 1u);
-    EXPECT_EQ(qelMC_M_memBlockFree(__FILE__, __LINE__, block), 0);
-}
-
-TEST_F(FixedPoolTest, PoolFreeReleasesBlocksInUse) {
-    void* p = alloc(100);
-    ASSERT_NE(p, nullptr);
+    p = static_cast<uint8_t*>(poolAlloc(100));
     EXPECT_EQ(M_memPoolFree(__FILE__, __LINE__, 0x530000, 0), 0);
     EXPECT_FALSE(hasRow(0x530000, 1096));
-    EXPECT_EQ(qelMC_M_memBlockFree(__FILE__, __LINE__, p), -1);
-    EXPECT_EQ(alloc(100), nullptr);
+    EXPECT_EQ(poolFree(p), -1);  // released with the pool
+    EXPECT_EQ(poolAlloc(100), nullptr);
     EXPECT_EQ(M_memPoolFree(__FILE__, __LINE__, 0x530000, 0), -1);
     EXPECT_EQ(qelMC_M_memPoolCreate("VORN_PORT_MEM_POOL", 0x530000, 0, 1096), 0);
 }
 
-TEST_F(MemTest, SystemHeapHasItsOwnRow) {
-    void* p = qelMC_M_sysMalloc(__FILE__, __LINE__, 40);
-    ASSERT_NE(p, nullptr);
-    MemClassStats heap = row(0, 0);
-    EXPECT_EQ(heap.inUse, 1u);
-    EXPECT_EQ(heap.total, 1u);
-    EXPECT_EQ(qelMC_M_memBlockVarFree(__FILE__, __LINE__, p), -1);
-    EXPECT_EQ(qelMC_M_sysMemfree(__FILE__, __LINE__, p), 0);
-    EXPECT_EQ(qelMC_M_sysMemfree(__FILE__, __LINE__, p), -1);
-    EXPECT_EQ(row(0, 0).inUse, 0u);
-}
-
-TEST_F(FixedPoolTest, MemShowPrintsOneLinePerPoolAndClass) {
-    ASSERT_EQ(qelMC_qel_memPartVarInit(kPart, kInstance, kClasses, 5), 0);
-    void* p = alloc(1000);
+TEST_F(MemTest, MemShowPrintsOneLinePerPoolAndClass) {
+    fixedPool();
+    void* p = poolAlloc(1000);
     testing::internal::CaptureStdout();
     qelMemShow();
     std::string text = testing::internal::GetCapturedStdout();
@@ -296,7 +258,7 @@ TEST_F(FixedPoolTest, MemShowPrintsOneLinePerPoolAndClass) {
     EXPECT_NE(text.find("var 0x530000"), std::string::npos) << text;
     // header + 5 classes + 1 pool + heap
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 8) << text;
-    EXPECT_EQ(qelMC_M_memBlockFree(__FILE__, __LINE__, p), 0);
+    EXPECT_EQ(poolFree(p), 0);
 }
 
 }  // namespace

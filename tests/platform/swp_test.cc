@@ -58,59 +58,34 @@ constexpr int kPeerSvc = 166;
 
 // Every buffer handed to a queue comes from here, so that a test can show each one came
 // back exactly once, through the releaser or through an acknowledgement.
-class Ledger {
-public:
+struct Ledger {
+    std::mutex mu;
+    std::map<void*, std::unique_ptr<uint8_t[]>> live;
+    uint64_t allocated = 0, bad = 0;
     void* alloc(size_t len) {
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<std::mutex> lock(mu);
         auto block = std::make_unique<uint8_t[]>(len);
         void* p = block.get();
-        live_[p] = std::move(block);
-        ++allocated_;
+        live[p] = std::move(block);
+        ++allocated;
         return p;
     }
-    // Takes a buffer back; -1 for one never handed out or already returned.
-    int release(void* p) {
-        std::lock_guard<std::mutex> lock(mu_);
-        if (live_.erase(p) == 0) {
-            ++bad_;
-            return -1;
-        }
-        return 0;
+    int release(void* p) {  // -1 for one never handed out or already returned
+        std::lock_guard<std::mutex> lock(mu);
+        if (live.erase(p) != 0) return 0;
+        ++bad;
+        return -1;
     }
-    size_t live() const {
-        std::lock_guard<std::mutex> lock(mu_);
-        return live_.size();
+    size_t liveCount() {
+        std::lock_guard<std::mutex> lock(mu);
+        return live.size();
     }
-    uint64_t allocated() const {
-        std::lock_guard<std::mutex> lock(mu_);
-        return allocated_;
-    }
-    uint64_t bad() const {
-        std::lock_guard<std::mutex> lock(mu_);
-        return bad_;
-    }
-    void reset() {
-        std::lock_guard<std::mutex> lock(mu_);
-        live_.clear();
-        allocated_ = bad_ = 0;
-    }
-
-private:
-    mutable std::mutex mu_;
-    std::map<void*, std::unique_ptr<uint8_t[]>> live_;
-    uint64_t allocated_ = 0;
-    uint64_t bad_ = 0;
-};
-
-Ledger& ledger() {
-    static Ledger l;
-    return l;
-}
+} gLedger;
 
 std::atomic<int> gReleased{0};
 int releaseBuffer(void* p) {
     ++gReleased;
-    return ledger().release(p);
+    return gLedger.release(p);
 }
 
 std::atomic<int> gErrors{0};
@@ -125,14 +100,12 @@ void onQueueError(void* queue, int code) {
     gErrHandle = cb == nullptr ? -1 : cb->hdl;
 }
 
-uint32_t u32at(const void* msg, size_t len, size_t off) {
-    return be::Reader(msg, len).u32(off);
-}
+uint32_t u32at(const void* msg, size_t len, size_t off) { return be::Reader(msg, len).u32(off); }
 uint32_t u32at(const std::vector<uint8_t>& m, size_t off) { return u32at(m.data(), m.size(), off); }
 
 // A data message from the sender to the peer's request queue, carrying its index.
 void* newMessage(uint32_t index) {
-    void* p = ledger().alloc(kMsgLen);
+    void* p = gLedger.alloc(kMsgLen);
     be::Writer w(p, kMsgLen);
     w.u32(kMlen, kMsgLen);
     w.u32(kMtype, kMtData);
@@ -172,10 +145,9 @@ bool readable(int fd, int timeoutMs) {
 class SwpTest : public test::PlatformTest {
 protected:
     void SetUp() override {
-        ledger().reset();
-        gReleased = 0;
-        gErrors = 0;
-        gErrCode = 0;
+        gLedger.live.clear();
+        gLedger.allocated = gLedger.bad = 0;
+        gReleased = gErrors = gErrCode = 0;
         gErrHandle = 0;
         sender_ = qelIpcTmrOpen(kSenderSvc, 0);
         peer_ = qelIpcTmrOpen(kPeerSvc, 0);
@@ -214,7 +186,7 @@ protected:
         EXPECT_EQ(qelSwpDequeue(ack.data(), &freed), 0);
         if (freed == nullptr) return 0;
         uint32_t index = u32at(freed, kMsgLen, kIndex);
-        EXPECT_EQ(ledger().release(freed), 0);
+        EXPECT_EQ(gLedger.release(freed), 0);
         return index;
     }
 
@@ -264,6 +236,18 @@ protected:
         s.index = u32at(m, kIndex);
         s.swpFlags = u32at(m, kSwpFlags);
         return s;
+    }
+
+    // Messages 1..6 sent: 1 synchronised and acknowledged, 2..6 in flight and received.
+    uint32_t primeSix() {
+        uint32_t h = create(10, 50);
+        uint32_t state[2] = {0, 0};
+        EXPECT_EQ(qelSwpEnqueue(h, newMessage(1), kMsgLen), 0);
+        EXPECT_EQ(receive(state).result, 0);
+        EXPECT_EQ(pumpSender(30), 1);
+        for (uint32_t i = 2; i <= 6; ++i) EXPECT_EQ(qelSwpEnqueue(h, newMessage(i), kMsgLen), 0);
+        for (uint32_t i = 2; i <= 6; ++i) EXPECT_FALSE(recvMsg(peerReq_, 1000).empty());
+        return h;
     }
 
     QelKey sender_ = -1;
@@ -387,7 +371,7 @@ TEST_F(SwpTest, WindowHoldsMessagesAndAcksReleaseThemInOrder) {
     EXPECT_EQ(stats(h).outstanding, 0u);
     EXPECT_EQ(stats(h).acked, 15u);
     EXPECT_EQ(stats(h).retransmitted, 0u);
-    EXPECT_EQ(ledger().live(), 0u);
+    EXPECT_EQ(gLedger.liveCount(), 0u);
     EXPECT_EQ(gReleased, 0);
 
     // Nothing in flight: the pipe stops ticking.
@@ -426,7 +410,7 @@ TEST_F(SwpTest, AcknowledgementsThatFreeNothing) {
     EXPECT_EQ(dequeue(control(402, h, epoch, 1)), 1u);
     EXPECT_EQ(dequeue(control(402, h, epoch, 1)), 0u) << "a repeated ack frees nothing";
     EXPECT_EQ(stats(h).acked, 1u);
-    EXPECT_EQ(ledger().live(), 0u);
+    EXPECT_EQ(gLedger.liveCount(), 0u);
 }
 
 TEST_F(SwpTest, FlushReleasesEverythingAndStartsAnEpochTheReceiverAccepts) {
@@ -442,8 +426,8 @@ TEST_F(SwpTest, FlushReleasesEverythingAndStartsAnEpochTheReceiverAccepts) {
 
     ASSERT_EQ(qelSwpQueueFlush(h), 0);
     EXPECT_EQ(gReleased, 3);  // two in flight, one held
-    EXPECT_EQ(ledger().live(), 0u);
-    EXPECT_EQ(ledger().bad(), 0u);
+    EXPECT_EQ(gLedger.liveCount(), 0u);
+    EXPECT_EQ(gLedger.bad, 0u);
     QelSwpQueueCtrlBlock cb = stats(h);
     EXPECT_EQ(cb.outstanding + cb.held, 0u);
     EXPECT_EQ(cb.nextSeq, 1u);
@@ -469,25 +453,19 @@ TEST_F(SwpTest, FlushReleasesEverythingAndStartsAnEpochTheReceiverAccepts) {
     // The acknowledgements of 2 and 3 (old epoch) free nothing; that of 1 frees message 100.
     EXPECT_EQ(pumpSender(30), 1);
     EXPECT_EQ(stats(h).outstanding, 0u);
-    EXPECT_EQ(ledger().live(), 0u);
+    EXPECT_EQ(gLedger.liveCount(), 0u);
 
     // Removing the queue releases what it still holds and forgets the handle.
     ASSERT_EQ(qelSwpEnqueue(h, newMessage(101), kMsgLen), 0);
     ASSERT_EQ(qelSwpQueueRemove(h), 0);
     EXPECT_EQ(gReleased, 4);
-    EXPECT_EQ(ledger().live(), 0u);
+    EXPECT_EQ(gLedger.liveCount(), 0u);
     EXPECT_EQ(host::swpQueueByHandle(h), nullptr);
     EXPECT_EQ(qelSwpQueueFlush(h), -1);
 }
 
 TEST_F(SwpTest, ResendRequestRetransmitsFromTheRequestedNumber) {
-    uint32_t h = create(10, 50);
-    uint32_t state[2] = {0, 0};
-    ASSERT_EQ(qelSwpEnqueue(h, newMessage(1), kMsgLen), 0);
-    EXPECT_EQ(receive(state).result, 0);
-    EXPECT_EQ(pumpSender(30), 1);
-    for (uint32_t i = 2; i <= 6; ++i) ASSERT_EQ(qelSwpEnqueue(h, newMessage(i), kMsgLen), 0);
-    for (uint32_t i = 2; i <= 6; ++i) ASSERT_FALSE(recvMsg(peerReq_, 1000).empty());
+    uint32_t h = primeSix();
     const uint32_t epoch = stats(h).epoch;
 
     // Sends happen before the library call returns, so what was sent is already waiting.
@@ -527,13 +505,7 @@ TEST_F(SwpTest, ResendRequestRetransmitsFromTheRequestedNumber) {
 }
 
 TEST_F(SwpTest, AcksOfLaterMessagesResendOneWhoseAckWasLost) {
-    uint32_t h = create(10, 50);
-    uint32_t state[2] = {0, 0};
-    ASSERT_EQ(qelSwpEnqueue(h, newMessage(1), kMsgLen), 0);
-    EXPECT_EQ(receive(state).result, 0);
-    EXPECT_EQ(pumpSender(30), 1);
-    for (uint32_t i = 2; i <= 6; ++i) ASSERT_EQ(qelSwpEnqueue(h, newMessage(i), kMsgLen), 0);
-    for (uint32_t i = 2; i <= 6; ++i) ASSERT_FALSE(recvMsg(peerReq_, 1000).empty());
+    uint32_t h = primeSix();
     const uint32_t epoch = stats(h).epoch;
 
     // The acknowledgement of 2 is lost; those of 3, 4 and 5 show that 2 arrived.
@@ -550,7 +522,7 @@ TEST_F(SwpTest, AcksOfLaterMessagesResendOneWhoseAckWasLost) {
     EXPECT_EQ(stats(h).retransmitted, 1u);
     EXPECT_EQ(stats(h).outstanding, 1u);
     EXPECT_EQ(dequeue(control(402, h, epoch, 2)), 2u);
-    EXPECT_EQ(ledger().live(), 0u);
+    EXPECT_EQ(gLedger.liveCount(), 0u);
 }
 
 TEST_F(SwpTest, PeerMissingAtCreationAndMessagesToAPeerThatComesBack) {
@@ -588,7 +560,7 @@ TEST_F(SwpTest, PeerMissingAtCreationAndMessagesToAPeerThatComesBack) {
     });
     EXPECT_EQ(stats(h).outstanding, 0u);
     EXPECT_EQ(stats(h).held, 0u);
-    EXPECT_EQ(ledger().live(), 0u);
+    EXPECT_EQ(gLedger.liveCount(), 0u);
 }
 
 TEST_F(SwpTest, ThreeTimeoutsInARowCallTheOwnerOnceAndPostANotice) {
@@ -671,37 +643,12 @@ TEST_F(SwpTest, RejectsWhatItCannotUse) {
     EXPECT_EQ(qelSwpCkSeqAndAck(nullptr, state, peerReq_), swp::kCkNotSwp);
 }
 
-// A datagram socket bound at a path, outside the host library, for the relay.
-class RawSocket {
-public:
-    explicit RawSocket(const std::string& path) : path_(path) {
-        fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_un a = addressOf(path);
-        if (fd_ >= 0 && bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof(a)) != 0) {
-            close(fd_);
-            fd_ = -1;
-        }
-    }
-    ~RawSocket() {
-        if (fd_ < 0) return;
-        close(fd_);
-        unlink(path_.c_str());
-    }
-    RawSocket(const RawSocket&) = delete;
-    RawSocket& operator=(const RawSocket&) = delete;
-    int fd() const { return fd_; }
-
-    static sockaddr_un addressOf(const std::string& path) {
-        sockaddr_un a{};
-        a.sun_family = AF_UNIX;
-        std::snprintf(a.sun_path, sizeof(a.sun_path), "%s", path.c_str());
-        return a;
-    }
-
-private:
-    std::string path_;
-    int fd_ = -1;
-};
+sockaddr_un addressOf(const std::string& path) {
+    sockaddr_un a{};
+    a.sun_family = AF_UNIX;
+    std::snprintf(a.sun_path, sizeof(a.sun_path), "%s", path.c_str());
+    return a;
+}
 
 // Stands in for the receiver's request queue and passes datagrams on in both directions:
 // data from the sender to the receiver, answers from the receiver back to the sender. Of
@@ -709,33 +656,46 @@ private:
 // later ones have gone, so that they arrive out of order.
 class LossyRelay {
 public:
+    // front: bound as the receiver's request queue (data in, answers out); back: data out
+    // to the receiver, its answers in.
     LossyRelay(const std::string& front, const std::string& back, const std::string& receiver,
                uint32_t seed)
-        : front_(front), back_(back), rng_(seed) {
-        toReceiver_.fd = back_.fd();
-        toReceiver_.to = RawSocket::addressOf(receiver);
-        toReceiver_.toLen = sizeof(sockaddr_un);
-        toSender_.fd = front_.fd();
+        : rng_(seed) {
+        for (const std::string* path : {&front, &back}) {
+            int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+            sockaddr_un a = addressOf(*path);
+            if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) != 0) {
+                close(fd);
+                fd = -1;
+            }
+            socks_.emplace_back(fd, *path);
+        }
+        toReceiver_ = {socks_[1].first, addressOf(receiver), sizeof(sockaddr_un), {}, {}};
+        toSender_.fd = socks_[0].first;
     }
-
-    bool ok() const { return front_.fd() >= 0 && back_.fd() >= 0; }
+    ~LossyRelay() {
+        for (auto& [fd, path] : socks_) {
+            if (fd < 0) continue;
+            close(fd);
+            unlink(path.c_str());
+        }
+    }
+    bool ok() const { return socks_[0].first >= 0 && socks_[1].first >= 0; }
 
     void run(const std::stop_token& stop) {
         while (!stop.stop_requested()) {
-            std::array<pollfd, 2> p{pollfd{front_.fd(), POLLIN, 0},
-                                    pollfd{back_.fd(), POLLIN, 0}};
+            std::array<pollfd, 2> p{pollfd{socks_[0].first, POLLIN, 0},
+                                    pollfd{socks_[1].first, POLLIN, 0}};
             bool quiet = poll(p.data(), p.size(), 1) <= 0;
-            if (!quiet && (p[0].revents & POLLIN)) take(front_.fd(), toReceiver_);
-            if (!quiet && (p[1].revents & POLLIN)) take(back_.fd(), toSender_);
+            if (!quiet && (p[0].revents & POLLIN)) take(socks_[0].first, toReceiver_);
+            if (!quiet && (p[1].revents & POLLIN)) take(socks_[1].first, toSender_);
             // When nothing comes in, what was held back goes too.
             forward(toReceiver_, quiet);
             forward(toSender_, quiet);
         }
     }
 
-    std::atomic<uint64_t> dropped{0};
-    std::atomic<uint64_t> duplicated{0};
-    std::atomic<uint64_t> delayed{0};
+    std::atomic<uint64_t> dropped{0}, duplicated{0}, delayed{0};
 
 private:
     struct HeldBack {
@@ -767,11 +727,8 @@ private:
             ++dropped;
             return;
         }
-        int copies = 1;
-        if (fate < 0.3) {
-            ++duplicated;
-            copies = 2;
-        }
+        int copies = fate < 0.3 ? 2 : 1;
+        if (copies == 2) ++duplicated;
         for (int i = 0; i < copies; ++i) {
             if (chance() < 0.1) {
                 ++delayed;
@@ -810,8 +767,7 @@ private:
 
     double chance() { return std::uniform_real_distribution<double>(0, 1)(rng_); }
 
-    RawSocket front_;  // bound as the receiver's request queue: data in, answers out
-    RawSocket back_;   // data out to the receiver, its answers in
+    std::vector<std::pair<int, std::string>> socks_;
     Direction toReceiver_;
     Direction toSender_;
     std::mt19937 rng_;
@@ -820,10 +776,7 @@ private:
 // The receiving side: accepts what the sequence check accepts and notes whether it came
 // in order, exactly once.
 struct Receiver {
-    std::atomic<uint32_t> delivered{0};
-    std::atomic<uint32_t> outOfOrder{0};
-    std::atomic<uint32_t> duplicates{0};
-    std::atomic<uint32_t> gaps{0};
+    std::atomic<uint32_t> delivered{0}, outOfOrder{0}, duplicates{0}, gaps{0};
 
     void run(const std::stop_token& stop, int qfd) {
         uint32_t state[2] = {0, 0};
@@ -831,15 +784,13 @@ struct Receiver {
             std::vector<uint8_t> m = recvMsg(qfd, 5);
             if (m.empty()) continue;
             int r = qelSwpCkSeqAndAck(m.data(), state, qfd);
-            if (r == swp::kCkAccepted) {
-                if (u32at(m, kIndex) != delivered + 1) ++outOfOrder;
+            if (r == swp::kCkAccepted && u32at(m, kIndex) == delivered + 1) {
                 ++delivered;
-            } else if (r == swp::kCkDuplicate) {
-                ++duplicates;
-            } else if (r == swp::kCkGap) {
-                ++gaps;
-            } else {
+            } else if (r == swp::kCkAccepted) {
                 ++outOfOrder;
+                ++delivered;
+            } else {
+                ++(r == swp::kCkDuplicate ? duplicates : r == swp::kCkGap ? gaps : outOfOrder);
             }
         }
     }
@@ -900,9 +851,9 @@ TEST_F(SwpTest, EveryMessageOnceAndInOrderThroughALossyRelay) {
     EXPECT_EQ(cb.outstanding + cb.held, 0u);
     ASSERT_EQ(qelSwpQueueRemove(h), 0);
     EXPECT_EQ(gReleased, 0);  // every buffer came back through its acknowledgement
-    EXPECT_EQ(ledger().allocated(), kCount);
-    EXPECT_EQ(ledger().live(), 0u);
-    EXPECT_EQ(ledger().bad(), 0u);
+    EXPECT_EQ(gLedger.allocated, kCount);
+    EXPECT_EQ(gLedger.liveCount(), 0u);
+    EXPECT_EQ(gLedger.bad, 0u);
 }
 
 }  // namespace

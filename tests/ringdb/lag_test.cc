@@ -10,18 +10,19 @@
 #include "platform/codec.h"
 #include "platform/ifindex.h"
 #include "ringdb/ringdb.h"
+#include "support/ifidx.h"
 #include "support/mgr_fixture.h"
 #include "task/trace.h"
 
 namespace {
 
 using vorn::test::MgrTest;
+using vorn::test::po;
 namespace ifm = vorn::ifm;
 
 constexpr const char* kAdd = "vornProcessAddLagPort";
 constexpr const char* kDel = "vornProcessDelLagPort";
 
-uint32_t po(uint32_t lag) { return ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag); }
 // The GigabitEthernet ifIndex whose port number is n (n >= 129).
 uint32_t phys(uint16_t n) {
     return ifmCreateIfIndex(ifm::kTypeGigabit, (n - 129u) / 64, (n - 129u) % 64, 0);

@@ -10,6 +10,7 @@
 #include "platform/ifindex.h"
 #include "platform/mem.h"
 #include "ringdb/ringdb.h"
+#include "support/ifidx.h"
 #include "support/mgr_fixture.h"
 #include "task/tcb.h"
 #include "task/trace.h"
@@ -17,16 +18,12 @@
 namespace {
 
 using vorn::test::MgrTest;
+using vorn::test::gi;
+using vorn::test::te;
+using vorn::test::po;
+using vorn::test::vl;
 namespace ifm = vorn::ifm;
 
-uint32_t gi(uint32_t slot, uint32_t port) {
-    return ifmCreateIfIndex(ifm::kTypeGigabit, slot, port, 0);
-}
-uint32_t te(uint32_t slot, uint32_t port) {
-    return ifmCreateIfIndex(ifm::kTypeTenGigabit, slot, port, 0);
-}
-uint32_t po(uint32_t lag) { return ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag); }
-uint32_t vl(uint32_t vlan) { return ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, vlan); }
 
 using Mac = std::array<uint8_t, 6>;
 
