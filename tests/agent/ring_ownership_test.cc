@@ -1,6 +1,6 @@
-// Ring ownership: the port states the manager hands to the L2PM relay when it takes or gives
-// up a ring's ports, and when a configuration change does either. What L2PM is then sent
-// is the relay's business and is tested with it.
+// The ring action of a configuration change, and ring ownership: the port states the manager
+// hands to the L2PM relay when it takes or gives up a ring's ports, and when a configuration
+// change does either. What L2PM is then sent is the relay's business and is tested with it.
 
 #include <string>
 #include <tuple>
@@ -41,6 +41,45 @@ protected:
     VornRingEntry* ring_ = nullptr;
 };
 
+TEST_F(RingOwnershipTest, RingActionOfEveryRowOfTheDecision) {
+    enum : uint32_t { kNone = 1, kStart = 2, kRestart = 3, kStop = 4 };
+    const struct {
+        const char* name;
+        uint32_t action, flags, old;
+        bool ready;
+        uint8_t secReady;
+        uint32_t want;
+    } cases[] = {
+        // Without the control VLAN, mode or enable bits nothing can change the running ring.
+        {"hello interval of a running ring", 1, 0x08, 1, true, 1, kNone},
+        {"member VLANs removed", 2, 0x20, 1, true, 1, kNone},
+        {"ring deleted (flags 0)", 3, 0x00, 1, true, 1, kNone},
+        {"remove from a running ring", 2, 0x01, 1, true, 1, kStop},
+        {"remove, old status 1, secondary not ready", 2, 0x02, 1, true, 0, kNone},
+        {"remove, old status 2 is not 1", 2, 0x01, 2, true, 1, kNone},
+        {"delete with control VLAN bit", 3, 0x01, 0, false, 0, kStop},
+        {"set makes the ring run", 1, 0x04, 0, true, 1, kStart},
+        {"set, ready but secondary not ready", 1, 0x01, 0, true, 0, kNone},
+        {"set, not ready", 1, 0x02, 0, false, 1, kNone},
+        {"set on a running ring", 1, 0x02, 1, true, 1, kRestart},
+        {"set, old status other than 0 counts as running", 1, 0x02, 7, true, 1, kRestart},
+        {"set leaves the secondary not ready", 1, 0x01, 1, true, 0, kStop},
+        {"set leaves the ring not ready", 1, 0x01, 1, false, 1, kStop},
+        {"unknown action 4", 4, 0x07, 1, true, 1, kNone},
+    };
+    ring_->isSecReady = 1;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ring_->isPriTagged = c.ready ? 1 : 0;
+        ring_->isSecReady = c.secReady;
+        EXPECT_EQ(vornUtilGetRingAction(kRing, c.action, c.flags, c.old), c.want);
+    }
+    // Without a ring record the secondary and the ring count as not ready.
+    EXPECT_EQ(vornUtilGetRingAction(9, 2, 0x01, 1), kNone);
+    EXPECT_EQ(vornUtilGetRingAction(9, 1, 0x01, 1), kStop);
+    EXPECT_EQ(vornUtilGetRingAction(9, 3, 0x01, 0), kStop);
+}
+
 TEST_F(RingOwnershipTest, TakeSetsUpPortsForwardingAndDownPortsDisabled) {
     ASSERT_EQ(gi(0, 5), kPri);
     setOper(kPri, 2);
@@ -56,23 +95,14 @@ TEST_F(RingOwnershipTest, TakeSetsUpPortsForwardingAndDownPortsDisabled) {
     gRelays.clear();
     ring_->isRingOwnedByMgr = 0;
     ring_->u2PriPortNum = 0;
-    vornDbgPrint = 1;
-    std::string out = captureStdout([&] { vornTakeRingOwnerShip(ring_); });
-    EXPECT_EQ(out,
-              "vornTakeRingOwnerShip(): Ring 5\r\n"
-              "vornTakeRingOwnerShip(): Invalid Primary for Ring 5\r\n");
+    vornTakeRingOwnerShip(ring_);
     EXPECT_EQ(gRelays, (std::vector<Relay>{{kSec, 2, 2, 0, 0, 1}}));
     EXPECT_EQ(ring_->isRingOwnedByMgr, 1);
 }
 
 TEST_F(RingOwnershipTest, RelinquishDisablesAndStaysOwned) {
-    vornDbgPrint = 1;
-    std::string out = captureStdout([&] { vornRelinquishRingOwnerShip(ring_); });
-    EXPECT_EQ(out,
-              "vornRelinquishRingOwnerShip(): Ring 5\r\n"
-              "Ring 5 NOT owned by VORN Mgr.\r\n");
+    vornRelinquishRingOwnerShip(ring_);  // not owned: nothing to give up
     EXPECT_TRUE(gRelays.empty());
-    vornDbgPrint = 0;
 
     // A port that is down is not relayed but its state is reset all the same.
     ring_->isRingOwnedByMgr = 1;
@@ -87,12 +117,8 @@ TEST_F(RingOwnershipTest, RelinquishDisablesAndStaysOwned) {
 
     // Every later relinquish runs again.
     gRelays.clear();
-    ring_->u2SecPortNum = 898;
-    vornDbgPrint = 1;
-    out = captureStdout([&] { vornRelinquishRingOwnerShip(ring_); });
-    EXPECT_EQ(out,
-              "vornRelinquishRingOwnerShip(): Ring 5\r\n"
-              "vornRelinquishRingOwnerShip(): Invalid Secondary for Ring 5\r\n");
+    ring_->u2SecPortNum = 898;  // past the port table: skipped
+    vornRelinquishRingOwnerShip(ring_);
     EXPECT_EQ(gRelays, (std::vector<Relay>{{kPri, 0, 0, 1, 0, 1}}));
 }
 

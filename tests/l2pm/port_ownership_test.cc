@@ -86,18 +86,12 @@ TEST_F(PortOwnershipTest, RequestBytesAndAnswers) {
 }
 
 TEST_F(PortOwnershipTest, FailedExchangeFailsTakeAndLetsRelinquishSucceed) {
-    vornErrPrint = vornDbgPrint = 1;
+    // No L2PM to ask.
     int refused = 0;
-    std::string out = captureStdout([&] { EXPECT_EQ(vornPortOwnership(po(12), 0, &refused), -1); });
+    EXPECT_EQ(vornPortOwnership(po(12), 0, &refused), -1);
     EXPECT_EQ(refused, -1);
-    EXPECT_NE(out.find("vornPortOwnership: Taking ownership of Port (0x1600000c) failed\r\n"),
-              std::string::npos)
-        << out;
-    out = captureStdout([&] { EXPECT_EQ(vornPortOwnership(po(12), 1, &refused), 0); });
+    EXPECT_EQ(vornPortOwnership(po(12), 1, &refused), 0);
     EXPECT_EQ(refused, 0);
-    EXPECT_NE(out.find("vornPortOwnership: Relinquished ownership of Port (0x1600000c) \r\n"),
-              std::string::npos)
-        << out;
 }
 
 TEST_F(PortOwnershipTest, TakingRingInterfaces) {

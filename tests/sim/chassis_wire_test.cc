@@ -256,17 +256,12 @@ class ChassisWireTest : public test::PlatformTest {
     }
     // The manager's registration with L2PM, as it sends it.
     int registerWithL2pm() {
-        std::vector<uint8_t> reg(124, 0);
+        std::vector<uint8_t> reg = test::fromManager(18401, 124, test::kQueue166);
         be::Writer w(reg.data(), reg.size());
-        w.u32(8, 124);
-        w.u32(12, 18401);
-        w.u32(56, (166u << 20) | 1);
+        w.u32(44, 0);  // the manager leaves its source queue unset
         w.u32(72, 226);
         w.u8(120, 1);
-        return test::whileServing(chassis_->loop(), [&] {
-            return qelIpcSendWait(mgr_->key(), reg.data(), static_cast<int>(reg.size()), 10,
-                                  18401, 0);
-        });
+        return test::exchange(chassis_->loop(), *mgr_, reg, 10);
     }
 
     std::unique_ptr<sim::ChassisSim> chassis_;

@@ -1,15 +1,18 @@
-// The simulated L2PM and IFM against the manager's side of the host platform: the answers
-// in place, the acknowledgement of the manager's SWP messages, and the one SWP queue that
-// carries IFM and L2PM notifications to the manager.
-
-#include "sim/l2pm.h"
+// The simulated L2PM and IFM as the manager meets them on the wire: the answers in place,
+// the acknowledgement of the manager's SWP messages (only accepted ones feed the forwarding
+// model), the one SWP queue that carries IFM and L2PM notifications to the manager, and the
+// simulator commands that steer and show all of it.
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <string>
 #include <vector>
 
 #include "platform/swp.h"
+#include "sim/chassis_sim.h"
 #include "sim/ifm.h"
+#include "sim/l2pm.h"
 #include "sim/swp_buffers.h"
 #include "sim_test_util.h"
 #include "support/rundir.h"
@@ -17,131 +20,168 @@
 namespace vorn {
 namespace {
 
-using test::FakeManager;
+using test::fromManager;
+using test::kQueue138;
+using test::kQueue166;
+using test::kQueue226;
 using test::serveUntil;
 using test::u32At;
-using test::whileServing;
 
-constexpr size_t kMlen = 8;
-constexpr size_t kMtype = 12;
-constexpr size_t kSrcSvce = 44;
-constexpr size_t kDstSvce = 56;
-constexpr size_t kSeq = 64;
-constexpr size_t kStream = 68;
-constexpr size_t kEpoch = 72;
-constexpr uint32_t kQueue226 = (226u << 20) | 1;
-constexpr uint32_t kQueue166 = (166u << 20) | 1;
-constexpr uint32_t kQueue138 = (138u << 20) | 1;
+constexpr uint32_t kGi01 = 0x0A000100;
+constexpr uint32_t kGi11 = 0x0A010100;
 
-// A message from the manager's request queue to `target`, of len bytes.
-std::vector<uint8_t> fromManager(uint32_t mtype, uint32_t len, uint32_t target) {
-    std::vector<uint8_t> msg(len, 0);
-    be::Writer w(msg.data(), msg.size());
-    w.u32(kMlen, len);
-    w.u32(kMtype, mtype);
-    w.u32(kSrcSvce, kQueue226);
-    w.u32(kDstSvce, target);
-    return msg;
-}
-
-class L2pmTest : public test::PlatformTest {
+class L2pmIfmTest : public test::PlatformTest {
   protected:
     void SetUp() override {
         std::string err;
         ASSERT_TRUE(l2pm_.open(&err)) << err;
+        ASSERT_TRUE(ifm_.open(&err)) << err;
         loop_.add(&l2pm_);
+        loop_.add(&ifm_);
     }
-    int exchange(std::vector<uint8_t>& msg, uint32_t mtype) {
-        return whileServing(loop_, [&] {
-            return qelIpcSendWait(mgr_.key(), msg.data(), static_cast<int>(msg.size()), 3,
-                                  static_cast<int>(mtype), 0);
-        });
+    int exchange(std::vector<uint8_t>& msg) { return test::exchange(loop_, mgr_, msg); }
+    // Sends msg without waiting and returns the first message back (empty: none).
+    std::vector<uint8_t> post(std::vector<uint8_t> msg) {
+        EXPECT_EQ(qelIpcSend(mgr_.reqFd(), msg.data(), static_cast<int>(msg.size())), 0);
+        std::vector<uint8_t> reply;
+        serveUntil(loop_, [&] { return !(reply = mgr_.receive(20)).empty(); }, 500);
+        return reply;
     }
 
-    FakeManager mgr_;
+    test::FakeManager mgr_;
     sim::EventLoop loop_;
     sim::L2pm l2pm_;
+    sim::Ifm ifm_;
 };
 
-TEST_F(L2pmTest, AnswersTheRegistrationInPlace) {
-    struct Case {
-        bool refusing;
-        uint32_t expectResult;
-    };
-    for (const Case& c : {Case{false, 0}, Case{true, 1}}) {
-        SCOPED_TRACE(c.refusing ? "refusing" : "accepting");
-        l2pm_.setRefusing(c.refusing);
+// Port-ownership request (18403, 588 bytes): 248 client id 7, 252 protocol id 3, 256 action
+// (0 take, 1 give back), 260 the port list: u32 count, then the ifIndexes.
+std::vector<uint8_t> ownershipRequest(uint32_t action, const std::vector<uint32_t>& ports,
+                                      size_t len = 588) {
+    std::vector<uint8_t> msg = fromManager(18403, len, kQueue166);
+    be::Writer w(msg.data(), msg.size());
+    w.u32(248, 7);
+    w.u32(252, 3);
+    w.u32(256, action);
+    w.u32(260, static_cast<uint32_t>(ports.size()));
+    for (size_t i = 0; i < ports.size(); ++i)
+        w.u32(264 + 4 * i, ports[i]);
+    return msg;
+}
+
+TEST_F(L2pmIfmTest, RegistrationAndOwnershipAreAnsweredInPlace) {
+    for (bool refusing : {false, true}) {
+        SCOPED_TRACE(refusing ? "refusing" : "accepting");
+        l2pm_.setRefusing(refusing);
         // The registration as the manager builds it: 124 bytes, body from 60.
         std::vector<uint8_t> msg = fromManager(18401, 124, kQueue166);
         be::Writer w(msg.data(), msg.size());
-        w.u32(kSrcSvce, 0);     // the manager leaves its source queue unset
+        w.u32(44, 0);           // the manager leaves its source queue unset
         w.u32(64, 0xDEADBEEF);  // result: must be overwritten
-        w.u32(68, 7);           // protocol kind
         w.u32(72, 226);         // registering service
-        w.u32(80, 0x807f703f);  // registration type words 1, 2, 3, 5, 4
-        w.u32(84, 0x01000000);
-        w.u32(92, 0x003c0000);
+        w.u32(80, 0x807f703f);  // registration type words
         w.u32(96, 0xb000);
         w.u8(120, 1);  // register
-        ASSERT_EQ(exchange(msg, 18401), 0);
-        EXPECT_EQ(u32At(msg, kMtype), 18401u);
-        EXPECT_EQ(u32At(msg, 64), c.expectResult);
+        ASSERT_EQ(exchange(msg), 0);
+        EXPECT_EQ(u32At(msg, 64), refusing ? 1u : 0u);
         EXPECT_EQ(u32At(msg, 80), 0x807f703fu);  // the rest comes back as it went
         EXPECT_EQ(u32At(msg, 96), 0xb000u);
     }
-    // Too short to be a registration: no answer at all.
-    std::vector<uint8_t> shortMsg = fromManager(18401, 68, kQueue166);
-    EXPECT_EQ(exchange(shortMsg, 18401), -1);
+    l2pm_.setRefusing(false);
+    std::vector<uint8_t> shortReg = fromManager(18401, 68, kQueue166);
+    EXPECT_EQ(exchange(shortReg), -1);  // too short to be one: no answer at all
     EXPECT_EQ(l2pm_.counters().registered, 1u);
     EXPECT_EQ(l2pm_.counters().refused, 1u);
-    EXPECT_EQ(l2pm_.counters().malformed, 1u);
-}
 
-TEST_F(L2pmTest, AcknowledgesTheManagersSwpMessagesAndCountsThemByType) {
-    constexpr uint32_t kStreamId = 9;
-    constexpr uint32_t kEpochId = 0x1234;
+    l2pm_.model().setRefused(kGi11, true);
+    using Ports = std::vector<uint32_t>;
     struct Case {
         const char* what;
-        uint32_t mtype;
-        uint32_t seq;
-        uint32_t expectReplyType;  // 402 acknowledgement, 404 resend request
-        uint32_t expectReplySeq;
+        uint32_t action;
+        Ports ports, notGranted;
     };
     const Case cases[] = {
-        {"first of a new stream", 18407, 1, 402, 1},
-        {"next in order", 18412, 2, 402, 2},
-        {"duplicate", 18412, 2, 402, 2},
-        {"gap", 18407, 5, 404, 3},
+        {"take a port", 0, {kGi01}, {}},
+        {"take a refused port", 0, {kGi11}, {kGi11}},
+        {"take a VLAN interface", 0, {0x1800000A}, {0x1800000A}},
+        {"give a port back", 1, {kGi01}, {}},
+        {"give back a port never owned", 1, {kGi11}, {}},
+        {"unknown action grants nothing", 7, {kGi01}, {kGi01}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        std::vector<uint8_t> msg = fromManager(c.mtype, 124 + 16, kQueue166);
-        be::Writer w(msg.data(), msg.size());
-        w.u32(60, swp::kMagic);
-        w.u32(kSeq, c.seq);
-        w.u32(kStream, kStreamId);
-        w.u32(kEpoch, kEpochId);
-        ASSERT_EQ(qelIpcSend(mgr_.reqFd(), msg.data(), static_cast<int>(msg.size())), 0);
-        std::vector<uint8_t> reply;
-        ASSERT_TRUE(serveUntil(loop_, [&] { return !(reply = mgr_.receive(20)).empty(); }));
-        EXPECT_EQ(u32At(reply, kMtype), c.expectReplyType);
-        EXPECT_EQ(u32At(reply, kSeq), c.expectReplySeq);
-        EXPECT_EQ(u32At(reply, kStream), kStreamId);
-        EXPECT_EQ(u32At(reply, kEpoch), kEpochId);
+        std::vector<uint8_t> msg = ownershipRequest(c.action, c.ports);
+        be::Writer(msg.data(), msg.size()).u32(584, 0xA5A5A5A5);  // the list's last word
+        ASSERT_EQ(exchange(msg), 0);
+        ASSERT_EQ(msg.size(), 588u);
+        Ports listed;
+        for (uint32_t i = 0; i < u32At(msg, 260) && i < 81; ++i)
+            listed.push_back(u32At(msg, 264 + 4 * i));
+        EXPECT_EQ(listed, c.notGranted);
+        EXPECT_EQ(u32At(msg, 248), 7u);  // the rest comes back as it went
+        EXPECT_EQ(u32At(msg, 256), c.action);
+        EXPECT_EQ(u32At(msg, 584), 0u);  // the list holds nothing beyond its count
     }
-    const std::map<uint32_t, uint64_t> expected = {{18407, 1}, {18412, 1}};
-    EXPECT_EQ(l2pm_.received(), expected);
-    EXPECT_EQ(l2pm_.counters().swpDuplicates, 1u);
-    EXPECT_EQ(l2pm_.counters().swpGaps, 1u);
+    EXPECT_TRUE(l2pm_.model().owned().empty());
+    EXPECT_EQ(l2pm_.model().counters().ownershipRequests, std::size(cases));
 
-    // Neither registration nor SWP: dropped and counted, never acknowledged.
-    std::vector<uint8_t> junk = fromManager(18407, 100, kQueue166);
-    ASSERT_EQ(qelIpcSend(mgr_.reqFd(), junk.data(), static_cast<int>(junk.size())), 0);
-    EXPECT_TRUE(serveUntil(loop_, [&] { return l2pm_.counters().unexpected == 1; }));
-    EXPECT_TRUE(mgr_.receive(20).empty());
+    // Requests that cannot be read are not answered at all: the manager's exchange fails.
+    std::vector<uint8_t> shortMsg = ownershipRequest(0, {kGi01}, 587);
+    std::vector<uint8_t> tooMany = ownershipRequest(0, {kGi01});
+    be::Writer(tooMany.data(), tooMany.size()).u32(260, 82);
+    EXPECT_EQ(exchange(shortMsg), -1);
+    EXPECT_EQ(exchange(tooMany), -1);
+    EXPECT_EQ(l2pm_.counters().malformed, 3u);
+    EXPECT_TRUE(l2pm_.model().owned().empty());
 }
 
-TEST_F(L2pmTest, NotificationsOfBothKindsShareOneQueueAndComeBackWhenAcknowledged) {
+TEST_F(L2pmIfmTest, SwpMessagesAreAcknowledgedAndOnlyAcceptedOnesChangeTheModel) {
+    struct Case {
+        const char* what;
+        uint32_t seq;
+        uint32_t replyType;  // 402 acknowledgement, 404 resend request
+        uint32_t replySeq;
+    };
+    const Case cases[] = {
+        {"first of a new stream", 1, 402, 1},
+        {"next in order", 2, 402, 2},
+        {"duplicate", 2, 402, 2},
+        {"gap", 5, 404, 3},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        // A flush over SWP: 60 magic, 64 sequence, 68 stream, 72 epoch; one flush record.
+        std::vector<uint8_t> msg = fromManager(18412, 260 + 24, kQueue166);
+        be::Writer w(msg.data(), msg.size());
+        w.u32(60, swp::kMagic);
+        w.u32(64, c.seq);
+        w.u32(68, 9);
+        w.u32(72, 0x1234);
+        w.u32(248, 7);
+        w.u32(252, 3);
+        w.u32(256, 1);
+        w.u32(260, 82);  // kind
+        w.u32(264, 24);  // length
+        w.u16(272, 20);  // VLAN
+        w.u32(276, kGi01);
+        std::vector<uint8_t> reply = post(msg);
+        ASSERT_FALSE(reply.empty());
+        EXPECT_EQ(u32At(reply, 12), c.replyType);
+        EXPECT_EQ(u32At(reply, 64), c.replySeq);
+        EXPECT_EQ(u32At(reply, 68), 9u);
+        EXPECT_EQ(u32At(reply, 72), 0x1234u);
+    }
+    EXPECT_EQ((l2pm_.received()), (std::map<uint32_t, uint64_t>{{18412, 2}}));
+    EXPECT_EQ(l2pm_.counters().swpDuplicates, 1u);
+    EXPECT_EQ(l2pm_.counters().swpGaps, 1u);
+    EXPECT_EQ(l2pm_.model().flushes().at({kGi01, 20}), 2u);
+
+    // Neither registration nor SWP: dropped and counted, never acknowledged.
+    EXPECT_TRUE(post(fromManager(18407, 100, kQueue166)).empty());
+    EXPECT_EQ(l2pm_.counters().unexpected, 1u);
+}
+
+TEST_F(L2pmIfmTest, NotificationsOfBothKindsShareOneQueueAndComeBackWhenAcknowledged) {
     const size_t base = sim::swpbuf::live();
     std::string err;
     EXPECT_FALSE(l2pm_.sendNotification(sim::L2pm::Notif::Ifm, {}, &err));  // no queue yet
@@ -155,40 +195,42 @@ TEST_F(L2pmTest, NotificationsOfBothKindsShareOneQueueAndComeBackWhenAcknowledge
     ASSERT_TRUE(l2pm_.sendNotification(sim::L2pm::Notif::L2pm, l2pmBody, &err)) << err;
     EXPECT_EQ(sim::swpbuf::live(), base + 2);
 
-    struct Expect {
-        uint32_t mtype;
-        uint32_t seq;
-        const std::vector<uint8_t>* body;
-    };
     uint32_t state[2] = {0, 0};
     uint32_t epoch = 0;
-    for (const Expect& e : {Expect{10908, 1, &ifmBody}, Expect{18402, 2, &l2pmBody}}) {
-        SCOPED_TRACE(e.mtype);
-        // Until the first acknowledgement of a stream only its first message travels; the
-        // loop lets L2PM take the acknowledgement and send the next.
+    uint32_t seq = 1;
+    using Expect = std::pair<uint32_t, const std::vector<uint8_t>*>;
+    for (auto [mtype, body] : {Expect{10908, &ifmBody}, Expect{18402, &l2pmBody}}) {
+        SCOPED_TRACE(mtype);
+        // Until the first acknowledgement of a stream only its first message travels.
         std::vector<uint8_t> msg;
         ASSERT_TRUE(serveUntil(loop_, [&] { return !(msg = mgr_.receive(20)).empty(); }));
-        ASSERT_EQ(msg.size(), 124 + e.body->size());
-        EXPECT_EQ(u32At(msg, kMlen), msg.size());
-        EXPECT_EQ(u32At(msg, kMtype), e.mtype);
-        EXPECT_EQ(u32At(msg, kSrcSvce), kQueue166);
-        EXPECT_EQ(u32At(msg, kDstSvce), kQueue226);
-        EXPECT_EQ(u32At(msg, kSeq), e.seq);
-        EXPECT_EQ(u32At(msg, kStream), l2pm_.queueHandle());
+        ASSERT_EQ(msg.size(), 124 + body->size());
+        EXPECT_EQ(u32At(msg, 8), msg.size());
+        EXPECT_EQ(u32At(msg, 12), mtype);
+        EXPECT_EQ(u32At(msg, 44), kQueue166);
+        EXPECT_EQ(u32At(msg, 56), kQueue226);
+        EXPECT_EQ(u32At(msg, 64), seq++);
+        EXPECT_EQ(u32At(msg, 68), l2pm_.queueHandle());
         if (epoch != 0) {
-            EXPECT_EQ(u32At(msg, kEpoch), epoch);
+            EXPECT_EQ(u32At(msg, 72), epoch);
         }
-        epoch = u32At(msg, kEpoch);
-        EXPECT_TRUE(std::equal(e.body->begin(), e.body->end(), msg.begin() + 124));
+        epoch = u32At(msg, 72);
+        EXPECT_TRUE(std::equal(body->begin(), body->end(), msg.begin() + 124));
         // The manager's one receive state takes both kinds in order.
         EXPECT_EQ(qelSwpCkSeqAndAck(msg.data(), state, mgr_.reqFd()), swp::kCkAccepted);
     }
     ASSERT_TRUE(serveUntil(loop_, [&] { return l2pm_.counters().notifAcked == 2; }));
     EXPECT_EQ(sim::swpbuf::live(), base);
 
-    // The manager goes away with a notification unacknowledged: the queue goes, and so
-    // does the buffer.
-    ASSERT_TRUE(l2pm_.sendNotification(sim::L2pm::Notif::Ifm, ifmBody, &err)) << err;
+    // A body that does not fit a message is refused without keeping a buffer.
+    std::vector<uint8_t> fits(8192 - 124), tooBig(8192 - 123);
+    EXPECT_FALSE(l2pm_.sendNotification(sim::L2pm::Notif::L2pm, tooBig, &err));
+    EXPECT_NE(err.find("does not fit"), std::string::npos);
+    EXPECT_EQ(sim::swpbuf::live(), base);
+    ASSERT_TRUE(l2pm_.sendNotification(sim::L2pm::Notif::L2pm, fits, &err)) << err;
+    EXPECT_EQ(mgr_.receive().size(), 8192u);
+
+    // The manager goes away with it unacknowledged: the queue goes, and so does the buffer.
     EXPECT_EQ(sim::swpbuf::live(), base + 1);
     mgr_.close();
     l2pm_.syncWithManager();
@@ -197,41 +239,78 @@ TEST_F(L2pmTest, NotificationsOfBothKindsShareOneQueueAndComeBackWhenAcknowledge
     EXPECT_FALSE(l2pm_.sendNotification(sim::L2pm::Notif::Ifm, ifmBody, &err));
 }
 
-TEST_F(L2pmTest, RefusesABodyThatDoesNotFitWithoutKeepingIt) {
-    const size_t base = sim::swpbuf::live();
-    l2pm_.syncWithManager();
-    ASSERT_NE(l2pm_.queueHandle(), 0u);
-    std::string err;
-    std::vector<uint8_t> fits(8192 - 124), tooBig(8192 - 123);
-    EXPECT_FALSE(l2pm_.sendNotification(sim::L2pm::Notif::L2pm, tooBig, &err));
-    EXPECT_NE(err.find("does not fit"), std::string::npos);
-    EXPECT_EQ(sim::swpbuf::live(), base);
-    EXPECT_TRUE(l2pm_.sendNotification(sim::L2pm::Notif::L2pm, fits, &err)) << err;
-    EXPECT_EQ(mgr_.receive().size(), 8192u);
+TEST_F(L2pmIfmTest, IfmAnswersTheControlVlanQuestionAndTakesNotices) {
+    ifm_.refuseVlan(10);
+    ifm_.refuseVlan(12, 1);
+    struct Case {
+        uint32_t action;  // 1 becomes a control VLAN, 2 stops being one
+        uint32_t vlan;
+        uint32_t answer;
+    };
+    const Case cases[] = {{1, 10, 0x8A000141}, {1, 11, 0}, {1, 12, 1}, {2, 10, 0}, {2, 11, 0}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.vlan);
+        // The question (10956, 72 bytes): 60 action, 64 VLAN, 68 the answer.
+        std::vector<uint8_t> q = fromManager(10956, 72, kQueue138);
+        be::Writer w(q.data(), q.size());
+        w.u32(60, c.action);
+        w.u32(64, c.vlan);
+        w.u32(68, 0xFFFFFFFF);
+        ASSERT_EQ(exchange(q), 0);
+        EXPECT_EQ(u32At(q, 68), c.answer);
+        EXPECT_EQ(u32At(q, 64), c.vlan);
+    }
+    EXPECT_TRUE(ifm_.controlVlans().empty());  // 11 was granted, then given up
+    EXPECT_EQ(ifm_.counters().refusals, 2u);
+    std::vector<uint8_t> shortQuestion = fromManager(10956, 68, kQueue138);
+    EXPECT_EQ(exchange(shortQuestion), -1);
+
+    // Ring-interface notices (11016, 76 bytes): 60 action, 64 primary, 68 secondary, 72 flags.
+    std::vector<uint8_t> n = fromManager(11016, 76, kQueue138);
+    be::Writer nw(n.data(), n.size());
+    nw.u32(60, 1);
+    nw.u32(64, kGi01);
+    nw.u32(68, kGi11);
+    nw.u32(72, 0x80000000);
+    std::vector<uint8_t> cut(n.begin(), n.end() - 1);
+    be::Writer(cut.data(), cut.size()).u32(8, 75);
+    for (auto* m : {&n, &cut})
+        ASSERT_EQ(qelIpcSend(mgr_.reqFd(), m->data(), static_cast<int>(m->size())), 0);
+    ASSERT_TRUE(serveUntil(loop_, [&] { return ifm_.counters().malformed == 2; }));
+    ASSERT_EQ(ifm_.notices().size(), 1u);
+    EXPECT_EQ(ifm_.notices()[0].secondary, kGi11);
+    EXPECT_NE(ifm_.describe().find("configured: primary Gi 0/1, secondary Gi 1/1, secondary is "
+                                   "a ring's secondary"),
+              std::string::npos)
+        << ifm_.describe();
 }
 
-TEST_F(L2pmTest, IfmAnswersTheControlVlanQuestionAndTakesNotices) {
-    sim::Ifm ifm;
-    std::string err;
-    ASSERT_TRUE(ifm.open(&err)) << err;
-    loop_.add(&ifm);
-
-    std::vector<uint8_t> question = fromManager(10956, 76, kQueue138);
-    be::Writer(question.data(), question.size()).u32(68, 0xFFFFFFFF);
-    be::Writer(question.data(), question.size()).u32(72, 10);
-    ASSERT_EQ(exchange(question, 10956), 0);
-    EXPECT_EQ(u32At(question, 68), 0u);   // reply code
-    EXPECT_EQ(u32At(question, 72), 10u);  // the rest as it went
-
-    std::vector<uint8_t> shortQuestion = fromManager(10956, 68, kQueue138);
-    EXPECT_EQ(exchange(shortQuestion, 10956), -1);
-
-    std::vector<uint8_t> notice = fromManager(11016, 80, kQueue138);
-    ASSERT_EQ(qelIpcSend(mgr_.reqFd(), notice.data(), static_cast<int>(notice.size())), 0);
-    EXPECT_TRUE(serveUntil(loop_, [&] { return ifm.counters().notices == 1; }));
-    EXPECT_EQ(ifm.counters().questions, 1u);
-    EXPECT_EQ(ifm.counters().malformed, 1u);
-    loop_.remove(&ifm);
+TEST_F(L2pmIfmTest, SimulatorCommandsSteerAndShowTheModels) {
+    sim::SimOptions opts;
+    opts.rundir = rundir_.path();
+    sim::ChassisSim chassis(opts);  // not started: its peers are only used for commands
+    struct Case {
+        const char* command;
+        bool ok;
+        const char* inText;
+    };
+    const Case cases[] = {
+        {"l2pm refuse-port Gi 0/5", true, "L2PM now refuses the ownership of GigabitEthernet 0/5"},
+        {"show l2pm port gi0/5", true, "not owned by the manager; L2PM refuses to hand it over"},
+        {"no l2pm refuse-port GigabitEthernet 0/5", true, "grants the ownership"},
+        {"show l2pm", true, "ports L2PM refuses to hand over: none"},
+        {"l2pm refuse-port Gi 12/1", false, "slot 12 is out of range 0..11 in 'Gi 12/1'"},
+        {"show l2pm vlan 4096", false, "VLAN 4096 is out of range 1..4095"},
+        {"ifm refuse-vlan 12 code 0x1", true, "answers 0x00000001 when VLAN 12"},
+        {"ifm refuse-vlan 12 cod 1", false, "usage: ifm refuse-vlan VLAN [code CODE]"},
+        {"show ifm", true, "VLANs refused: 12 (0x00000001)"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.command);
+        sim::CommandResult r = chassis.commands().run(c.command);
+        EXPECT_EQ(r.ok, c.ok);
+        EXPECT_NE(r.text.find(c.inText), std::string::npos) << r.text;
+    }
 }
 
 }  // namespace

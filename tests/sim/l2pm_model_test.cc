@@ -196,19 +196,16 @@ TEST(ForwardingModel, AMessageNeverChangesMoreThanItHolds) {
 
 TEST(ForwardingModel, FlushesAreCountedPerPortAndVlanAndTheLastOnesKept) {
     sim::ForwardingModel m;
-    auto msg = flushMsg({{82, 20, kGi01}, {82, 21, kGi01}, {82, 20, kPo5}});
-    m.apply(sim::ForwardingModel::kMtFlush, msg.data(), msg.size());
-    m.apply(sim::ForwardingModel::kMtFlush, msg.data(), msg.size());
-    using Key = std::pair<uint32_t, uint16_t>;
-    const std::map<Key, uint64_t> expected = {{{kGi01, 20}, 2}, {{kGi01, 21}, 2}, {{kPo5, 20}, 2}};
-    EXPECT_EQ(m.flushes(), expected);
-    EXPECT_EQ(m.counters().flushRecords, 6u);
-    // The last 16, oldest first.
-    std::vector<std::tuple<uint32_t, uint16_t, uint32_t>> many;
+    std::vector<std::tuple<uint32_t, uint16_t, uint32_t>> recs = {{82, 20, kGi01}, {82, 20, kPo5}};
     for (uint16_t v = 100; v < 120; ++v)
-        many.emplace_back(82, v, kGi11);
-    msg = flushMsg(many);
+        recs.emplace_back(82, v, kGi11);
+    auto msg = flushMsg(recs);
     m.apply(sim::ForwardingModel::kMtFlush, msg.data(), msg.size());
+    m.apply(sim::ForwardingModel::kMtFlush, msg.data(), msg.size());
+    EXPECT_EQ(m.flushes().at({kGi01, 20}), 2u);
+    EXPECT_EQ(m.flushes().at({kPo5, 20}), 2u);
+    EXPECT_EQ(m.counters().flushRecords, 44u);
+    // The last 16, oldest first.
     ASSERT_EQ(m.recentFlushes().size(), 16u);
     EXPECT_EQ(m.recentFlushes().front().vlan, 104);
     EXPECT_EQ(m.recentFlushes().back().vlan, 119);
@@ -237,31 +234,6 @@ TEST(ForwardingModel, InstancesGetTheirPortsAndVlans) {
     EXPECT_EQ(m.instanceOfVlan(30), 0);
     EXPECT_EQ(m.counters().instanceRecords, 5u);
     EXPECT_EQ(m.counters().badRecords, 1u);
-}
-
-TEST(ForwardingModel, OwnershipIsGrantedUnlessRefused) {
-    sim::ForwardingModel m;
-    using Ports = std::vector<uint32_t>;
-    m.setRefused(kGi11, true);
-    struct Step {
-        uint32_t action;
-        Ports ports;
-        Ports notGranted;
-        std::set<uint32_t> owned;
-    };
-    const Step steps[] = {
-        {0, {kGi01}, {}, {kGi01}},
-        {0, {kGi11, kPo5}, {kGi11}, {kGi01, kPo5}},
-        {0, {kVlan10If, 0}, {kVlan10If, 0}, {kGi01, kPo5}},  // not ports
-        {1, {kGi01, kGi11}, {}, {kPo5}},                     // giving back is never refused
-        {7, {kGi01}, {kGi01}, {kPo5}},                       // unknown action: nothing granted
-    };
-    for (const Step& s : steps) {
-        EXPECT_EQ(m.ownership(s.action, s.ports), s.notGranted);
-        EXPECT_EQ(m.owned(), s.owned);
-    }
-    m.setRefused(kGi11, false);
-    EXPECT_EQ(m.ownership(0, {kGi11}), Ports{});
 }
 
 }  // namespace

@@ -68,4 +68,30 @@ inline uint32_t u32At(const std::vector<uint8_t>& msg, size_t off) {
     return be::Reader(msg.data(), msg.size()).u32(off);
 }
 
+constexpr uint32_t kQueue226 = (226u << 20) | 1;
+constexpr uint32_t kQueue166 = (166u << 20) | 1;
+constexpr uint32_t kQueue138 = (138u << 20) | 1;
+
+// A message from the manager's request queue to `target`: length at 8, type at 12, source
+// queue at 44, destination queue at 56 (written out here so a wrong constant shows up).
+inline std::vector<uint8_t> fromManager(uint32_t mtype, size_t len, uint32_t target) {
+    std::vector<uint8_t> msg(len, 0);
+    be::Writer w(msg.data(), msg.size());
+    w.u32(8, static_cast<uint32_t>(len));
+    w.u32(12, mtype);
+    w.u32(44, kQueue226);
+    w.u32(56, target);
+    return msg;
+}
+
+// The manager's send-and-wait of msg, answered in place, while the loop serves.
+inline int exchange(sim::EventLoop& loop, FakeManager& mgr, std::vector<uint8_t>& msg,
+                    int waitSecs = 3) {
+    const int mtype = static_cast<int>(u32At(msg, 12));
+    return whileServing(loop, [&] {
+        return qelIpcSendWait(mgr.key(), msg.data(), static_cast<int>(msg.size()), waitSecs,
+                              mtype, 0);
+    });
+}
+
 }  // namespace vorn::test
