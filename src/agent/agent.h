@@ -7,6 +7,8 @@
 
 #include "agent/pending.h"
 #include "ringdb/records.h"
+#include "task/pools.h"
+#include "wire/agent.h"
 
 // Ring configuration record actions.
 inline constexpr uint32_t VORN_RING_CFG_ACTION_ADD = 1;  // also: configuration changed
@@ -18,60 +20,37 @@ inline constexpr uint32_t VORN_RING_ACTION_START = 2;
 inline constexpr uint32_t VORN_RING_ACTION_RESTART = 3;
 inline constexpr uint32_t VORN_RING_ACTION_STOP = 4;
 
-// Ring configuration record (544 bytes, big-endian), as queued for the agents. Fields
-// that a record does not carry stay zero.
-namespace vorn::rcfg {
-inline constexpr size_t kOffAction = 0;        // u16: VORN_RING_CFG_ACTION_*
-inline constexpr size_t kOffRingId = 2;        // u16
-inline constexpr size_t kOffRingAction = 4;    // u32: VORN_RING_ACTION_*
-inline constexpr size_t kOffCfgFlags = 8;      // u32: the VORN_RING_CFG_* bits carried
-inline constexpr size_t kOffDesgAgent = 12;    // u16: designated line card, 12 = none
-inline constexpr size_t kOffCtrlVlan = 14;     // u16 (VORN_RING_CFG_CTRL_VLAN)
-inline constexpr size_t kOffPrimary = 16;      // u32 ifIndex (VORN_RING_CFG_CTRL_VLAN)
-inline constexpr size_t kOffSecondary = 20;    // u32 ifIndex (VORN_RING_CFG_CTRL_VLAN)
-inline constexpr size_t kOffMemberVlans = 24;  // 512-byte bitmap (VORN_RING_CFG_MEMBER_VLAN)
-inline constexpr size_t kOffHello = 536;       // u16 (VORN_RING_CFG_HELLO)
-inline constexpr size_t kOffDead = 538;        // u16 (VORN_RING_CFG_DEAD)
-inline constexpr size_t kOffMode = 540;        // u8 (VORN_RING_CFG_MODE), then 3 zero bytes
-inline constexpr size_t kRecLen = 544;
-// The buffer of a 0x6402 message: header space, the record count, the records.
-inline constexpr size_t kOffCount = 124;
-inline constexpr size_t kOffRecords = 128;
-inline constexpr uint32_t kMaxRecords = 14;
-static_assert(kOffMemberVlans + VORN_VLAN_BMAP_BYTES == kOffHello);
-static_assert(kOffMode + 1 + 3 == kRecLen);
-static_assert(kRecLen == VORN_RING_CFG_REC_LEN && kOffCount == VORN_RING_CFG_COUNT_OFF);
-static_assert(kOffRecords == VORN_RING_CFG_BASE_LEN);
-// A record is added only while 544 x count + 672 stays within the buffer: 14 fit.
-static_assert(kRecLen * (kMaxRecords - 1) + 672 <= VORN_MSG_BUF_SIZE);
-static_assert(kRecLen * kMaxRecords + 672 > VORN_MSG_BUF_SIZE);
-static_assert(kOffRecords + kRecLen * kMaxRecords <= VORN_MSG_BUF_SIZE);
-}  // namespace vorn::rcfg
+// The agent protocol's record layouts, under the names this subsystem has always used.
+namespace vorn {
+namespace rcfg = agt::rcfg;
+namespace ifinfo = agt::ifinfo;
+}  // namespace vorn
+static_assert(vorn::rcfg::kRecLen == VORN_RING_CFG_REC_LEN &&
+              vorn::rcfg::kOffCount == VORN_RING_CFG_COUNT_OFF &&
+              vorn::rcfg::kOffRecords == VORN_RING_CFG_BASE_LEN);
+static_assert(vorn::rcfg::kOffMemberVlans + VORN_VLAN_BMAP_BYTES == vorn::rcfg::kOffHello);
+static_assert(vorn::ifinfo::kOffByteCount == VORN_IF_DNLD_COUNT_OFF &&
+              vorn::ifinfo::kOffRecords == VORN_IF_DNLD_BASE_LEN);
+static_assert(VORN_MSG_BUF_SIZE == vorn::ipc::kMaxMsgLen);
+static_assert(vorn::rcfg::kActionSet == VORN_RING_CFG_ACTION_ADD &&
+              vorn::rcfg::kActionRemove == VORN_RING_CFG_ACTION_DEL_CFG &&
+              vorn::rcfg::kActionDeleteRing == VORN_RING_CFG_ACTION_DEL_RING);
+static_assert(vorn::rcfg::kRingNone == VORN_RING_ACTION_NONE &&
+              vorn::rcfg::kRingStart == VORN_RING_ACTION_START &&
+              vorn::rcfg::kRingRestart == VORN_RING_ACTION_RESTART &&
+              vorn::rcfg::kRingStop == VORN_RING_ACTION_STOP);
 
-// Interface-information record (20 bytes, big-endian), followed by a 512-byte VLAN bitmap
-// when the byte at kOffVlansPresent is 1 (532 bytes in all), and the buffer of a 0x6403
-// message that carries such records back to back.
-namespace vorn::ifinfo {
-inline constexpr size_t kOffIfIndex = 0;       // u32: the port or VLAN
-inline constexpr size_t kOffAttr = 4;          // u32: a VLAN's IFM attribute word; 0 for a port
-inline constexpr size_t kOffLagIf = 8;         // u32: ifIndex of the port's LAG, 0 when none
-inline constexpr size_t kOffMac = 12;          // 6 bytes
-inline constexpr size_t kOffOperState = 18;    // u8: 1 = up
-inline constexpr size_t kOffVlansPresent = 19; // u8: 1 = the bitmap follows
-inline constexpr size_t kOffVlans = 20;        // 512-byte VLAN bitmap
-inline constexpr uint32_t kRecLen = 20;
-inline constexpr uint32_t kRecWithVlansLen = 532;
-// The buffer: header space, the byte count of the records, the record count, the records.
-inline constexpr size_t kOffByteCount = 124;
-inline constexpr size_t kOffCount = 128;
-inline constexpr uint32_t kOffRecords = 132;
-// Most records the record area can hold (all of the short kind).
-inline constexpr uint32_t kMaxRecords = (VORN_MSG_BUF_SIZE - kOffRecords) / kRecLen;
-static_assert(kOffMac + 6 == kOffOperState && kOffVlansPresent + 1 == kRecLen);
-static_assert(kOffVlans + VORN_VLAN_BMAP_BYTES == kRecWithVlansLen);
-static_assert(kOffByteCount == VORN_IF_DNLD_COUNT_OFF && kOffRecords == VORN_IF_DNLD_BASE_LEN);
-static_assert(kMaxRecords == 403);
-}  // namespace vorn::ifinfo
+// Agent registration and the download bracket. vornProcVornaRegMsg returns 0, or -1 when the
+// slot is not one of the chassis or the queue to the agent could not be made; the bracket
+// senders return 0, or -1 when no buffer could be had.
+int vornSendStartCfgMsg(int slot);
+int vornSendEndCfgMsg(int slot);
+// Start-up: an agent for every card present. Returns 0, or -1.
+int vornInitAgents();
+
+// Card up: rings that wait for a card (designated line card 12) and that this slot can run
+// are handed back to the agents and given this slot.
+void vornUpdateRingsOnLineCardUp(int slot);
 
 // Designated line card of a ring: a slot 0..11, or 12 when none can be chosen.
 uint16_t vornGetDesgLineCard(VornRingEntry* ring);
@@ -112,6 +91,10 @@ void vornSetPortStateRelayForTest(VornPortStateRelayFn relay);
 // Dumps of agent-bound buffers (8192 bytes each). A ring configuration buffer is printed
 // while message or debug printing is on.
 void vornDumpRingCfgBuf(const uint8_t* buf);
+// A message from an agent (its whole receive buffer), printed while agent-message printing
+// is on, and one of its 20-byte port-state records.
+void vornDumpAgtMsgToMgrBuf(const uint8_t* msg);
+void vornDumpPortStateFlushNode(const uint8_t* node);
 // One 544-byte ring configuration record.
 void vornDumpRingInfoNode(const uint8_t* node);
 // An interface-information buffer, printed while message printing is on.

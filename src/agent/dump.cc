@@ -4,8 +4,10 @@
 #include <cstdio>
 
 #include "agent/agent.h"
+#include "l2pm/l2pm.h"
 #include "platform/codec.h"
 #include "platform/ifindex.h"
+#include "task/msg.h"
 #include "task/trace.h"
 
 namespace {
@@ -56,4 +58,45 @@ void vornDumpRingInfoNode(const uint8_t* node) {
     VORN_DUMP("\t controlVlan : %d\r\n", rd.u16(rcfg::kOffCtrlVlan));
     VORN_DUMP("\t primary     : %s\r\n", pri.data());
     VORN_DUMP("\t secondary   : %s\r\n", sec.data());
+}
+
+// Messages from the agents are dumped under agent-message printing, checked inside.
+#define VORN_AGT_DUMP(...) VORN_TRACE(vornAgtMsgPrint, __VA_ARGS__)
+
+void vornDumpAgtMsgToMgrBuf(const uint8_t* msg) {
+    if (msg == nullptr || vornAgtMsgPrint == 0) return;
+    namespace rpt = vorn::agt::report;
+    Reader rd = vornMsgReader(msg);
+    uint32_t count = rd.u32(rpt::kOffCount);
+    VORN_AGT_DUMP("Agt (%ld) msg rcvd. Num Elements : %ld\r\n",
+                  static_cast<long>(rd.u32(rpt::kOffSlot)), static_cast<long>(count));
+    for (uint32_t i = 0; i < count; ++i) {
+        size_t off = rpt::kOffRecords + size_t{i} * rpt::kRecLen;
+        // Only records that lie wholly within the message are shown.
+        if (off + rpt::kRecLen > rd.size()) break;
+        VORN_AGT_DUMP("Record : %ld\r\n", static_cast<long>(i));
+        vornDumpPortStateFlushNode(msg + off);
+    }
+}
+
+void vornDumpPortStateFlushNode(const uint8_t* node) {
+    if (node == nullptr) return;
+    namespace rpt = vorn::agt::report;
+    Reader rd(node, rpt::kRecLen);
+    struct Half {
+        const char* title;
+        size_t portOff;
+        size_t stateOff;
+        size_t flushOff;
+    };
+    const Half halves[] = {
+        {"   Primary    : %d\r\n", rpt::kOffPriPort, rpt::kOffPriState, rpt::kOffPriFlush},
+        {"   Secondary  : %d\r\n", rpt::kOffSecPort, rpt::kOffSecState, rpt::kOffSecFlush},
+    };
+    VORN_AGT_DUMP("   RingId     : %d\r\n", rd.u16(rpt::kOffRingId));
+    for (const Half& h : halves) {
+        VORN_AGT_DUMP(h.title, rd.u16(h.portOff));
+        VORN_AGT_DUMP("     Port State : %s\r\n", vornPortStateName(rd.u32(h.stateOff)));
+        if (rd.u8(h.flushOff) == 1) VORN_PUTS(vornAgtMsgPrint, "     Flush      : YES\r");
+    }
 }

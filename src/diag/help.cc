@@ -12,6 +12,7 @@
 
 #include "l2pm/l2pm.h"
 #include "ringdb/records.h"
+#include "ringdb/ringdb.h"
 
 namespace {
 
@@ -115,6 +116,14 @@ void vornRegisterDiagCommands() {
     registerFunction("vornPrintVlanBmap", shellPrintVlanBmap,
                      "member VLANs of a ring (0: member and control VLANs of all)");
     registerFunction("vornPrintMacAddr", shellPrintMacAddr, "MAC address of a port");
+    registerFunction(
+        "vornGetOperStatus",
+        [](const std::vector<long>& args) {
+            int status = vornGetOperStatus(static_cast<uint16_t>(args.empty() ? 0 : args[0]));
+            std::printf("Ring %ld oper status: %d (%s)\r\n", args.empty() ? 0L : args[0], status,
+                        status == VORN_OPER_UP ? "UP" : status == VORN_OPER_DOWN ? "DOWN" : "-");
+        },
+        "operational state of a ring: 1 UP, 0 DOWN, 2 not a master");
     registerGlobal("vornDbgPrint", &vornDbgPrint);
     registerGlobal("vornErrPrint", &vornErrPrint);
     registerGlobal("vornMsgPrint", &vornMsgPrint);

@@ -62,3 +62,11 @@ void vornBMapToArray(int32_t i4Value, std::array<char, VORN_BMAP_DIGITS>& digits
 // has no member list; the insert also refuses a 33rd member. Otherwise they return 0.
 int vornLagInsertMember(const uint8_t* rec, size_t len, const char* caller);
 int vornLagRemoveMember(const uint8_t* rec, size_t len, const char* caller);
+
+// Operational state of a ring: VORN_OPER_UP for a master whose primary forwards and whose
+// secondary blocks (the ring is whole), VORN_OPER_DOWN for any other master and for an unknown
+// ring, VORN_OPER_NONE ("-") for a ring that is not a master.
+inline constexpr int VORN_OPER_DOWN = 0;
+inline constexpr int VORN_OPER_UP = 1;
+inline constexpr int VORN_OPER_NONE = 2;
+int vornGetOperStatus(uint16_t ringId);

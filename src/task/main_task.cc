@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "agent/agent.h"
 #include "agent/pending.h"
 #include "platform/chassis.h"
 #include "platform/evtlog.h"
@@ -88,6 +89,8 @@ int vornMainTask(intptr_t arg1, intptr_t arg2) {
     vornTcb.swpPipefd = qelSwpCreatePipe(kSwpPipePath);
     while (vornToL2pmCreateSwpQueue() != 0) taskDelay(sysClkRateGet());
     vornInitGlobals();
+    // The agents of the cards present now; each registers on its own when it is up.
+    if (vornInitAgents() != 0) VORN_ERR("%s: vornInitAgents failed\r\n", "vornMainTask");
     vornMainThr();
 }
 

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "wire/agent.h"
+
 inline constexpr uint32_t MT_SWP_TIMEOUT = 401;
 inline constexpr uint32_t MT_SWP_ACK = 402;
 inline constexpr uint32_t MT_SWP_FORCED_RESEND = 404;
@@ -40,3 +42,9 @@ inline constexpr uint32_t CHMGR_CARD_SHUTDOWN = 0x118013;
 inline constexpr uint32_t MLAGMGR_PEER_STATUS_NOTIFY = 0x44800e;
 inline constexpr size_t VORN_EVH_EVENT_OFF = 64;
 inline constexpr size_t VORN_EVH_SLOT_OFF = 68;
+
+static_assert(MT_VORN_VORNA_REGISTER == vorn::agt::kMtRegister &&
+              MT_VORN_RING_CFG == vorn::agt::kMtRingCfg && MT_VORN_IF_INFO == vorn::agt::kMtIfInfo &&
+              MT_VORN_AGT_MSG_TO_MGR == vorn::agt::kMtReport &&
+              MT_VORN_RING_STATS == vorn::agt::kMtStatsReq &&
+              MT_VORN_DBG_CFG == vorn::agt::kMtDbgCfg && MT_VORN_LC_TYPE == vorn::agt::kMtLcType);

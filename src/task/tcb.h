@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 
+#include "platform/chassis.h"
 #include "platform/ipc.h"
 
 inline constexpr int VORN_MAX_SLOTS = 12;
@@ -34,7 +35,8 @@ struct VornTcb {
     std::array<uint32_t, VORN_MAX_SLOTS> vornaSwpHandle;  // 0: no agent in the slot
     std::array<VornSwpRcvState, VORN_MAX_SLOTS> vornaSwpRcvState;
     std::array<uint32_t, VORN_MAX_SLOTS> lcType;
-    std::array<uint32_t, VORN_MAX_SLOTS> lcPortPipe;
+    // Port-pipe words of each slot's registration, one per port pipe the chassis has.
+    std::array<std::array<uint32_t, vorn::chassis::kMaxActivePortPipe>, VORN_MAX_SLOTS> lcPortPipe;
     std::array<uint32_t, VORN_MAX_SLOTS> agtInitDone;
 };
 

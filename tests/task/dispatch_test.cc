@@ -125,7 +125,7 @@ TEST_F(DispatchTest, NotificationTraceLinesFollowTheSequenceCheck) {
 
 TEST_F(DispatchTest, CardEventsReachTheirHandlersUnderTheirOwnCounters) {
     QelKey evh = openPeer(30, 0);
-    vornErrPrint = 1;
+    vornDbgPrint = 1;
     struct Case {
         uint32_t event;
         int counter;
