@@ -10,38 +10,11 @@
 #include <sstream>
 
 #include "cli/commands.h"
+#include "platform/files.h"
 #include "platform/ipc.h"
 
 namespace vorn::cli {
 namespace {
-
-// Writes `text` to `path` so that a reader sees either the old file or the whole new one:
-// a temporary file beside it, flushed to disk, then renamed over it.
-bool writeAtomically(const std::string& path, const std::string& text, std::string* err) {
-    std::string tmp = path + ".tmp." + std::to_string(getpid());
-    int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (fd < 0) {
-        *err = "cannot create " + tmp + ": " + std::strerror(errno);
-        return false;
-    }
-    size_t done = 0;
-    bool ok = true;
-    while (ok && done < text.size()) {
-        ssize_t n = write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR)
-            continue;
-        ok = n > 0;
-        done += ok ? static_cast<size_t>(n) : 0;
-    }
-    ok = ok && fsync(fd) == 0;
-    int savedErrno = errno;
-    ok = close(fd) == 0 && ok;
-    if (ok && rename(tmp.c_str(), path.c_str()) == 0)
-        return true;
-    *err = "cannot write " + path + ": " + std::strerror(ok ? errno : savedErrno);
-    unlink(tmp.c_str());
-    return false;
-}
 
 size_t countLines(const std::string& text) {
     size_t n = 0;
@@ -103,7 +76,7 @@ int Cli::writeMemory() {
         return kExitFailed;
     }
     std::string path = client_.rundir() + "/startup-config";
-    if (!writeAtomically(path, text, &error)) {
+    if (!host::writeFileAtomic(path, text, &error)) {
         err_ << "% Error: " << error << "; the startup configuration was left as it was\n";
         return kExitFailed;
     }

@@ -3,6 +3,8 @@
 
 #include "platform/cfgstore.h"
 
+#include "platform/files.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -76,36 +78,19 @@ std::string render(const Store& s, bool debugFile) {
     return out;
 }
 
-// Writes `content` to DIR/name through a temporary file in the same directory and a
-// rename, so that the file is replaced whole. Returns false, with the reason on stderr.
+// Replaces DIR/name whole. Returns false, with the reason on stderr.
 bool writeAtomic(const std::string& name, const std::string& content) {
     const std::string& dir = vorn::host::options().rundir;
     if (dir.empty()) {
         std::fprintf(stderr, "cfgstore: no run directory, %s not written\n", name.c_str());
         return false;
     }
-    std::string path = dir + "/" + name;
-    std::string tmp = dir + "/." + name + ".tmp." + std::to_string(getpid());
-    int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        std::fprintf(stderr, "cfgstore: cannot create %s: %s\n", tmp.c_str(), std::strerror(errno));
+    std::string err;
+    if (!vorn::host::writeFileAtomic(dir + "/" + name, content, &err)) {
+        std::fprintf(stderr, "cfgstore: %s\n", err.c_str());
         return false;
     }
-    size_t done = 0;
-    while (done < content.size()) {
-        ssize_t n = write(fd, content.data() + done, content.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        done += static_cast<size_t>(n);
-    }
-    bool ok = done == content.size();
-    if (close(fd) != 0) ok = false;
-    if (ok && rename(tmp.c_str(), path.c_str()) != 0) ok = false;
-    if (!ok) {
-        std::fprintf(stderr, "cfgstore: cannot write %s: %s\n", path.c_str(), std::strerror(errno));
-        unlink(tmp.c_str());
-    }
-    return ok;
+    return true;
 }
 
 // Rewrites the files whose lines changed; a file that cannot be written stays marked, so the

@@ -3,6 +3,8 @@
 
 #include "platform/evtlog.h"
 
+#include "platform/files.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -66,7 +68,7 @@ void eventLogLine(const char* facility, int severity, const char* text) {
     std::string line = std::string(stamp) + "." + std::to_string(ts.tv_nsec / 1000000 + 1000).substr(1) +
                        " %" + facility + "-" + std::to_string(severity) + ": " + text + "\n";
     std::string path = options().rundir + "/events.log";
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | kRunDirOpenFlags, 0600);
     if (fd < 0) return;
     // One write per line, so lines of concurrent writers never interleave.
     ssize_t n = write(fd, line.data(), line.size());

@@ -19,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/files.h"
 #include "platform/ipc.h"
 #include "platform/ipc_internal.h"
 
@@ -94,25 +95,7 @@ bool setRunDir(const std::string& dir, std::string* err) {
         *err = "run directory '" + dir + "' is empty or longer than 80 characters";
         return false;
     }
-    struct stat st {};
-    if (stat(dir.c_str(), &st) != 0) {
-        if (errno != ENOENT || mkdir(dir.c_str(), 0700) != 0) {
-            *err = "cannot create run directory " + dir + ": " + std::strerror(errno);
-            return false;
-        }
-        if (stat(dir.c_str(), &st) != 0) {
-            *err = "cannot use run directory " + dir + ": " + std::strerror(errno);
-            return false;
-        }
-    }
-    if (!S_ISDIR(st.st_mode)) {
-        *err = "run directory " + dir + " exists and is not a directory";
-        return false;
-    }
-    if ((st.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        *err = "run directory " + dir + " is writable by other users; refusing to use it";
-        return false;
-    }
+    if (!checkRunDir(dir, err)) return false;
     optionsStorage().rundir = dir;
     return true;
 }
@@ -124,7 +107,7 @@ std::string gLockPath;
 bool lockService(int service, int instance, std::string* err) {
     std::string path = options().rundir + "/" + std::to_string(service) + "." +
                        std::to_string(instance) + ".lock";
-    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    int fd = open(path.c_str(), O_RDWR | O_CREAT | kRunDirOpenFlags, 0600);
     if (fd < 0) {
         *err = "cannot open lock file " + path + ": " + std::strerror(errno);
         return false;

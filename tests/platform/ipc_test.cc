@@ -2,15 +2,20 @@
 // send-and-wait, and the debug shell served on a request queue.
 
 #include <sys/socket.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
 #include <cstring>
 #include <thread>
 
 #include "platform/codec.h"
+#include "platform/files.h"
 #include "platform/ipc.h"
 #include "platform/shell.h"
 #include "support/rundir.h"
@@ -202,21 +207,87 @@ TEST_F(IpcTest, PeerAddressesFollowTheRunDirectory) {
     EXPECT_EQ(qel_getQueueId(227, 3, 1), (227u << 20) | (3u << 4) | 1u);
 }
 
-TEST(RunDirTest, RefusesDirectoryWritableByOthers) {
+TEST(RunDirTest, RefusesWhatAnotherUserCouldSubvert) {
     char tmpl[] = "/tmp/vorn-test-XXXXXX";
     ASSERT_NE(mkdtemp(tmpl), nullptr);
+    const std::string base = tmpl;
+    struct Case {
+        const char* name;
+        std::function<std::string()> make;  // returns the run directory to try
+        const char* refusal;                // null: accepted
+    } cases[] = {
+        {"private directory", [&] { mkdir((base + "/ok").c_str(), 0700); return base + "/ok"; },
+         nullptr},
+        {"absent: created", [&] { return base + "/fresh"; }, nullptr},
+        {"group-writable",
+         [&] {
+             mkdir((base + "/g").c_str(), 0700);
+             chmod((base + "/g").c_str(), 0770);
+             return base + "/g";
+         },
+         "is writable by other users"},
+        {"writable by others",
+         [&] {
+             mkdir((base + "/o").c_str(), 0700);
+             chmod((base + "/o").c_str(), 0707);
+             return base + "/o";
+         },
+         "is writable by other users"},
+        {"symbolic link to a private directory",
+         [&] {
+             symlink((base + "/ok").c_str(), (base + "/link").c_str());
+             return base + "/link";
+         },
+         "is a symbolic link"},
+        {"a file", [&] { close(creat((base + "/file").c_str(), 0600)); return base + "/file"; },
+         "is not a directory"},
+        {"owned by another user",
+         [&] {
+             mkdir((base + "/foreign").c_str(), 0700);
+             // Only root can give a directory away; elsewhere the case checks nothing new.
+             if (chown((base + "/foreign").c_str(), 65534, 65534) != 0) return base + "/ok";
+             return base + "/foreign";
+         },
+         geteuid() == 0 ? "belongs to user 65534" : nullptr},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string dir = c.make();
+        std::string err;
+        bool ok = host::setRunDir(dir, &err);
+        if (c.refusal == nullptr) {
+            EXPECT_TRUE(ok) << err;
+            struct stat st {};
+            ASSERT_EQ(lstat(dir.c_str(), &st), 0);
+            EXPECT_EQ(st.st_mode & 0777, 0700u);
+        } else {
+            EXPECT_FALSE(ok);
+            EXPECT_NE(err.find("run directory " + dir + " " ), std::string::npos) << err;
+            EXPECT_NE(err.find(c.refusal), std::string::npos) << err;
+        }
+    }
+    std::string cleanup = "rm -rf " + base;
+    ASSERT_EQ(std::system(cleanup.c_str()), 0);
+}
+
+TEST(RunDirTest, AtomicWriteReplacesWholeOrNothing) {
+    char tmpl[] = "/tmp/vorn-test-XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    const std::string path = std::string(tmpl) + "/running-config";
     std::string err;
-    EXPECT_TRUE(host::setRunDir(tmpl, &err)) << err;
-    chmod(tmpl, 0777);
-    EXPECT_FALSE(host::setRunDir(tmpl, &err));
-    EXPECT_NE(err.find("writable by other users"), std::string::npos) << err;
-    std::string fresh = std::string(tmpl) + "/sub";
-    EXPECT_TRUE(host::setRunDir(fresh, &err)) << err;
+    ASSERT_TRUE(host::writeFileAtomic(path, "old\r\n", &err)) << err;
+    ASSERT_TRUE(host::writeFileAtomic(path, "new line\r\n", &err)) << err;
+    std::ifstream in(path);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(text, "new line\r\n");
     struct stat st {};
-    ASSERT_EQ(stat(fresh.c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0700u);
-    rmdir(fresh.c_str());
-    rmdir(tmpl);
+    ASSERT_EQ(stat(path.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    // A write that cannot happen leaves the file as it was and says where it failed.
+    EXPECT_FALSE(host::writeFileAtomic(std::string(tmpl) + "/no/such/file", "x", &err));
+    EXPECT_NE(err.find("/no/such/file"), std::string::npos) << err;
+    std::string cleanup = "rm -rf " + std::string(tmpl);
+    ASSERT_EQ(std::system(cleanup.c_str()), 0);
 }
 
 uint32_t gTestFlag = 0;

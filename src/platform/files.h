@@ -1,0 +1,27 @@
+// Files of the run directory: the directory's own policy, the one atomic writer every program
+// uses, and the flags every file opened there is opened with.
+#pragma once
+
+#include <fcntl.h>
+
+#include <string>
+#include <string_view>
+
+namespace vorn::host {
+
+// Flags added to every open() of a file in the run directory: a symbolic link planted in the
+// directory is never followed, and no descriptor leaks into a child.
+inline constexpr int kRunDirOpenFlags = O_NOFOLLOW | O_CLOEXEC;
+
+// Checks a run directory, creating it (mode 0700) when it does not exist. Refused, with a
+// sentence in *err: a path that is a symbolic link or not a directory, a directory owned by
+// another user, or one that the group or others may write.
+bool checkRunDir(const std::string& dir, std::string* err);
+
+// Replaces `path` with `content` so that a reader sees either the old file or the whole new
+// one, also across a crash: a temporary file (mode 0600) beside it, written and flushed to
+// disk, renamed over it, then the directory flushed. Returns false with the reason in *err;
+// the old file is then untouched and no temporary file is left.
+bool writeFileAtomic(const std::string& path, std::string_view content, std::string* err);
+
+}  // namespace vorn::host
