@@ -1,0 +1,244 @@
+// A simulated line-card agent (service 227, instance = its slot): one per card that is up.
+//
+// The agent registers with the manager (226.0) once the manager's request queue is there,
+// and again whenever the manager goes away and comes back. It acknowledges every SWP
+// message the manager sends it and keeps what the accepted ones say: the interfaces and
+// their link state, the ring configuration, the line-card types. It answers the ring
+// statistics request in place. For every ring the manager designates it for, it runs the
+// ring node of a single chassis: it works out the states of the ring's two ports from the
+// ring's mode and the links of its interfaces, and reports every change (port states and
+// flushes, message 0x6404) over its own SWP queue to the manager.
+//
+// The files: agent.cc (life, registration, intake, statistics), agent_swp.cc (the queue
+// to the manager and the reports), agent_config.cc (the downloads and notification copies),
+// agent_ring.cc (the ring node), agent_show.cc (the operator's text).
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/codec.h"
+#include "sim/endpoint.h"
+#include "sim/loop.h"
+#include "wire/agent.h"
+
+namespace vorn::sim {
+
+class Agent : public Source {
+public:
+    // How many of the last accepted message types the agent keeps in order.
+    static constexpr size_t kRecentTypes = 64;
+
+    // The per-ring counters, in the order the statistics answer carries them (bytes 64..87).
+    enum Stat : size_t {
+        kStatConfigRecords,  // ring-configuration records applied to the ring
+        kStatLinkDown,       // a link of the running ring went down
+        kStatLinkUp,         // ... came up
+        kStatRingBroken,     // a master saw its ring go from complete to broken
+        kStatRecords,        // port-state records reported for the ring
+        kStatFlushes,        // flushes asked for in those records (one per port)
+        kStatCount
+    };
+    static_assert(kStatCount == agt::stats::kCounters);
+    using Stats = std::array<uint32_t, kStatCount>;
+
+    // What the agent knows of one interface: from the interface download and from the IFM
+    // notification copies.
+    struct Interface {
+        bool operUp = false;
+        uint32_t lagIf = 0;         // the port's LAG, 0 when none
+        bool vlansPresent = false;  // the download carried a VLAN bitmap for it
+    };
+
+    // The last configuration values of one ring, as the records left them.
+    struct RingConfig {
+        uint16_t action = 0;                // of the last record: agt::rcfg::kAction*
+        uint32_t ringAction = 0;            // of the last record: agt::rcfg::kRing*
+        uint32_t flags = 0;                 // of the last record: agt::rcfg::kFlag*
+        uint16_t desgAgent = agt::kNoSlot;  // the slot that runs the ring
+        uint16_t ctrlVlan = 0;
+        uint32_t primary = 0;                    // ifIndex
+        uint32_t secondary = 0;                  // ifIndex
+        std::array<uint8_t, 512> memberVlans{};  // VLAN bitmap, wire order
+        uint16_t hello = 0;                      // milliseconds
+        uint16_t dead = 0;                       // milliseconds
+        uint8_t mode = 0;                        // agt::rcfg::kModeMaster or kModeTransit
+    };
+
+    // The ring node of a ring designated here: what it runs on and what it last reported.
+    struct Node {
+        bool running = false;
+        uint8_t mode = 0;
+        uint32_t primary = 0;
+        uint32_t secondary = 0;
+        uint32_t priState = agt::kStateDisabled;
+        uint32_t secState = agt::kStateDisabled;
+    };
+
+    struct Ring {
+        RingConfig cfg;
+        Node node;
+        Stats stats{};
+    };
+
+    // One port-state record of a report, before it is written.
+    struct Report {
+        uint16_t ringId = 0;
+        bool priFlush = false;
+        bool secFlush = false;
+        uint16_t priPort = 0;
+        uint16_t secPort = 0;
+        uint32_t priState = agt::kStateNone;
+        uint32_t secState = agt::kStateNone;
+    };
+
+    struct Counters {
+        uint64_t registrationsSent = 0;
+        uint64_t registrationsAnswered = 0;  // replies that echo this agent
+        uint64_t badReplies = 0;             // replies that do not: ignored
+        uint64_t swpAccepted = 0;            // SWP messages accepted and applied
+        uint64_t swpDuplicates = 0;          // seen before: acknowledged again, not applied
+        uint64_t swpGaps = 0;                // out of order: resend asked, not applied
+        uint64_t malformed = 0;              // messages and records dropped as unreadable
+        uint64_t unexpected = 0;             // message types an agent does not take
+        uint64_t statsAnswered = 0;
+        uint64_t reportsSent = 0;   // 0x6404 messages queued to the manager
+        uint64_t reportsAcked = 0;  // ... and acknowledged
+        uint64_t recordsLost = 0;   // records that had no queue to go on
+        uint64_t resendRequests = 0;
+        uint64_t timeoutNotices = 0;
+    };
+
+    // What the configuration downloads have got to.
+    enum class Download { None, Running, Complete };
+
+    explicit Agent(uint32_t slot);
+    ~Agent() override;
+    Agent(const Agent&) = delete;
+    Agent& operator=(const Agent&) = delete;
+
+    // Opens the agent's queues with a fresh state (a running agent is silenced first and
+    // forgets everything) and registers as soon as the manager is there. False, with the
+    // reason in *err, when the queues cannot be opened.
+    bool start(std::string* err);
+    // Closes the queues and the SWP queue to the manager: the agent answers nothing more.
+    void silence();
+    bool active() const { return endpoint_.isOpen(); }
+
+    uint32_t slot() const { return slot_; }
+    // The registration went out and no answer has come yet.
+    bool registering() const { return life_.managerSeen && !life_.registered; }
+    bool registered() const { return life_.registered; }
+    // Receive state of the manager's SWP messages: next expected sequence number, epoch.
+    const std::array<uint32_t, 2>& rcvState() const { return life_.rcvState; }
+    uint32_t queueHandle() const { return handle_; }
+    const Counters& counters() const { return life_.counters; }
+    // Accepted SWP messages by type, and the last kRecentTypes types in order.
+    const std::map<uint32_t, uint64_t>& received() const { return life_.received; }
+    const std::deque<uint32_t>& recentTypes() const { return life_.recent; }
+    const std::map<uint32_t, Interface>& interfaces() const { return life_.interfaces; }
+    const std::map<uint16_t, Ring>& rings() const { return life_.rings; }
+    const std::array<uint32_t, agt::kSlots>& lineCardTypes() const { return life_.lcTypes; }
+    Download download() const { return life_.download; }
+
+    // Looks whether the manager came or went: registers with a manager whose request queue
+    // has appeared, and forgets one whose queue is gone. Done on a throttle by run();
+    // callable at any time.
+    void syncWithManager();
+
+    // The operator's text (agent_show.cc): everything, and one line for the status.
+    std::string describe() const;
+    std::string statusLine() const;
+
+    void wait(Poller& poller) override;
+    void run() override;
+
+private:
+    // Everything one life of the agent holds; start() begins a new one.
+    struct Life {
+        bool managerSeen = false;  // its request queue was there at the last look
+        bool registered = false;
+        std::array<uint32_t, 2> rcvState{};
+        Counters counters;
+        std::map<uint32_t, uint64_t> received;
+        std::deque<uint32_t> recent;
+        std::map<uint32_t, Interface> interfaces;
+        std::map<uint16_t, Ring> rings;
+        std::array<uint32_t, agt::kSlots> lcTypes{};
+        Download download = Download::None;
+        std::vector<Report> pending;  // records of the message being applied
+        long nextSyncMs = 0;
+    };
+
+    // agent.cc
+    void serveRequests();
+    void serveTimer();
+    void handle(uint8_t* msg, size_t len);
+    void sendRegistration();
+    void handleRegistrationReply(const uint8_t* msg, size_t len);
+    void handleStatsRequest(uint8_t* msg, size_t len);
+    void handleSwpData(const uint8_t* msg, size_t len, uint32_t mtype);
+    void managerGone();
+    // Forgets what the manager configured (rings stop without a report).
+    void forgetConfiguration();
+
+    // agent_swp.cc
+    void createQueue();
+    void removeQueue(const char* why);
+    // Both take a message already known to hold a whole SWP control message (124 bytes).
+    void handleAck(const uint8_t* msg);
+    void handleResend(const uint8_t* msg);
+    // Sends the records collected while applying one message, all in one report.
+    void sendPendingReports();
+
+    // agent_config.cc: applying an accepted message. `rd` covers the whole message.
+    void apply(uint32_t mtype, const be::Reader& rd);
+    void applyInterfaceInfo(const be::Reader& rd);
+    void applyRingConfig(const be::Reader& rd);
+    void applyIfmCopy(const be::Reader& rd);
+    void applyLineCardTypes(const be::Reader& rd);
+    void applyClearStats(const be::Reader& rd);
+    // Stores an interface's link state; a change on a ring interface moves its rings.
+    void setLink(uint32_t ifIndex, bool up, const char* source);
+    void malformed(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+
+    // agent_ring.cc
+    void applyRingRecord(const be::Reader& rec);
+    // A link of a ring interface changed: every running ring on it works out its ports.
+    // `source` names where the news came from, for the log.
+    void onLinkChange(uint32_t ifIndex, bool up, const char* source);
+    void startNode(uint16_t ringId, Ring& ring, bool restart);
+    void stopNode(uint16_t ringId, Ring& ring);
+    // Stops without a report: the ring is deleted here or designated elsewhere.
+    void dropNode(uint16_t ringId, Ring& ring, const std::string& why);
+    // Takes over changed values of a running ring (ring action "none").
+    void updateNode(uint16_t ringId, Ring& ring);
+    // The link state the node uses: an interface the manager never described counts as up.
+    bool linkUp(uint32_t ifIndex) const;
+    // Queues a record of the node's current states for the report of this message.
+    void report(uint16_t ringId, Ring& ring, bool priFlush, bool secFlush);
+
+    std::string name() const;  // "agent 1"
+
+    uint32_t slot_;
+    Endpoint endpoint_;
+    int pipeFd_ = -1;
+    uint32_t handle_ = 0;  // 0: no SWP queue to the manager
+    std::vector<uint8_t> buf_;
+    Life life_;
+};
+
+// Port number of a ring interface as agent records carry it: a physical port's
+// slot x 64 + port + 129, a LAG's number, 0 for anything else.
+uint16_t agentPortNumber(uint32_t ifIndex);
+// "DISABLED", "PRE-FORW", "FORW", "BLOCKING", "NONE", or the code.
+std::string portStateName(uint32_t state);
+// "ring configuration", "START_CFG", ...: a message type the agent takes.
+std::string agentMessageName(uint32_t mtype);
+
+}  // namespace vorn::sim
