@@ -110,6 +110,18 @@ bool ChassisSim::start(std::string* err) {
     }
     for (Source* s : std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, this})
         loop_.add(s);
+    // The agents of the cards that are up; each registers once the manager is there.
+    for (uint32_t slot = 0; slot < agt::kSlots; ++slot) {
+        if ((cardMask_ & (1u << slot)) == 0)
+            continue;
+        bool ok = false;
+        std::string what = startAgent(slot, &ok);
+        if (!ok) {
+            *err = what;
+            shutdown();
+            return false;
+        }
+    }
     managerUp_ = managerQueueAlive();
     if (opts_.attach) {
         say("vornsim: attached; %s",
@@ -174,6 +186,12 @@ bool ChassisSim::shutdown() {
     control_.close();
     for (Source* s : std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, this})
         loop_.remove(s);
+    for (std::optional<Agent>& a : agents_) {
+        if (!a)
+            continue;
+        a->silence();
+        loop_.remove(&*a);
+    }
     say("vornsim: endpoints closed, sockets removed");
     return clean;
 }
@@ -242,7 +260,18 @@ std::string ChassisSim::statusText() const {
     s += evh_.statusLine() + "\n";
     s += l2pm_.statusLine() + "\n";
     s += ifm_.statusLine() + "\n";
+    for (const std::optional<Agent>& a : agents_)
+        if (a)
+            s += a->statusLine() + "\n";
     return s;
+}
+
+std::string ChassisSim::agentsText() const {
+    std::string s;
+    for (const std::optional<Agent>& a : agents_)
+        if (a)
+            s += a->describe();
+    return s.empty() ? "no line-card agents: no card has been up\n" : s;
 }
 
 }  // namespace vorn::sim

@@ -2,13 +2,18 @@
 // endpoint, the chassis model (cards, ports, VLANs, LAGs), and the manager itself as a child
 // process, all served by one event loop. Every change of the model reaches the manager as
 // IFM notifications; a manager that registers with L2PM gets the whole model as L2PM's
-// configuration download. When it starts a manager and the run directory holds a startup
-// configuration, it replays that file through vornctl once the manager has its interfaces.
+// configuration download. Every card that is up has a line-card agent (sim/agent.h); a card
+// that goes down or is shut down silences its agent, and a card that comes up starts a fresh
+// one. When it starts a manager and the run directory holds a startup configuration, it
+// replays that file through vornctl once the manager has its interfaces.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 
+#include "sim/agent.h"
 #include "sim/chassis_model.h"
 #include "sim/commands.h"
 #include "sim/control.h"
@@ -53,6 +58,8 @@ class ChassisSim : public Source {
     const ChassisModel& chassis() const { return model_; }
     uint32_t cardMask() const { return cardMask_; }
     std::string statusText() const;
+    // Every agent, as "sim show agents" shows them.
+    std::string agentsText() const;
 
     // Watches the manager's request queue and reports when it comes and goes.
     void wait(Poller& poller) override;
@@ -70,6 +77,9 @@ class ChassisSim : public Source {
     // L2PM's configuration download of the whole model, then the end of configuration.
     void sendDownload();
     CommandResult cardEvent(uint32_t eventId, const CommandTable::Args& args);
+    // Start (afresh) or silence the agent of a slot; both say what happened.
+    std::string startAgent(uint32_t slot, bool* ok);
+    std::string silenceAgent(uint32_t slot);
     bool startManager(std::string* err);
     void reapManager();
     // The replay of DIR/startup-config (startup_replay.cc): noted when the manager starts,
@@ -87,6 +97,9 @@ class ChassisSim : public Source {
     L2pm l2pm_;
     Ifm ifm_;
     ChassisModel model_;
+    // One agent per slot, made when its card first comes up and kept (silenced when the card
+    // goes down) so that the loop never calls into a destroyed one.
+    std::array<std::optional<Agent>, agt::kSlots> agents_;
     uint32_t ifmCount_ = 0;  // Count of the last IFM notification
     uint32_t cardMask_;
     bool managerUp_ = false;  // its request queue was alive at the last look

@@ -73,6 +73,10 @@ void ChassisSim::registerCommands() {
                    [this](const CommandTable::Args&) { return done(commands_.helpText()); }});
     commands_.add({"status", "", "show the manager, the cards and every peer", 0, 0,
                    [this](const CommandTable::Args&) { return done(statusText()); }});
+    commands_.add({"show agents", "",
+                   "the line-card agents: registration, SWP state, what they hold, the rings "
+                   "they run",
+                   0, 0, [this](const CommandTable::Args&) { return done(agentsText()); }});
     commands_.add({"quit", "", "stop the manager (if vornsim started it) and vornsim", 0, 0,
                    [this](const CommandTable::Args&) {
                        requestStop("quit command");
@@ -83,12 +87,14 @@ void ChassisSim::registerCommands() {
         uint32_t eventId;
         const char* help;
     };
-    for (const CardRow& r : {CardRow{"up", kEvCardUp, "a card comes up in SLOT (CHMGR_CARD_UP)"},
-                             CardRow{"down", kEvCardDown,
-                                     "the card in SLOT goes down "
-                                     "(CHMGR_CARD_DOWN)"},
-                             CardRow{"shutdown", kEvCardShutdown,
-                                     "the card in SLOT is shut down (CHMGR_CARD_SHUTDOWN)"}}) {
+    for (const CardRow& r :
+         {CardRow{"up", kEvCardUp,
+                  "a card comes up in SLOT (CHMGR_CARD_UP); a fresh agent starts and registers"},
+          CardRow{"down", kEvCardDown,
+                  "the card in SLOT goes down (CHMGR_CARD_DOWN); its agent falls silent"},
+          CardRow{"shutdown", kEvCardShutdown,
+                  "the card in SLOT is shut down (CHMGR_CARD_SHUTDOWN); its agent falls "
+                  "silent"}}) {
         uint32_t id = r.eventId;
         commands_.add({std::string("card ") + r.word, "SLOT", r.help, 1, 1,
                        [this, id](const CommandTable::Args& args) { return cardEvent(id, args); }});
@@ -106,6 +112,8 @@ CommandResult ChassisSim::cardEvent(uint32_t eventId, const CommandTable::Args& 
     bool wasUp = (cardMask_ & (1u << slot)) != 0;
     bool up = eventId == kEvCardUp;
     cardMask_ = up ? (cardMask_ | (1u << slot)) : (cardMask_ & ~(1u << slot));
+    // A card that goes away takes its agent with it before anyone hears of it.
+    std::string agentText = up ? "" : silenceAgent(slot);
     int reached = evh_.sendEvent(eventId, slot);
     std::string text = eventName(eventId) + " for slot " + std::to_string(slot);
     text += reached == 0
@@ -116,7 +124,39 @@ CommandResult ChassisSim::cardEvent(uint32_t eventId, const CommandTable::Args& 
                 (up ? " was already up)" : " was already down)");
     // The card's ports follow: IFM tells the manager what they do.
     CommandResult ports = publish(up ? model_.cardUp(slot) : model_.cardDown(slot));
-    return done(text + "; " + ports.text);
+    if (up) {
+        bool ok = false;
+        agentText = startAgent(slot, &ok);
+    }
+    return done(text + "; " + ports.text + "; " + agentText);
+}
+
+std::string ChassisSim::startAgent(uint32_t slot, bool* ok) {
+    std::optional<Agent>& a = agents_[slot];
+    const std::string name = "agent 227." + std::to_string(slot);
+    const bool made = !a;
+    if (made)
+        a.emplace(slot);
+    const bool wasActive = a->active();
+    std::string err;
+    *ok = a->start(&err);
+    if (made)
+        loop_.add(&*a);
+    if (!*ok)
+        return name + " could not start: " + err;
+    std::string text = name + (wasActive ? " started afresh" : " started");
+    if (a->registering())
+        return text + ", registration sent to 226.0";
+    return text + ", it registers once the manager 226.0 is up";
+}
+
+std::string ChassisSim::silenceAgent(uint32_t slot) {
+    std::optional<Agent>& a = agents_[slot];
+    const std::string name = "agent 227." + std::to_string(slot);
+    if (!a || !a->active())
+        return "no agent ran in slot " + std::to_string(slot);
+    a->silence();
+    return name + " silenced: its queues are closed and it answers nothing";
 }
 
 }  // namespace vorn::sim
