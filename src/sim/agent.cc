@@ -94,7 +94,7 @@ void Agent::syncWithManager() {
         return;
     }
     if (handle_ == 0) createQueue();
-    if (!life_.managerSeen) sendRegistration();
+    if (!life_.managerSeen && (!gate_ || gate_())) sendRegistration();
 }
 
 void Agent::managerGone() {
@@ -203,8 +203,7 @@ void Agent::handleRegistrationReply(const uint8_t* msg, size_t len) {
     }
     if (!life_.managerSeen) {
         ++life_.counters.badReplies;
-        say("%s: registration reply while no registration is outstanding: ignored",
-            name().c_str());
+        say("%s: registration reply while no registration is outstanding: ignored", name().c_str());
         return;
     }
     be::Reader rd(msg, len);

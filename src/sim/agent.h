@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -150,6 +151,11 @@ public:
     // has appeared, and forgets one whose queue is gone. Done on a throttle by run();
     // callable at any time.
     void syncWithManager();
+    // With a gate, the agent registers only while it also holds. The chassis uses it to wait
+    // until the manager serves its request queue: a registration that arrives during the
+    // manager's start-up would wait at the head of that queue, ahead of the shell requests
+    // the host library answers meanwhile.
+    void setRegistrationGate(std::function<bool()> gate) { gate_ = std::move(gate); }
 
     // The operator's text (agent_show.cc): everything, and one line for the status.
     std::string describe() const;
@@ -229,6 +235,7 @@ private:
     Endpoint endpoint_;
     int pipeFd_ = -1;
     uint32_t handle_ = 0;  // 0: no SWP queue to the manager
+    std::function<bool()> gate_;
     std::vector<uint8_t> buf_;
     Life life_;
 };

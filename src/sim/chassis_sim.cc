@@ -53,7 +53,13 @@ ChassisSim::ChassisSim(SimOptions opts)
     registerModelCommands();
     registerChassisCommands();
     registerManagerCommands();
-    l2pm_.setOnRegistered([this] { sendDownload(); });
+    l2pm_.setOnRegistered([this] {
+        sendDownload();
+        // The manager serves its request queue now: the agents register at once.
+        for (std::optional<Agent>& a : agents_)
+            if (a)
+                a->syncWithManager();
+    });
 }
 
 ChassisSim::~ChassisSim() {
@@ -110,7 +116,10 @@ bool ChassisSim::start(std::string* err) {
     }
     for (Source* s : std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, this})
         loop_.add(s);
-    // The agents of the cards that are up; each registers once the manager is there.
+    // The agents of the cards that are up; each registers once the manager is there and
+    // has registered with L2PM, the last step of its start-up.
+    managerUp_ = managerQueueAlive();
+    attachedToServing_ = opts_.attach && managerUp_;
     for (uint32_t slot = 0; slot < agt::kSlots; ++slot) {
         if ((cardMask_ & (1u << slot)) == 0)
             continue;
@@ -122,7 +131,6 @@ bool ChassisSim::start(std::string* err) {
             return false;
         }
     }
-    managerUp_ = managerQueueAlive();
     if (opts_.attach) {
         say("vornsim: attached; %s",
             managerUp_ ? "manager 226.0 is up" : "no manager yet; waiting for 226.0 to appear");
@@ -231,6 +239,7 @@ void ChassisSim::run() {
     if (up == managerUp_)
         return;
     managerUp_ = up;
+    attachedToServing_ = attachedToServing_ && up;
     say("vornsim: manager 226.0 %s",
         up ? "is up (its request queue answers)" : "went away (its request queue is gone)");
 }

@@ -103,6 +103,9 @@ class ChassisSim : public Source {
     uint32_t ifmCount_ = 0;  // Count of the last IFM notification
     uint32_t cardMask_;
     bool managerUp_ = false;  // its request queue was alive at the last look
+    // Attached to a manager that was up before us: it registered with L2PM long ago, so the
+    // agents need not wait for that. Ends when that manager goes.
+    bool attachedToServing_ = false;
     long lastWatchMs_ = -1;
     bool managerEndedAlone_ = false;
     bool started_ = false;

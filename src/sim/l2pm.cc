@@ -48,6 +48,7 @@ void L2pm::close() {
         removeQueue("L2PM's queues are closing");
     endpoint_.close();
     rcvState_ = {0, 0};
+    managerRegistered_ = false;
 }
 
 void L2pm::wait(Poller& poller) {
@@ -134,6 +135,8 @@ void L2pm::handleRegistration(uint8_t* msg, size_t len, uint32_t source) {
         ++counters_.refused;
     say("l2pm: %s from %s (protocol kind %u): %s", what, from.c_str(), rd.u32(kOffRegKind),
         result == kAccepted ? "accepted" : "refused (refusing, as told)");
+    if (result == kAccepted)
+        managerRegistered_ = registering;
     if (result != kAccepted || !registering)
         return;
     // A registering manager is a new one: its SWP stream to us starts afresh, and it waits

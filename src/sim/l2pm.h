@@ -74,6 +74,9 @@ class L2pm : public Source {
     bool downloadPending() const {
         return downloadActive_ && counters_.notifAcked < downloadAckTarget_;
     }
+    // The manager whose request queue is there has registered (and not deregistered): it
+    // has reached the end of its start-up and serves its request queue.
+    bool managerRegistered() const { return managerRegistered_; }
 
     // Creates the queue when the manager's request queue has appeared and removes it when
     // the manager has gone. Done on a throttle by run(); callable at any time.
@@ -111,6 +114,7 @@ class L2pm : public Source {
     uint32_t handle_ = 0;                 // 0: no queue to the manager
     std::array<uint32_t, 2> rcvState_{};  // receive state of the manager's SWP messages
     bool refusing_ = false;
+    bool managerRegistered_ = false;
     std::function<void()> onRegistered_;
     bool downloadActive_ = false;
     uint64_t downloadAckTarget_ = 0;  // notifAcked once the download is acknowledged

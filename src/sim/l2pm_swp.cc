@@ -88,6 +88,7 @@ void L2pm::removeQueue(const char* why) {
         unacked);
     handle_ = 0;
     rcvState_ = {0, 0};
+    managerRegistered_ = false;
 }
 
 bool L2pm::beginDownload(std::string* err) {

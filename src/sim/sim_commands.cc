@@ -135,8 +135,10 @@ std::string ChassisSim::startAgent(uint32_t slot, bool* ok) {
     std::optional<Agent>& a = agents_[slot];
     const std::string name = "agent 227." + std::to_string(slot);
     const bool made = !a;
-    if (made)
+    if (made) {
         a.emplace(slot);
+        a->setRegistrationGate([this] { return attachedToServing_ || l2pm_.managerRegistered(); });
+    }
     const bool wasActive = a->active();
     std::string err;
     *ok = a->start(&err);

@@ -276,6 +276,22 @@ TEST_F(AgentTest, RegistersWithEachManagerAndStartsItsStreamAfresh) {
     }
 }
 
+TEST_F(AgentTest, AGatedAgentRegistersOnlyOnceItsGateOpens) {
+    ASSERT_TRUE(serve([&] { return !regs_.empty(); }));  // the ungated one of the fixture
+    regs_.clear();
+    bool open = false;
+    sim::Agent gated(2);
+    gated.setRegistrationGate([&] { return open; });
+    std::string err;
+    ASSERT_TRUE(gated.start(&err)) << err;  // looks for the manager at once
+    EXPECT_FALSE(gated.registering());
+    open = true;
+    gated.syncWithManager();
+    EXPECT_TRUE(gated.registering());
+    ASSERT_TRUE(serve([&] { return !regs_.empty(); }));
+    EXPECT_EQ(u32At(regs_.front(), 36), 2u);
+}
+
 TEST_F(AgentTest, EverySwpMessageIsAcknowledgedAndOnlyAcceptedOnesApplied) {
     registerAgent();
     const std::vector<uint8_t> bracket(4, 0);
