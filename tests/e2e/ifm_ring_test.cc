@@ -105,14 +105,14 @@ TEST(IfmRing, InterfaceEventsMoveTheRingsForwardingState) {
     sim(c, "port gi0/1 up");
     EXPECT_TRUE(portState(c, "Gi 0/1", "10,20-30", "none"));
 
-    // An up member makes Po 1 ready and up: the manager gives the ring up and the member
-    // VLANs block on Gi 0/1 until an agent decides. Po 1 comes up while no agent runs the
-    // ring, so the manager lets its VLANs forward.
+    // An up member makes Po 1 ready and up: the manager gives the ring to the agent of its
+    // card (slot 1), which starts it as master: the primary forwards, the secondary blocks
+    // the member VLANs.
     sim(c, "port Gi 1/2 up");
     std::string joined = sim(c, "lag 1 add Gi 1/2");
     EXPECT_NE(joined.find("Po 1 is up; 2 IFM records sent"), std::string::npos) << joined;
-    EXPECT_TRUE(portState(c, "Gi 0/1", "10", "20-30"));
-    EXPECT_TRUE(portState(c, "Po 1", "10,20-30", "none"));
+    EXPECT_TRUE(portState(c, "Gi 0/1", "10,20-30", "none"));
+    EXPECT_TRUE(portState(c, "Po 1", "10", "20-30"));
     EXPECT_NE(shell(c, "vornPrintRing 5").find("Port Ready               : YES"),
               std::string::npos);
 }
@@ -133,7 +133,7 @@ TEST(IfmRing, AManagerKilledAndStartedAgainRebuildsItsStateUnderTheRunningChassi
     sim(c, "port Gi 0/1 up");
     sim(c, "port Gi 1/2 up");
     sim(c, "lag 1 add Gi 1/2");
-    ASSERT_TRUE(portState(c, "Po 1", "10,20-30", "none"));
+    ASSERT_TRUE(portState(c, "Po 1", "10", "20-30"));  // the agent of slot 1 runs the ring
     std::string out;
     ASSERT_EQ(c.ctl({"write", "memory"}, &out), 0) << out;
     std::string config;
