@@ -90,7 +90,7 @@ void Agent::syncWithManager() {
     if (!active()) return;
     bool up = host::endpointAlive(host::queuePath(managerQueue()));
     if (!up) {
-        if (life_.managerSeen) managerGone();
+        if (life_.managerSeen || handle_ != 0) managerGone();
         return;
     }
     if (handle_ == 0) createQueue();
