@@ -6,6 +6,7 @@
 #include "platform/files.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -68,12 +69,22 @@ void eventLogLine(const char* facility, int severity, const char* text) {
     std::string line = std::string(stamp) + "." + std::to_string(ts.tv_nsec / 1000000 + 1000).substr(1) +
                        " %" + facility + "-" + std::to_string(severity) + ": " + text + "\n";
     std::string path = options().rundir + "/events.log";
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | kRunDirOpenFlags, 0600);
-    if (fd < 0) return;
+    // The log stays open between lines; it is opened again when the run directory changes
+    // or the file was removed under it.
+    static std::mutex mu;
+    static int fd = -1;
+    static std::string openPath;
+    std::lock_guard<std::mutex> lock(mu);
+    struct stat st {};
+    if (fd < 0 || openPath != path || fstat(fd, &st) != 0 || st.st_nlink == 0) {
+        if (fd >= 0) close(fd);
+        fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | kRunDirOpenFlags, 0600);
+        openPath = path;
+        if (fd < 0) return;
+    }
     // One write per line, so lines of concurrent writers never interleave.
     ssize_t n = write(fd, line.data(), line.size());
     (void)n;
-    close(fd);
 }
 
 }  // namespace vorn::host

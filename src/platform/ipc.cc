@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -120,13 +121,27 @@ void closeSocketLocked(Registry& r, int fd) {
     close(fd);
 }
 
+// This process's id, asked of the kernel once (and again in a forked child).
+std::atomic<pid_t> gOwnPid{0};
+
+uint32_t ownPid() {
+    pid_t pid = gOwnPid.load(std::memory_order_relaxed);
+    if (pid == 0) {
+        static std::once_flag once;
+        std::call_once(once, [] { pthread_atfork(nullptr, nullptr, [] { gOwnPid = 0; }); });
+        pid = getpid();
+        gOwnPid.store(pid, std::memory_order_relaxed);
+    }
+    return static_cast<uint32_t>(pid);
+}
+
 void stampHeader(void* buf, size_t len, bool reply) {
     be::Writer w(buf, len);
     w.u32(ipc::kOffMagic, ipc::kMagic);
     uint32_t flags = w.reader().u32(ipc::kOffFlags);
     flags = reply ? (flags | ipc::kFlagReply) : (flags & ~ipc::kFlagReply);
     w.u32(ipc::kOffFlags, flags);
-    w.u32(ipc::kOffPid, static_cast<uint32_t>(getpid()));
+    w.u32(ipc::kOffPid, ownPid());
     w.u32(ipc::kOffW28, 0);
 }
 
@@ -532,7 +547,9 @@ uint32_t qel_getQueueId(int service, int instance, int kind) {
 
 uint32_t qel_tmeGetPeerIpAddrByName(int service, int instance, uint32_t* out) {
     uint32_t addr = 0xFFFFFFFF;
-    if (access(host::queuePath(service, instance, ipc::kKindRequest).c_str(), F_OK) == 0) {
+    // A request queue this process holds open exists without asking the file system.
+    bool own = host::findIpcKey(service, instance) >= 0;
+    if (own || access(host::queuePath(service, instance, ipc::kKindRequest).c_str(), F_OK) == 0) {
         addr = service == ipc::kSvcAgent ? ipc::kCardAddrBase + static_cast<uint32_t>(instance)
                                          : ipc::kLoopbackAddr;
     }

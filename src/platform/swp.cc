@@ -266,15 +266,18 @@ void flushLocked(Queue& q, Deferred* work) {
     q.resendDeferred = false;
 }
 
-// Keeps a pipe ticking exactly while one of its queues has a message in flight.
-void updateTimer(Registry& r, int pipefd) {
+// Keeps a pipe ticking while one of its queues has a message in flight. A pipe that falls
+// idle is disarmed only from its own tick (disarmIdle, in qelSwpReadPipe): in a steady
+// exchange every message would otherwise arm and disarm the timer, two system calls on the
+// way of each message.
+void updateTimer(Registry& r, int pipefd, bool disarmIdle = false) {
     auto pit = r.pipes.find(pipefd);
     if (pit == r.pipes.end()) return;
     bool busy = false;
     for (const auto& [h, q] : r.queues)
         if (q->pipefd == pipefd && !q->outstanding.empty()) busy = true;
     Pipe& pipe = *pit->second;
-    if (busy == pipe.armed) return;
+    if (busy == pipe.armed || (!busy && !disarmIdle)) return;
     itimerspec spec{};
     if (busy) {
         auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(kTick).count();
@@ -405,6 +408,7 @@ int qelSwpReadPipe(int pipefd) {
                 host::serveDeferredResend(*q, now, &work);
                 host::checkTimeout(*q, now, &work);
             }
+        host::updateTimer(r, pipefd, true);
     }
     work.run();
     return 0;
