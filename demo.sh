@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds everything, starts a simulated chassis (vornsim, which starts vornd) on a fresh run
 # directory, brings up two ports with their VLANs, configures ring 5 through vornctl, shows
-# the ring running and what L2PM was told, and stops the chassis.
+# the ring run by the agent of its secondary's card and what L2PM was told, breaks and heals
+# the ring, takes that card down and up again, and stops the chassis.
 set -euo pipefail
 cd "$(dirname "$0")"
 scripts/install-deps.sh
@@ -42,9 +43,26 @@ CFG
 cat "$rundir/ring5.cfg"
 run -f "$rundir/ring5.cfg"
 run show running-config
+sleep 0.3
+echo "== the agent of slot 1 runs ring 5 as master: its secondary blocks the member VLANs"
+run sim show agents
 run shell vornPrintRing 5
 echo "== what L2PM was told"
 run sim show l2pm
+echo "== the primary's link goes down: the master unblocks its secondary and flushes it"
+run sim port Gi 0/1 down
+sleep 0.3
+run sim show agents
+run sim show l2pm
+run sim port Gi 0/1 up
+echo "== card 1 goes down: no other card can run ring 5, the manager takes its ports"
+run sim card down 1
+sleep 0.3
+run shell vornPrintRing 5
+echo "== card 1 comes back: a fresh agent registers, gets everything and runs the ring again"
+run sim card up 1
+sleep 0.5
+run sim show agents
 run shell vornPrintCounters
 echo "== what the simulator did"
 cat "$rundir/vornsim.log"
