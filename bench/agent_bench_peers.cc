@@ -58,6 +58,24 @@ void* queueCopy(const std::vector<uint8_t>& msg) {
     return p;
 }
 
+// Hands a copy of msg to an SWP queue. False when no buffer could be had or the queue
+// refused it (the copy is then given back).
+bool enqueueCopy(uint32_t handle, const std::vector<uint8_t>& msg) {
+    void* buffer = queueCopy(msg);
+    if (buffer == nullptr) return false;
+    if (qelSwpEnqueue(handle, buffer, static_cast<int>(msg.size())) != 0) {
+        releaseBuffer(buffer);
+        return false;
+    }
+    return true;
+}
+
+// Messages of a queue not acknowledged yet, sent or held.
+uint32_t inFlight(uint32_t handle) {
+    const QelSwpQueueCtrlBlock* cb = host::swpQueueByHandle(handle);
+    return cb != nullptr ? cb->outstanding + cb->held : 0;
+}
+
 // The header of a message a peer originates, from its request queue to the manager's.
 void writeHeader(be::Writer& w, uint32_t mtype, size_t len, int service, int instance) {
     uint32_t tmp = 0;
@@ -284,18 +302,11 @@ bool Peers::notify(uint32_t mtype, const std::vector<uint8_t>& body) {
     std::memcpy(msg.data() + ipc::kSwpBodyOff, body.data(), body.size());
     be::Writer w(msg.data(), msg.size());
     writeHeader(w, mtype, msg.size(), kL2pm, 0);
-    void* buffer = queueCopy(msg);
-    if (buffer == nullptr) return false;
-    if (qelSwpEnqueue(l2pmQueue_, buffer, static_cast<int>(msg.size())) != 0) {
-        releaseBuffer(buffer);
-        return false;
-    }
-    return true;
+    return enqueueCopy(l2pmQueue_, msg);
 }
 
 uint32_t Peers::notificationsInFlight() const {
-    const QelSwpQueueCtrlBlock* cb = host::swpQueueByHandle(l2pmQueue_);
-    return cb != nullptr ? cb->outstanding + cb->held : 0;
+    return inFlight(l2pmQueue_);
 }
 
 std::optional<Clock::time_point> Peers::awaitPortState(Clock::duration limit) {
@@ -393,19 +404,12 @@ std::vector<uint8_t> Peers::report(uint16_t ringId, uint16_t priPort, uint32_t p
 
 bool Peers::sendReport(const std::vector<uint8_t>& msg, Clock::time_point* sentAt) {
     if (!agentQueue()) return false;
-    void* buffer = queueCopy(msg);
-    if (buffer == nullptr) return false;
     *sentAt = Clock::now();
-    if (qelSwpEnqueue(agentQueue_, buffer, static_cast<int>(msg.size())) != 0) {
-        releaseBuffer(buffer);
-        return false;
-    }
-    return true;
+    return enqueueCopy(agentQueue_, msg);
 }
 
 uint32_t Peers::reportsInFlight() const {
-    const QelSwpQueueCtrlBlock* cb = host::swpQueueByHandle(agentQueue_);
-    return cb != nullptr ? cb->outstanding + cb->held : 0;
+    return inFlight(agentQueue_);
 }
 
 void Peers::onAgent(uint8_t* msg, size_t len, int fd) {

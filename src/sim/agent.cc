@@ -10,6 +10,7 @@
 
 #include "platform/swp.h"
 #include "sim/log.h"
+#include "sim/loop.h"
 
 namespace vorn::sim {
 namespace {
@@ -22,12 +23,6 @@ constexpr long kRetryMs = 500;
 constexpr long kWatchMs = 100;
 // The line-card type an agent reports: fixed per slot, never 0.
 constexpr uint32_t kLineCardTypeBase = 0x10;
-
-long nowMs() {
-    return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                 std::chrono::steady_clock::now().time_since_epoch())
-                                 .count());
-}
 
 uint32_t managerQueue() {
     return qel_getQueueId(ipc::kSvcManager, 0, ipc::kKindRequest);

@@ -218,6 +218,8 @@ private:
     // A link of a ring interface changed: every running ring on it works out its ports.
     // `source` names where the news came from, for the log.
     void onLinkChange(uint32_t ifIndex, bool up, const char* source);
+    // Takes the configured mode and ports into the node and works out its port states.
+    void takeConfig(const RingConfig& c, Node& n) const;
     void startNode(uint16_t ringId, Ring& ring, bool restart);
     void stopNode(uint16_t ringId, Ring& ring);
     // Stops without a report: the ring is deleted here or designated elsewhere.

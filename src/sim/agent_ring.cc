@@ -178,6 +178,15 @@ void Agent::report(uint16_t ringId, Ring& ring, bool priFlush, bool secFlush) {
     ring.stats[kStatFlushes] += (priFlush ? 1 : 0) + (secFlush ? 1 : 0);
 }
 
+void Agent::takeConfig(const RingConfig& c, Node& n) const {
+    n.mode = c.mode;
+    n.primary = c.primary;
+    n.secondary = c.secondary;
+    States s = portStates(n.mode, linkUp(n.primary), linkUp(n.secondary));
+    n.priState = s.pri;
+    n.secState = s.sec;
+}
+
 void Agent::startNode(uint16_t ringId, Ring& ring, bool restart) {
     const RingConfig& c = ring.cfg;
     if (const char* why = cannotRun(c)) {
@@ -187,12 +196,7 @@ void Agent::startNode(uint16_t ringId, Ring& ring, bool restart) {
     }
     Node& n = ring.node;
     n.running = true;
-    n.mode = c.mode;
-    n.primary = c.primary;
-    n.secondary = c.secondary;
-    States s = portStates(n.mode, linkUp(n.primary), linkUp(n.secondary));
-    n.priState = s.pri;
-    n.secState = s.sec;
+    takeConfig(c, n);
     // A start is always reported: it is news to the manager even when the states are not.
     report(ringId, ring, false, false);
     say("%s: ring %u %s as %s: %s", name().c_str(), ringId, restart ? "restarted" : "started",
@@ -222,12 +226,7 @@ void Agent::updateNode(uint16_t ringId, Ring& ring) {
         return;
     }
     const Node before = n;
-    n.mode = c.mode;
-    n.primary = c.primary;
-    n.secondary = c.secondary;
-    States s = portStates(n.mode, linkUp(n.primary), linkUp(n.secondary));
-    n.priState = s.pri;
-    n.secState = s.sec;
+    takeConfig(c, n);
     if (n.primary == before.primary && n.secondary == before.secondary &&
         n.priState == before.priState && n.secState == before.secState)
         return;

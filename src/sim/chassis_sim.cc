@@ -11,18 +11,13 @@
 #include "platform/ifindex.h"
 #include "platform/ipc.h"
 #include "sim/log.h"
+#include "sim/loop.h"
 
 namespace vorn::sim {
 namespace {
 
 constexpr int kManagerStopTimeoutMs = 5000;
 constexpr long kWatchIntervalMs = 500;
-
-long nowMs() {
-    return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                 std::chrono::steady_clock::now().time_since_epoch())
-                                 .count());
-}
 
 bool managerQueueAlive() {
     return host::endpointAlive(host::queuePath(ipc::kSvcManager, 0, ipc::kKindRequest));

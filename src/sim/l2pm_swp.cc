@@ -7,6 +7,7 @@
 #include "platform/swp.h"
 #include "sim/l2pm.h"
 #include "sim/log.h"
+#include "sim/loop.h"
 #include "sim/swp_buffers.h"
 
 namespace vorn::sim {
@@ -19,12 +20,6 @@ constexpr int kWindow = 10;
 constexpr int kRto = 25;
 // How often run() looks whether the manager came or went.
 constexpr long kSyncIntervalMs = 100;
-
-long nowMs() {
-    return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                 std::chrono::steady_clock::now().time_since_epoch())
-                                 .count());
-}
 
 int releaseBuffer(void* buffer) {
     return swpbuf::give(buffer);

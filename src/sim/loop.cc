@@ -4,10 +4,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 
 namespace vorn::sim {
+
+long nowMs() {
+    return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                 std::chrono::steady_clock::now().time_since_epoch())
+                                 .count());
+}
 
 void Poller::onReadable(int fd, Handler onReady) {
     if (fd < 0 || !onReady)

@@ -11,6 +11,9 @@
 
 namespace vorn::sim {
 
+// Milliseconds of the monotonic clock, for the periodic work of the sources.
+long nowMs();
+
 // What one pass waits on: readable descriptors and a wake-up time.
 class Poller {
   public:
