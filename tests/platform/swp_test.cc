@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/timerfd.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -25,17 +26,21 @@
 #include <stop_token>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "platform/codec.h"
 #include "platform/ipc.h"
 #include "support/rundir.h"
+#include "support/wire.h"
 
 namespace vorn {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using test::waitFor;
+using test::words;
+using W = std::vector<uint32_t>;
 
 // Wire offsets are written out here rather than taken from the library, so that a wrong
 // constant there shows up as a failure here.
@@ -49,7 +54,7 @@ constexpr size_t kSeq = 64;
 constexpr size_t kStream = 68;
 constexpr size_t kEpoch = 72;
 constexpr size_t kSwpFlags = 76;
-constexpr size_t kIndex = 124;  // test payload: the message's index, 1, 2, 3 ...
+constexpr size_t kIndex = 124;   // test payload: the message's index, 1, 2, 3 ...
 constexpr size_t kMsgLen = 128;  // every test data message
 constexpr uint32_t kSwpMagic = 0x53575031;
 constexpr uint32_t kMtData = 7001;
@@ -100,8 +105,12 @@ void onQueueError(void* queue, int code) {
     gErrHandle = cb == nullptr ? -1 : cb->hdl;
 }
 
-uint32_t u32at(const void* msg, size_t len, size_t off) { return be::Reader(msg, len).u32(off); }
-uint32_t u32at(const std::vector<uint8_t>& m, size_t off) { return u32at(m.data(), m.size(), off); }
+uint32_t u32at(const void* msg, size_t len, size_t off) {
+    return be::Reader(msg, len).u32(off);
+}
+uint32_t u32at(const std::vector<uint8_t>& m, size_t off) {
+    return u32at(m.data(), m.size(), off);
+}
 
 // A data message from the sender to the peer's request queue, carrying its index.
 void* newMessage(uint32_t index) {
@@ -137,9 +146,11 @@ std::vector<uint8_t> recvMsg(int qfd, int timeoutMs) {
     return buf;
 }
 
-bool readable(int fd, int timeoutMs) {
-    pollfd p{fd, POLLIN, 0};
-    return poll(&p, 1, timeoutMs) > 0;
+// Whether the pipe's timer is armed, i.e. the pipe ticks.
+bool ticking(int pipe) {
+    itimerspec spec{};
+    EXPECT_EQ(timerfd_gettime(pipe, &spec), 0);
+    return spec.it_value.tv_sec != 0 || spec.it_value.tv_nsec != 0;
 }
 
 class SwpTest : public test::PlatformTest {
@@ -212,7 +223,8 @@ protected:
     int pumpSender(int ms) {
         int handedBack = 0;
         auto deadline = Clock::now() + std::chrono::milliseconds(ms);
-        while (Clock::now() < deadline) handedBack += pumpOnce(2);
+        do handedBack += pumpOnce(2);
+        while (Clock::now() < deadline);
         return handedBack;
     }
 
@@ -276,10 +288,26 @@ TEST_F(SwpTest, ReceiverCheckResultsStateAndAnswer) {
         {"lower number is acknowledged again", {9, 5}, 3, 5, kSwpMagic, 124, 6, {9, 5}, 402, 3},
         {"higher number asks for the expected", {9, 5}, 12, 5, kSwpMagic, 128, 5, {9, 5}, 404, 9},
         {"another epoch resynchronises", {9, 5}, 1, 6, kSwpMagic, 128, 0, {2, 6}, 402, 1},
-        {"lower across the wrap", {3, 5}, 0xFFFFFFF0, 5, kSwpMagic, 128, 6, {3, 5}, 402,
+        {"lower across the wrap",
+         {3, 5},
+         0xFFFFFFF0,
+         5,
+         kSwpMagic,
+         128,
+         6,
+         {3, 5},
+         402,
          0xFFFFFFF0},
-        {"higher across the wrap", {0xFFFFFFFE, 5}, 2, 5, kSwpMagic, 128, 5, {0xFFFFFFFE, 5},
-         404, 0xFFFFFFFE},
+        {"higher across the wrap",
+         {0xFFFFFFFE, 5},
+         2,
+         5,
+         kSwpMagic,
+         128,
+         5,
+         {0xFFFFFFFE, 5},
+         404,
+         0xFFFFFFFE},
         {"wrong magic", {9, 5}, 9, 5, 0x53575032, 128, 1, {9, 5}, 0, 0},
         {"shorter than the header", {9, 5}, 9, 5, kSwpMagic, 100, 1, {9, 5}, 0, 0},
     };
@@ -306,28 +334,24 @@ TEST_F(SwpTest, ReceiverCheckResultsStateAndAnswer) {
         EXPECT_EQ(state[0], c.after[0]);
         EXPECT_EQ(state[1], c.after[1]);
 
-        std::vector<uint8_t> answer = recvMsg(senderReq_, c.answerType != 0 ? 1000 : 20);
+        // The answer leaves before the check returns, so none waiting means none sent.
+        std::vector<uint8_t> answer = recvMsg(senderReq_, 0);
         if (c.answerType == 0) {
             EXPECT_TRUE(answer.empty());
             continue;
         }
         ASSERT_EQ(answer.size(), 124u);
-        EXPECT_EQ(u32at(answer, kMlen), 124u);
-        EXPECT_EQ(u32at(answer, kMtype), c.answerType);
         EXPECT_EQ(u32at(answer, kFlagsWord) & 1, 1u);  // an answer is a reply
-        EXPECT_EQ(u32at(answer, kDstSvce), qel_getQueueId(kSenderSvc, 0, 1));
-        EXPECT_EQ(u32at(answer, kSwpMagicOff), kSwpMagic);
-        EXPECT_EQ(u32at(answer, kSeq), c.answerSeq);
-        EXPECT_EQ(u32at(answer, kStream), 77u);
-        EXPECT_EQ(u32at(answer, kEpoch), c.epoch);
-        EXPECT_EQ(u32at(answer, kSwpFlags), 0u);
+        EXPECT_EQ(words(answer,
+                        {kMlen, kMtype, kDstSvce, kSwpMagicOff, kSeq, kStream, kEpoch, kSwpFlags}),
+                  (W{124, c.answerType, qel_getQueueId(kSenderSvc, 0, 1), kSwpMagic, c.answerSeq,
+                     77, c.epoch, 0}));
     }
 }
 
 TEST_F(SwpTest, WindowHoldsMessagesAndAcksReleaseThemInOrder) {
     uint32_t h = create(10, 50);  // 5 s: no time-out during the test
-    for (uint32_t i = 1; i <= 15; ++i)
-        ASSERT_EQ(qelSwpEnqueue(h, newMessage(i), kMsgLen), 0);
+    for (uint32_t i = 1; i <= 15; ++i) ASSERT_EQ(qelSwpEnqueue(h, newMessage(i), kMsgLen), 0);
     // The first message of an epoch travels alone, so the receiver synchronises on it.
     EXPECT_EQ(stats(h).outstanding, 1u);
     EXPECT_EQ(stats(h).held, 14u);
@@ -344,12 +368,7 @@ TEST_F(SwpTest, WindowHoldsMessagesAndAcksReleaseThemInOrder) {
     // 2..11 went out at once, in order, and nothing more.
     for (uint32_t seq = 2; seq <= 11; ++seq) {
         std::vector<uint8_t> m = recvMsg(peerReq_, 1000);
-        ASSERT_FALSE(m.empty());
-        EXPECT_EQ(u32at(m, kSeq), seq);
-        EXPECT_EQ(u32at(m, kIndex), seq);
-        EXPECT_EQ(u32at(m, kStream), h);
-        EXPECT_EQ(u32at(m, kSwpFlags), 0u);
-        EXPECT_EQ(u32at(m, 80), 0u);
+        EXPECT_EQ(words(m, {kSeq, kIndex, kStream, kSwpFlags, 80}), (W{seq, seq, h, 0, 0}));
     }
     EXPECT_TRUE(recvMsg(peerReq_, 0).empty());
 
@@ -368,15 +387,15 @@ TEST_F(SwpTest, WindowHoldsMessagesAndAcksReleaseThemInOrder) {
     EXPECT_EQ(stats(h).held, 0u);
     EXPECT_EQ(stats(h).outstanding, 4u);
     for (uint32_t seq = 12; seq <= 15; ++seq) EXPECT_EQ(dequeue(control(402, h, epoch, seq)), seq);
-    EXPECT_EQ(stats(h).outstanding, 0u);
-    EXPECT_EQ(stats(h).acked, 15u);
-    EXPECT_EQ(stats(h).retransmitted, 0u);
+    QelSwpQueueCtrlBlock cb = stats(h);
+    EXPECT_EQ(W({cb.outstanding, uint32_t(cb.acked), uint32_t(cb.retransmitted)}), (W{0, 15, 0}));
     EXPECT_EQ(gLedger.liveCount(), 0u);
     EXPECT_EQ(gReleased, 0);
 
-    // Nothing in flight: the pipe stops ticking.
+    // Nothing in flight: the pipe stops ticking at its next tick.
+    EXPECT_TRUE(ticking(pipe_));
     qelSwpReadPipe(pipe_);
-    EXPECT_FALSE(readable(pipe_, 40));
+    EXPECT_FALSE(ticking(pipe_));
 }
 
 TEST_F(SwpTest, AcknowledgementsThatFreeNothing) {
@@ -420,8 +439,7 @@ TEST_F(SwpTest, FlushReleasesEverythingAndStartsAnEpochTheReceiverAccepts) {
     EXPECT_EQ(receive(state).result, 0);
     EXPECT_EQ(pumpSender(30), 1);
     for (uint32_t i = 2; i <= 4; ++i) ASSERT_EQ(qelSwpEnqueue(h, newMessage(i), kMsgLen), 0);
-    EXPECT_EQ(stats(h).outstanding, 2u);
-    EXPECT_EQ(stats(h).held, 1u);
+    EXPECT_EQ(W({stats(h).outstanding, stats(h).held}), (W{2, 1}));
     const uint32_t oldEpoch = stats(h).epoch;
 
     ASSERT_EQ(qelSwpQueueFlush(h), 0);
@@ -429,8 +447,7 @@ TEST_F(SwpTest, FlushReleasesEverythingAndStartsAnEpochTheReceiverAccepts) {
     EXPECT_EQ(gLedger.liveCount(), 0u);
     EXPECT_EQ(gLedger.bad, 0u);
     QelSwpQueueCtrlBlock cb = stats(h);
-    EXPECT_EQ(cb.outstanding + cb.held, 0u);
-    EXPECT_EQ(cb.nextSeq, 1u);
+    EXPECT_EQ(W({cb.outstanding, cb.held, cb.nextSeq}), (W{0, 0, 1}));
     EXPECT_NE(cb.epoch, oldEpoch);
 
     // An acknowledgement of the old epoch, late, frees nothing.
@@ -439,17 +456,12 @@ TEST_F(SwpTest, FlushReleasesEverythingAndStartsAnEpochTheReceiverAccepts) {
     // The receiver takes 2 and 3 of the old epoch (already on their way), then number 1
     // of the new epoch, and only that one.
     ASSERT_EQ(qelSwpEnqueue(h, newMessage(100), kMsgLen), 0);
-    Seen a = receive(state), b = receive(state), c = receive(state);
-    EXPECT_EQ(a.result, 0);
-    EXPECT_EQ(a.seq, 2u);
-    EXPECT_EQ(b.result, 0);
-    EXPECT_EQ(b.seq, 3u);
-    EXPECT_EQ(c.result, 0);
-    EXPECT_EQ(c.seq, 1u);
-    EXPECT_EQ(c.index, 100u);
-    EXPECT_EQ(c.epoch, cb.epoch);
-    EXPECT_EQ(state[0], 2u);
-    EXPECT_EQ(state[1], cb.epoch);
+    for (auto [seq, epoch, index] : {std::tuple{2u, oldEpoch, 2u}, std::tuple{3u, oldEpoch, 3u},
+                                     std::tuple{1u, cb.epoch, 100u}}) {
+        Seen s = receive(state);
+        EXPECT_EQ(W({uint32_t(s.result), s.seq, s.epoch, s.index}), (W{0, seq, epoch, index}));
+    }
+    EXPECT_EQ(W({state[0], state[1]}), (W{2, cb.epoch}));
     // The acknowledgements of 2 and 3 (old epoch) free nothing; that of 1 frees message 100.
     EXPECT_EQ(pumpSender(30), 1);
     EXPECT_EQ(stats(h).outstanding, 0u);
@@ -471,19 +483,18 @@ TEST_F(SwpTest, ResendRequestRetransmitsFromTheRequestedNumber) {
     // Sends happen before the library call returns, so what was sent is already waiting.
     auto drainSeqs = [&] {
         std::vector<uint32_t> seqs;
-        for (;;) {
-            std::vector<uint8_t> m = recvMsg(peerReq_, 0);
-            if (m.empty()) return seqs;
+        for (std::vector<uint8_t> m = recvMsg(peerReq_, 0); !m.empty(); m = recvMsg(peerReq_, 0)) {
             EXPECT_EQ(u32at(m, kSwpFlags), 1u) << "marked as a retransmission";
             seqs.push_back(u32at(m, kSeq));
         }
+        return seqs;
     };
     EXPECT_EQ(qelSwpResend(control(404, h, epoch, 4).data()), 0);
-    EXPECT_EQ(drainSeqs(), (std::vector<uint32_t>{4, 5, 6}));
+    EXPECT_EQ(drainSeqs(), (W{4, 5, 6}));
     // The same request again at once is the same gap reported by a later message.
     EXPECT_EQ(qelSwpResend(control(404, h, epoch, 4).data()), 0);
-    EXPECT_EQ(qelSwpResend(control(404, h, epoch, 1).data()), 0);   // acknowledged
-    EXPECT_EQ(qelSwpResend(control(404, h, epoch, 9).data()), 0);   // never sent
+    EXPECT_EQ(qelSwpResend(control(404, h, epoch, 1).data()), 0);  // acknowledged
+    EXPECT_EQ(qelSwpResend(control(404, h, epoch, 9).data()), 0);  // never sent
     EXPECT_EQ(qelSwpResend(control(404, h, epoch + 1, 2).data()), 0);
     EXPECT_EQ(qelSwpResend(control(404, h + 1, epoch, 2).data()), 0);
     EXPECT_TRUE(drainSeqs().empty());
@@ -491,17 +502,24 @@ TEST_F(SwpTest, ResendRequestRetransmitsFromTheRequestedNumber) {
     be::Writer(bad.data(), bad.size()).u32(kSwpMagicOff, 0);
     EXPECT_EQ(qelSwpResend(bad.data()), -1);
     // The repeat is served once the guard time has passed, in case the retransmission was
-    // lost too: then no later message would ask again. Once, not on every tick.
-    std::this_thread::sleep_for(std::chrono::milliseconds(25));
-    qelSwpReadPipe(pipe_);
-    EXPECT_EQ(drainSeqs(), (std::vector<uint32_t>{4, 5, 6}));
-    std::this_thread::sleep_for(std::chrono::milliseconds(25));
+    // lost too: then no later message would ask again.
+    ASSERT_TRUE(waitFor([&] {
+        qelSwpReadPipe(pipe_);
+        return stats(h).retransmitted == 6;
+    }));
+    EXPECT_EQ(drainSeqs(), (W{4, 5, 6}));
+    // Once, not on every tick: the pipe's work runs until the guard time has passed again
+    // since the repeat was served, which a second serving would need.
+    const auto served = Clock::now();
+    waitFor([&] {
+        qelSwpReadPipe(pipe_);
+        return Clock::now() - served > std::chrono::milliseconds(30);
+    });
     qelSwpReadPipe(pipe_);
     EXPECT_TRUE(drainSeqs().empty());
     EXPECT_EQ(qelSwpResend(control(404, h, epoch, 2).data()), 0);
-    EXPECT_EQ(drainSeqs(), (std::vector<uint32_t>{2, 3, 4, 5, 6}));
-    EXPECT_EQ(stats(h).retransmitted, 11u);
-    EXPECT_EQ(stats(h).timeoutsInARow, 0u);
+    EXPECT_EQ(drainSeqs(), (W{2, 3, 4, 5, 6}));
+    EXPECT_EQ(W({uint32_t(stats(h).retransmitted), stats(h).timeoutsInARow}), (W{11, 0}));
 }
 
 TEST_F(SwpTest, AcksOfLaterMessagesResendOneWhoseAckWasLost) {
@@ -513,53 +531,53 @@ TEST_F(SwpTest, AcksOfLaterMessagesResendOneWhoseAckWasLost) {
     EXPECT_EQ(dequeue(control(402, h, epoch, 4)), 4u);
     EXPECT_TRUE(recvMsg(peerReq_, 0).empty());
     EXPECT_EQ(dequeue(control(402, h, epoch, 5)), 5u);
-    std::vector<uint8_t> again = recvMsg(peerReq_, 1000);
-    ASSERT_FALSE(again.empty());
-    EXPECT_EQ(u32at(again, kSeq), 2u);
-    EXPECT_EQ(u32at(again, kSwpFlags), 1u);
+    EXPECT_EQ(words(recvMsg(peerReq_, 0), {kSeq, kSwpFlags}), (W{2, 1}));
     EXPECT_EQ(dequeue(control(402, h, epoch, 6)), 6u);
     EXPECT_TRUE(recvMsg(peerReq_, 0).empty()) << "one retransmission per three later acks";
-    EXPECT_EQ(stats(h).retransmitted, 1u);
-    EXPECT_EQ(stats(h).outstanding, 1u);
+    EXPECT_EQ(W({uint32_t(stats(h).retransmitted), stats(h).outstanding}), (W{1, 1}));
     EXPECT_EQ(dequeue(control(402, h, epoch, 2)), 2u);
     EXPECT_EQ(gLedger.liveCount(), 0u);
 }
 
 TEST_F(SwpTest, PeerMissingAtCreationAndMessagesToAPeerThatComesBack) {
     uint32_t h = 0;
-    EXPECT_EQ(qelSwpQueueCreateQs(0, 0, 10, 1, kSenderSvc, 0, sender_, 138, 0, 0, 0, 0, nullptr,
-                                  0, releaseBuffer, onQueueError, &h, pipe_),
+    EXPECT_EQ(qelSwpQueueCreateQs(0, 0, 10, 1, kSenderSvc, 0, sender_, 138, 0, 0, 0, 0, nullptr, 0,
+                                  releaseBuffer, onQueueError, &h, pipe_),
               swp::kCreatePeerMissing);
     EXPECT_EQ(h, 0u);
 
     h = create(10, 1);
     ASSERT_EQ(qelIpcClose(peer_), 0);
     for (uint32_t i = 1; i <= 3; ++i) ASSERT_EQ(qelSwpEnqueue(h, newMessage(i), kMsgLen), 0);
-    pumpSender(150);  // at least one retransmission into the void
-    EXPECT_GE(stats(h).retransmitted, 1u);
+    ASSERT_TRUE(waitFor([&] {  // at least one retransmission into the void
+        pumpOnce(2);
+        return stats(h).retransmitted >= 1;
+    }));
 
     peer_ = qelIpcTmrOpen(kPeerSvc, 0);
     ASSERT_GE(peer_, 0);
     peerReq_ = Key_getReqQueue(peer_);
     uint32_t state[2] = {0, 0};
     std::vector<uint32_t> delivered;
-    auto deadline = Clock::now() + std::chrono::seconds(3);
-    while (delivered.size() < 3 && Clock::now() < deadline) {
-        pumpSender(5);
-        Seen s = receive(state, 5);
-        if (s.result != 0) continue;
-        delivered.push_back(s.index);
-        if (s.seq == 1) {
-            EXPECT_EQ(s.swpFlags, 1u) << "only a retransmission can have reached it";
-        }
-    }
-    EXPECT_EQ(delivered, (std::vector<uint32_t>{1, 2, 3}));
-    waitFor([&] {
-        pumpSender(5);
-        return stats(h).outstanding == 0;
-    });
-    EXPECT_EQ(stats(h).outstanding, 0u);
-    EXPECT_EQ(stats(h).held, 0u);
+    waitFor(
+        [&] {
+            pumpSender(5);
+            Seen s = receive(state, 5);
+            if (s.result == 0) delivered.push_back(s.index);
+            // Only a retransmission can have reached it first.
+            if (s.result == 0 && s.seq == 1) {
+                EXPECT_EQ(s.swpFlags, 1u);
+            }
+            return delivered.size() == 3;
+        },
+        10000);
+    EXPECT_EQ(delivered, (W{1, 2, 3}));
+    EXPECT_TRUE(waitFor(
+        [&] {
+            pumpSender(5);
+            return stats(h).outstanding + stats(h).held == 0;
+        },
+        10000));
     EXPECT_EQ(gLedger.liveCount(), 0u);
 }
 
@@ -570,26 +588,19 @@ TEST_F(SwpTest, ThreeTimeoutsInARowCallTheOwnerOnceAndPostANotice) {
     ASSERT_EQ(qelSwpEnqueue(h, newMessage(1), kMsgLen), 0);
     const uint32_t epoch = stats(h).epoch;
 
-    pumpSender(50);
-    if (Clock::now() - start < std::chrono::milliseconds(90)) {
-        EXPECT_EQ(stats(h).retransmitted, 0u) << "retransmitted before the time-out";
-    }
-
     ASSERT_TRUE(waitFor([&] {
         pumpSender(5);
         return gErrors > 0;
     }));
+    // Three time-outs of 100 ms each: a retransmission before its time-out shows here.
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(300));
     EXPECT_EQ(gErrCode, swp::kErrTimeout);
     EXPECT_EQ(gErrHandle, static_cast<long>(h));
     EXPECT_EQ(stats(h).timeoutsInARow, 3u);
-
     std::vector<uint8_t> notice = recvMsg(Key_getTmrQueue(sender_), 1000);
     ASSERT_EQ(notice.size(), 124u);
-    EXPECT_EQ(u32at(notice, kMtype), swp::kMtTimeout);
-    EXPECT_EQ(u32at(notice, kSwpMagicOff), kSwpMagic);
-    EXPECT_EQ(u32at(notice, kStream), h);
-    EXPECT_EQ(u32at(notice, kEpoch), epoch);
+    EXPECT_EQ(words(notice, {kMtype, kSwpMagicOff, kStream, kEpoch}),
+              (W{swp::kMtTimeout, kSwpMagic, h, epoch}));
 
     // It keeps retransmitting at the time-out interval, without telling the owner again.
     ASSERT_TRUE(waitFor([&] {
@@ -602,8 +613,7 @@ TEST_F(SwpTest, ThreeTimeoutsInARowCallTheOwnerOnceAndPostANotice) {
 
     // Any acknowledgement ends the run.
     EXPECT_EQ(dequeue(control(402, h, epoch, 7)), 0u);
-    EXPECT_EQ(stats(h).timeoutsInARow, 0u);
-    EXPECT_EQ(stats(h).outstanding, 1u);
+    EXPECT_EQ(W({stats(h).timeoutsInARow, stats(h).outstanding}), (W{0, 1}));
 }
 
 TEST_F(SwpTest, RejectsWhatItCannotUse) {
@@ -652,8 +662,8 @@ sockaddr_un addressOf(const std::string& path) {
 
 // Stands in for the receiver's request queue and passes datagrams on in both directions:
 // data from the sender to the receiver, answers from the receiver back to the sender. Of
-// what it reads it drops a fifth, sends a tenth twice, and holds a tenth back until a few
-// later ones have gone, so that they arrive out of order.
+// what it reads it drops a fifth, sends a tenth twice, and holds a tenth back until a
+// later one has gone (or nothing comes in), so that they arrive out of order.
 class LossyRelay {
 public:
     // front: bound as the receiver's request queue (data in, answers out); back: data out
@@ -689,7 +699,6 @@ public:
             bool quiet = poll(p.data(), p.size(), 1) <= 0;
             if (!quiet && (p[0].revents & POLLIN)) take(socks_[0].first, toReceiver_);
             if (!quiet && (p[1].revents & POLLIN)) take(socks_[1].first, toSender_);
-            // When nothing comes in, what was held back goes too.
             forward(toReceiver_, quiet);
             forward(toSender_, quiet);
         }
@@ -698,16 +707,12 @@ public:
     std::atomic<uint64_t> dropped{0}, duplicated{0}, delayed{0};
 
 private:
-    struct HeldBack {
-        std::vector<uint8_t> bytes;
-        int after;  // goes out once this many later datagrams have
-    };
     struct Direction {
         int fd = -1;
         sockaddr_un to{};
         socklen_t toLen = 0;  // zero until known
         std::deque<std::vector<uint8_t>> ready;
-        std::vector<HeldBack> heldBack;
+        std::vector<std::vector<uint8_t>> heldBack;
     };
 
     void take(int fd, Direction& d) {
@@ -727,25 +732,26 @@ private:
             ++dropped;
             return;
         }
-        int copies = fate < 0.3 ? 2 : 1;
-        if (copies == 2) ++duplicated;
-        for (int i = 0; i < copies; ++i) {
+        if (fate < 0.3) ++duplicated;
+        for (int copies = fate < 0.3 ? 2 : 1; copies > 0; --copies) {
             if (chance() < 0.1) {
                 ++delayed;
-                d.heldBack.push_back({buf, std::uniform_int_distribution<int>(1, 4)(rng_)});
-            } else {
-                d.ready.push_back(buf);
+                d.heldBack.push_back(buf);
+                continue;
             }
+            d.ready.push_back(buf);
+            for (auto& held : d.heldBack) d.ready.push_back(std::move(held));
+            d.heldBack.clear();
         }
     }
 
-    // Sends what is ready, in order, and lets out what was held back behind it. A
-    // datagram that finds its destination queue full waits for the next round: the
-    // relay loses only what it means to.
-    void forward(Direction& d, bool all) {
+    // Sends what is ready, in order; when nothing came in, what was held back too. A
+    // datagram that finds its destination queue full waits for the next round: the relay
+    // loses only what it means to.
+    void forward(Direction& d, bool quiet) {
         if (d.toLen == 0) return;
-        if (all) {
-            for (HeldBack& h : d.heldBack) d.ready.push_back(std::move(h.bytes));
+        if (quiet) {
+            for (auto& held : d.heldBack) d.ready.push_back(std::move(held));
             d.heldBack.clear();
         }
         while (!d.ready.empty()) {
@@ -754,14 +760,6 @@ private:
                                reinterpret_cast<const sockaddr*>(&d.to), d.toLen);
             if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
             d.ready.pop_front();
-            for (auto it = d.heldBack.begin(); it != d.heldBack.end();) {
-                if (--it->after > 0) {
-                    ++it;
-                    continue;
-                }
-                d.ready.push_back(std::move(it->bytes));
-                it = d.heldBack.erase(it);
-            }
         }
     }
 
@@ -774,30 +772,23 @@ private:
 };
 
 // The receiving side: accepts what the sequence check accepts and notes whether it came
-// in order, exactly once.
+// in order.
 struct Receiver {
-    std::atomic<uint32_t> delivered{0}, outOfOrder{0}, duplicates{0}, gaps{0};
+    std::atomic<uint32_t> delivered{0}, outOfOrder{0};
 
     void run(const std::stop_token& stop, int qfd) {
         uint32_t state[2] = {0, 0};
         while (!stop.stop_requested()) {
             std::vector<uint8_t> m = recvMsg(qfd, 5);
-            if (m.empty()) continue;
-            int r = qelSwpCkSeqAndAck(m.data(), state, qfd);
-            if (r == swp::kCkAccepted && u32at(m, kIndex) == delivered + 1) {
-                ++delivered;
-            } else if (r == swp::kCkAccepted) {
-                ++outOfOrder;
-                ++delivered;
-            } else {
-                ++(r == swp::kCkDuplicate ? duplicates : r == swp::kCkGap ? gaps : outOfOrder);
-            }
+            if (m.empty() || qelSwpCkSeqAndAck(m.data(), state, qfd) != swp::kCkAccepted) continue;
+            if (u32at(m, kIndex) != delivered + 1) ++outOfOrder;
+            ++delivered;
         }
     }
 };
 
 TEST_F(SwpTest, EveryMessageOnceAndInOrderThroughALossyRelay) {
-    constexpr uint32_t kCount = 10000;
+    constexpr uint32_t kCount = 5000;
     uint32_t seed = std::random_device{}();
     if (const char* s = std::getenv("VORN_SWP_SEED"))
         seed = static_cast<uint32_t>(std::strtoul(s, nullptr, 0));
@@ -829,31 +820,22 @@ TEST_F(SwpTest, EveryMessageOnceAndInOrderThroughALossyRelay) {
         }
         EXPECT_EQ(handedBack, kCount);
     }
-    double seconds = std::chrono::duration<double>(Clock::now() - start).count();
     QelSwpQueueCtrlBlock cb = stats(h);
-    std::printf(
-        "[ relay    ] %u delivered in %.2f s; %llu retransmitted; relay dropped %llu, "
-        "duplicated %llu, delayed %llu; receiver saw %u duplicates, %u gaps\n",
-        receiver.delivered.load(), seconds, static_cast<unsigned long long>(cb.retransmitted),
-        static_cast<unsigned long long>(relay.dropped.load()),
-        static_cast<unsigned long long>(relay.duplicated.load()),
-        static_cast<unsigned long long>(relay.delayed.load()), receiver.duplicates.load(),
-        receiver.gaps.load());
-
-    EXPECT_EQ(receiver.delivered, kCount);
-    EXPECT_EQ(receiver.outOfOrder, 0u);
-    EXPECT_GT(relay.dropped, 0u);
-    EXPECT_GT(relay.duplicated, 0u);
-    EXPECT_GT(relay.delayed, 0u);
-    EXPECT_GT(cb.retransmitted, 0u);
-    EXPECT_EQ(cb.sent, kCount);
-    EXPECT_EQ(cb.acked, kCount);
-    EXPECT_EQ(cb.outstanding + cb.held, 0u);
+    std::printf("[ relay    ] %llu retransmitted; dropped %llu, duplicated %llu, delayed %llu\n",
+                static_cast<unsigned long long>(cb.retransmitted),
+                static_cast<unsigned long long>(relay.dropped.load()),
+                static_cast<unsigned long long>(relay.duplicated.load()),
+                static_cast<unsigned long long>(relay.delayed.load()));
+    EXPECT_EQ(W({receiver.delivered, receiver.outOfOrder}), (W{kCount, 0}));
+    // The relay did all it was meant to, and the queue had to make up for it.
+    EXPECT_TRUE(relay.dropped && relay.duplicated && relay.delayed && cb.retransmitted);
+    EXPECT_EQ(W({uint32_t(cb.sent), uint32_t(cb.acked), cb.outstanding + cb.held}),
+              (W{kCount, kCount, 0}));
     ASSERT_EQ(qelSwpQueueRemove(h), 0);
-    EXPECT_EQ(gReleased, 0);  // every buffer came back through its acknowledgement
-    EXPECT_EQ(gLedger.allocated, kCount);
-    EXPECT_EQ(gLedger.liveCount(), 0u);
-    EXPECT_EQ(gLedger.bad, 0u);
+    // Every buffer came back once, through its acknowledgement.
+    EXPECT_EQ(W({uint32_t(gReleased), uint32_t(gLedger.allocated), uint32_t(gLedger.liveCount()),
+                 uint32_t(gLedger.bad)}),
+              (W{0, kCount, 0, 0}));
 }
 
 }  // namespace
