@@ -1,33 +1,34 @@
 // Host IPC: endpoints, validation of received datagrams, routing of sends and replies,
-// send-and-wait, and the debug shell served on a request queue.
+// send-and-wait, the run directory's policy, and the debug shell served on a request queue.
 
-#include <sys/socket.h>
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cstdlib>
-#include <fstream>
-#include <functional>
 #include <cstring>
+#include <functional>
 #include <thread>
 
 #include "platform/codec.h"
-#include "platform/files.h"
 #include "platform/ipc.h"
 #include "platform/shell.h"
 #include "support/rundir.h"
+#include "support/wire.h"
 
 namespace vorn {
 namespace {
 
 using test::PlatformTest;
+using W = std::vector<uint32_t>;
 
 // A 60-byte header plus body, with mlen and the target filled in.
-std::array<uint8_t, 256> makeMsg(uint32_t mtype, uint32_t len, int dstSvc, int dstInst) {
-    std::array<uint8_t, 256> m{};
+std::vector<uint8_t> makeMsg(uint32_t mtype, uint32_t len, int dstSvc, int dstInst) {
+    std::vector<uint8_t> m(256);
     be::Writer w(m.data(), m.size());
     w.u32(ipc::kOffMlen, len);
     w.u32(ipc::kOffMtype, mtype);
@@ -35,13 +36,14 @@ std::array<uint8_t, 256> makeMsg(uint32_t mtype, uint32_t len, int dstSvc, int d
     return m;
 }
 
-// Sends raw bytes to a socket path from an unbound socket, bypassing the host library.
-void sendRaw(const std::string& path, const void* data, size_t len) {
+// A datagram of the first len bytes of m, sent from an unbound socket to a socket path,
+// bypassing the host library.
+void sendRaw(const std::string& path, const std::vector<uint8_t>& m, size_t len) {
     int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
     sockaddr_un a{};
     a.sun_family = AF_UNIX;
     std::strncpy(a.sun_path, path.c_str(), sizeof(a.sun_path) - 1);
-    ASSERT_EQ(sendto(fd, data, len, 0, reinterpret_cast<sockaddr*>(&a), sizeof(a)),
+    ASSERT_EQ(sendto(fd, m.data(), len, 0, reinterpret_cast<sockaddr*>(&a), sizeof(a)),
               static_cast<ssize_t>(len));
     close(fd);
 }
@@ -52,31 +54,25 @@ TEST_F(IpcTest, MalformedDatagramsAreDroppedAndCounted) {
     QelKey mgr = qelIpcTmrOpen(226, 0);
     ASSERT_GT(mgr, 0);
     std::string path = host::queuePath(226, 0, 1);
-
     auto good = makeMsg(6001, 100, 226, 0);
     be::Writer(good.data(), good.size()).u32(ipc::kOffMagic, ipc::kMagic);
-    auto badMagic = good;
+    auto badMagic = good, badLen = good;
     be::Writer(badMagic.data(), badMagic.size()).u32(ipc::kOffMagic, 0x12345678);
-    auto badLen = good;
     be::Writer(badLen.data(), badLen.size()).u32(ipc::kOffMlen, 99);
-
-    sendRaw(path, good.data(), 59);      // shorter than a header
-    sendRaw(path, badMagic.data(), 100);  // wrong magic
-    sendRaw(path, badLen.data(), 100);    // length word says 99
-    sendRaw(path, good.data(), 100);      // the only good one
+    sendRaw(path, good, 59);       // shorter than a header
+    sendRaw(path, badMagic, 100);  // wrong magic
+    sendRaw(path, badLen, 100);    // length word says 99
+    sendRaw(path, good, 100);      // the only good one
 
     std::array<uint8_t, 8192> buf{};
     int fd = Key_getReqQueue(mgr);
     std::vector<int> results;
-    for (int i = 0; i < 4; ++i) results.push_back(qelIpcRecv(fd, buf.data(), 8192, 0, 0, 0));
-    EXPECT_EQ(results, (std::vector<int>{-1, -1, -1, 100}));
-    EXPECT_EQ(qelIpcRecv(fd, buf.data(), 8192, 0, 0, 0), -1) << "nothing left";
-
+    for (int i = 0; i < 5; ++i) results.push_back(qelIpcRecv(fd, buf.data(), 8192, 0, 0, 0));
+    EXPECT_EQ(results, (std::vector<int>{-1, -1, -1, 100, -1}));
     host::IpcStats s = host::ipcStats();
-    EXPECT_EQ(s.droppedShort, 1u);
-    EXPECT_EQ(s.droppedMagic, 1u);
-    EXPECT_EQ(s.droppedLength, 1u);
-    EXPECT_EQ(s.received, 1u);
+    EXPECT_EQ(W({uint32_t(s.droppedShort), uint32_t(s.droppedMagic), uint32_t(s.droppedLength),
+                 uint32_t(s.received)}),
+              (W{1, 1, 1, 1}));
 }
 
 TEST_F(IpcTest, SendRoutesByTargetAndReplyReturnsToSource) {
@@ -84,49 +80,27 @@ TEST_F(IpcTest, SendRoutesByTargetAndReplyReturnsToSource) {
     QelKey cli = qelIpcTmrOpen(40, 7);
     ASSERT_GT(mgr, 0);
     ASSERT_GT(cli, 0);
-
     auto req = makeMsg(6001, 120, 226, 0);
     be::Writer(req.data(), req.size()).u32(64, 0xabcd);
     ASSERT_EQ(qelIpcSend(cli, req.data(), 120), 0);
 
-    std::array<uint8_t, 8192> buf{};
+    std::vector<uint8_t> buf(8192);
     ASSERT_EQ(qelIpcRecvWait(Key_getReqQueue(mgr), buf.data(), 8192, 1000), 120);
-    be::Reader rd(buf.data(), 120);
-    EXPECT_EQ(rd.u32(ipc::kOffMagic), ipc::kMagic);
-    EXPECT_EQ(rd.u32(ipc::kOffFlags) & ipc::kFlagReply, 0u);
-    EXPECT_EQ(rd.u32(ipc::kOffPid), static_cast<uint32_t>(getpid()));
-    EXPECT_EQ(rd.u32(64), 0xabcdu);
+    buf.resize(120);
+    // Magic, no reply flag, the sender's pid, the body as sent.
+    EXPECT_EQ(test::words(buf, {ipc::kOffMagic, ipc::kOffFlags, ipc::kOffPid, 64}),
+              (W{ipc::kMagic, 0, static_cast<uint32_t>(getpid()), 0xabcd}));
 
     // The reply goes to the source address even though its target words are not changed.
     be::Writer(buf.data(), 120).u32(64, 0x1234);
     ASSERT_EQ(qelIpcReply(mgr, buf.data(), 120), 0);
-    std::array<uint8_t, 8192> back{};
+    std::vector<uint8_t> back(8192);
     ASSERT_EQ(qelIpcRecvWait(Key_getReqQueue(cli), back.data(), 8192, 1000), 120);
-    EXPECT_EQ(be::Reader(back.data(), 120).u32(64), 0x1234u);
-    EXPECT_EQ(be::Reader(back.data(), 120).u32(ipc::kOffFlags) & ipc::kFlagReply, 1u);
+    EXPECT_EQ(test::words(back, {64, ipc::kOffFlags}), (W{0x1234, ipc::kFlagReply}));
 
     // A send to a service nobody opened fails at once.
     auto lost = makeMsg(6001, 80, 138, 0);
     EXPECT_EQ(qelIpcSend(cli, lost.data(), 80), -1);
-}
-
-// A responder thread that answers send-and-wait requests in place, optionally sending a
-// stale answer (another exchange id) first.
-void answerOnce(QelKey key, bool staleFirst, int delayMs) {
-    std::array<uint8_t, 8192> buf{};
-    int n = qelIpcRecvWait(Key_getReqQueue(key), buf.data(), 8192, 3000);
-    if (n < 0) return;
-    std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
-    be::Writer w(buf.data(), static_cast<size_t>(n));
-    if (staleFirst) {
-        uint32_t xid = w.reader().u32(ipc::kOffXid);
-        w.u32(ipc::kOffXid, xid + 1000);
-        w.u32(64, 0xdead);
-        qelIpcReply(key, buf.data(), n);
-        w.u32(ipc::kOffXid, xid);
-    }
-    w.u32(64, 7);
-    qelIpcReply(key, buf.data(), n);
 }
 
 TEST_F(IpcTest, SendWaitMatchesExchangeAndTimesOut) {
@@ -134,45 +108,54 @@ TEST_F(IpcTest, SendWaitMatchesExchangeAndTimesOut) {
     QelKey l2pm = qelIpcTmrOpen(166, 0);
     ASSERT_GT(mgr, 0);
     ASSERT_GT(l2pm, 0);
-
-    struct Case {
-        const char* name;
-        bool staleFirst;
-        int delayMs;
-        int wait;  // in 100 ms
-        int rc;
-        uint32_t answer;
-    } cases[] = {
-        {"plain answer", false, 0, 10, 0, 7},
-        {"stale answer discarded", true, 0, 10, 0, 7},
-        {"answer after the wait", false, 300, 1, -1, 0},
+    // Answers one request in place with 7 at 64; a stale answer (another exchange id) goes
+    // first when asked, and the answer waits for `go` when it is given.
+    auto answerOnce = [l2pm](bool staleFirst, std::atomic<bool>* go) {
+        std::array<uint8_t, 8192> buf{};
+        int n = qelIpcRecvWait(Key_getReqQueue(l2pm), buf.data(), 8192, 3000);
+        if (n < 0) return;
+        while (go != nullptr && !*go) std::this_thread::yield();
+        be::Writer w(buf.data(), static_cast<size_t>(n));
+        if (staleFirst) {
+            uint32_t xid = w.reader().u32(ipc::kOffXid);
+            w.u32(ipc::kOffXid, xid + 1000);
+            w.u32(64, 0xdead);
+            qelIpcReply(l2pm, buf.data(), n);
+            w.u32(ipc::kOffXid, xid);
+        }
+        w.u32(64, 7);
+        qelIpcReply(l2pm, buf.data(), n);
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        std::thread responder(answerOnce, l2pm, c.staleFirst, c.delayMs);
+    for (bool staleFirst : {false, true}) {
+        SCOPED_TRACE(staleFirst ? "stale answer first" : "plain answer");
+        uint64_t stale = host::ipcStats().droppedStaleReply;
+        std::thread responder(answerOnce, staleFirst, nullptr);
         auto msg = makeMsg(18401, 124, 166, 0);
-        uint64_t staleBefore = host::ipcStats().droppedStaleReply;
-        EXPECT_EQ(qelIpcSendWait(mgr, msg.data(), 124, c.wait, 18401, 0), c.rc);
-        if (c.rc == 0) {
-            EXPECT_EQ(be::Reader(msg.data(), 124).u32(64), c.answer);
-        }
+        EXPECT_EQ(qelIpcSendWait(mgr, msg.data(), 124, 10, 18401, 0), 0);
+        EXPECT_EQ(be::Reader(msg.data(), 124).u32(64), 7u);
         responder.join();
-        if (c.staleFirst) {
-            EXPECT_EQ(host::ipcStats().droppedStaleReply, staleBefore + 1);
-        }
-        if (c.rc != 0) {
-            // The late answer of the timed-out exchange must not satisfy the next one.
-            std::thread next(answerOnce, l2pm, false, 0);
-            auto again = makeMsg(18401, 124, 166, 0);
-            EXPECT_EQ(qelIpcSendWait(mgr, again.data(), 124, 10, 18401, 0), 0);
-            EXPECT_EQ(be::Reader(again.data(), 124).u32(64), 7u);
-            next.join();
-            EXPECT_GE(host::ipcStats().droppedStaleReply, staleBefore + 1);
-        }
+        EXPECT_EQ(host::ipcStats().droppedStaleReply, stale + (staleFirst ? 1 : 0));
     }
+
+    // An answer that comes after the wait (100 ms) fails the exchange, and must not satisfy
+    // the next one.
+    std::atomic<bool> timedOut{false};
+    std::thread late(answerOnce, false, &timedOut);
+    auto msg = makeMsg(18401, 124, 166, 0);
+    EXPECT_EQ(qelIpcSendWait(mgr, msg.data(), 124, 1, 18401, 0), -1);
+    timedOut = true;
+    late.join();
+    uint64_t stale = host::ipcStats().droppedStaleReply;
+    std::thread next(answerOnce, false, nullptr);
+    auto again = makeMsg(18401, 124, 166, 0);
+    EXPECT_EQ(qelIpcSendWait(mgr, again.data(), 124, 10, 18401, 0), 0);
+    EXPECT_EQ(be::Reader(again.data(), 124).u32(64), 7u);
+    next.join();
+    EXPECT_EQ(host::ipcStats().droppedStaleReply, stale + 1);
+
     // No responder at all: the send itself fails at once.
-    auto msg = makeMsg(18403, 124, 138, 0);
-    EXPECT_EQ(qelIpcSendWait(mgr, msg.data(), 124, 50, 18403, 0), -1);
+    auto none = makeMsg(18403, 124, 138, 0);
+    EXPECT_EQ(qelIpcSendWait(mgr, none.data(), 124, 50, 18403, 0), -1);
 }
 
 TEST_F(IpcTest, LiveEndpointIsNotStolenButStaleOneIsReplaced) {
@@ -196,104 +179,64 @@ TEST_F(IpcTest, LiveEndpointIsNotStolenButStaleOneIsReplaced) {
     EXPECT_NE(access(host::queuePath(226, 0, 1).c_str(), F_OK), 0) << "socket unlinked";
 }
 
-TEST_F(IpcTest, PeerAddressesFollowTheRunDirectory) {
-    uint32_t out = 0;
-    EXPECT_EQ(qel_tmeGetPeerIpAddrByName(227, 3, &out), 0xFFFFFFFFu);
-    EXPECT_EQ(out, 0xFFFFFFFFu);
-    ASSERT_GT(qelIpcTmrOpen(227, 3), 0);
-    ASSERT_GT(qelIpcTmrOpen(166, 0), 0);
-    EXPECT_EQ(qel_tmeGetPeerIpAddrByName(227, 3, &out), 0x7F000103u);
-    EXPECT_EQ(qel_tmeGetPeerIpAddrByName(166, 0, &out), 0x7F000001u);
-    EXPECT_EQ(qel_getQueueId(227, 3, 1), (227u << 20) | (3u << 4) | 1u);
-}
-
 TEST(RunDirTest, RefusesWhatAnotherUserCouldSubvert) {
     char tmpl[] = "/tmp/vorn-test-XXXXXX";
     ASSERT_NE(mkdtemp(tmpl), nullptr);
     const std::string base = tmpl;
+    auto dir = [&](const char* name, mode_t mode) {
+        mkdir((base + name).c_str(), 0700);
+        chmod((base + name).c_str(), mode);
+        return base + name;
+    };
     struct Case {
         const char* name;
         std::function<std::string()> make;  // returns the run directory to try
         const char* refusal;                // null: accepted
     } cases[] = {
-        {"private directory", [&] { mkdir((base + "/ok").c_str(), 0700); return base + "/ok"; },
-         nullptr},
+        {"private directory", [&] { return dir("/ok", 0700); }, nullptr},
         {"absent: created", [&] { return base + "/fresh"; }, nullptr},
-        {"group-writable",
-         [&] {
-             mkdir((base + "/g").c_str(), 0700);
-             chmod((base + "/g").c_str(), 0770);
-             return base + "/g";
-         },
-         "is writable by other users"},
-        {"writable by others",
-         [&] {
-             mkdir((base + "/o").c_str(), 0700);
-             chmod((base + "/o").c_str(), 0707);
-             return base + "/o";
-         },
-         "is writable by other users"},
+        {"group-writable", [&] { return dir("/g", 0770); }, "is writable by other users"},
+        {"writable by others", [&] { return dir("/o", 0707); }, "is writable by other users"},
         {"symbolic link to a private directory",
          [&] {
              symlink((base + "/ok").c_str(), (base + "/link").c_str());
              return base + "/link";
          },
          "is a symbolic link"},
-        {"a file", [&] { close(creat((base + "/file").c_str(), 0600)); return base + "/file"; },
-         "is not a directory"},
+        {"a file",
+         [&] {
+             close(creat((base + "/file").c_str(), 0600));
+             return base + "/file";
+         },
+         "exists and is not a directory"},
         {"owned by another user",
          [&] {
-             mkdir((base + "/foreign").c_str(), 0700);
              // Only root can give a directory away; elsewhere the case checks nothing new.
-             if (chown((base + "/foreign").c_str(), 65534, 65534) != 0) return base + "/ok";
-             return base + "/foreign";
+             std::string d = dir("/foreign", 0700);
+             return chown(d.c_str(), 65534, 65534) == 0 ? d : base + "/ok";
          },
          geteuid() == 0 ? "belongs to user 65534" : nullptr},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        std::string dir = c.make();
+        std::string path = c.make();
         std::string err;
-        bool ok = host::setRunDir(dir, &err);
-        if (c.refusal == nullptr) {
-            EXPECT_TRUE(ok) << err;
+        bool ok = host::setRunDir(path, &err);
+        EXPECT_EQ(ok, c.refusal == nullptr) << err;
+        if (ok) {
             struct stat st {};
-            ASSERT_EQ(lstat(dir.c_str(), &st), 0);
+            ASSERT_EQ(lstat(path.c_str(), &st), 0);
             EXPECT_EQ(st.st_mode & 0777, 0700u);
         } else {
-            EXPECT_FALSE(ok);
-            EXPECT_NE(err.find("run directory " + dir + " " ), std::string::npos) << err;
-            EXPECT_NE(err.find(c.refusal), std::string::npos) << err;
+            EXPECT_NE(err.find("run directory " + path + " " + c.refusal), std::string::npos)
+                << err;
         }
     }
-    std::string cleanup = "rm -rf " + base;
-    ASSERT_EQ(std::system(cleanup.c_str()), 0);
-}
-
-TEST(RunDirTest, AtomicWriteReplacesWholeOrNothing) {
-    char tmpl[] = "/tmp/vorn-test-XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    const std::string path = std::string(tmpl) + "/running-config";
-    std::string err;
-    ASSERT_TRUE(host::writeFileAtomic(path, "old\r\n", &err)) << err;
-    ASSERT_TRUE(host::writeFileAtomic(path, "new line\r\n", &err)) << err;
-    std::ifstream in(path);
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(text, "new line\r\n");
-    struct stat st {};
-    ASSERT_EQ(stat(path.c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0600u);
-    // A write that cannot happen leaves the file as it was and says where it failed.
-    EXPECT_FALSE(host::writeFileAtomic(std::string(tmpl) + "/no/such/file", "x", &err));
-    EXPECT_NE(err.find("/no/such/file"), std::string::npos) << err;
-    std::string cleanup = "rm -rf " + std::string(tmpl);
-    ASSERT_EQ(std::system(cleanup.c_str()), 0);
+    ASSERT_EQ(std::system(("rm -rf " + base).c_str()), 0);
 }
 
 uint32_t gTestFlag = 0;
-int gLastArg = 0;
 int printArgs(int a, int b) {
-    gLastArg = a;
     std::printf("a=%d b=%d\r\n", a, b);
     return 0;
 }
@@ -318,10 +261,9 @@ TEST_F(IpcTest, ShellServesFunctionsGlobalsAndUnknownNames) {
             EXPECT_EQ(n, -1) << "a shell line leaked to the owner";
         }
     });
-
     struct Case {
         const char* line;
-        std::string expect;
+        const char* expect;
     } cases[] = {
         {"printArgs 5 0x10", "a=5 b=16\r\n"},
         {"noSuchThing 1", "unknown command: noSuchThing\n"},
@@ -335,17 +277,15 @@ TEST_F(IpcTest, ShellServesFunctionsGlobalsAndUnknownNames) {
         EXPECT_EQ(out, c.expect) << c.line;
     }
     EXPECT_EQ(gTestFlag, 3u);
-    EXPECT_EQ(gLastArg, 5);
-
+    // An answer of many messages comes back whole.
+    const std::string last = "line 1999 of the big output\r\n";
     std::string big;
     ASSERT_TRUE(shell::query(cli, 226, 0, "bigOutput", &big));
-    EXPECT_EQ(big.size(), 2000u * std::strlen("line 0000 of the big output\r\n"));
-    const std::string last = "line 1999 of the big output\r\n";
-    EXPECT_EQ(big.substr(big.size() - last.size()), last);
-
-    std::string mem;
-    ASSERT_TRUE(shell::query(cli, 226, 0, "qelIpcStats", &mem));
-    EXPECT_NE(mem.find("shell requests"), std::string::npos);
+    EXPECT_EQ(big.size(), 2000 * last.size());
+    EXPECT_TRUE(big.ends_with(last));
+    std::string stats;
+    ASSERT_TRUE(shell::query(cli, 226, 0, "qelIpcStats", &stats));
+    EXPECT_NE(stats.find("shell requests"), std::string::npos);
     stop = true;
     owner.join();
 }
