@@ -31,11 +31,11 @@ std::vector<uint32_t> walk(std::span<const uint8_t> b, uint32_t nbits) {
 }
 
 TEST(BitmapTest, BitNumberingIsWireOrder) {
+    // Bits 0 and 7; bit 8; bit 31, the low bit of the first big-endian word; bit 32, the
+    // high bit of the second.
     Vlans b = withBits({0, 7, 8, 31, 32});
-    EXPECT_EQ(b[0], 0x81);  // bits 0 and 7
-    EXPECT_EQ(b[1], 0x80);  // bit 8
-    EXPECT_EQ(b[3], 0x01);  // bit 31: low bit of the first big-endian word
-    EXPECT_EQ(b[4], 0x80);  // bit 32: high bit of the second word
+    EXPECT_EQ(std::vector<uint8_t>(b.begin(), b.begin() + 6),
+              (std::vector<uint8_t>{0x81, 0x80, 0x00, 0x01, 0x80, 0x00}));
 }
 
 TEST(BitmapTest, ScanFindsEverySingleBitAndWalksInOrder) {
@@ -90,12 +90,10 @@ TEST(BitmapTest, EmptyAndAndDiff) {
     std::array<uint8_t, 4> small{};
     std::memset(dst.data(), 0xFF, dst.size());
     BITMAP_AND_BITMAPS(dst, std::span<const uint8_t>(a).first(2), b);
-    EXPECT_EQ(dst[0], a[0] & b[0]);
-    EXPECT_EQ(dst[1], a[1] & b[1]);
-    EXPECT_EQ(dst[2], 0xFF);
+    EXPECT_EQ(std::vector<uint8_t>(dst.begin(), dst.begin() + 3),
+              (std::vector<uint8_t>{uint8_t(a[0] & b[0]), uint8_t(a[1] & b[1]), 0xFF}));
     BITMAP_DIFF_BITMAPS(small, a, b);
-    EXPECT_EQ(small[0], 0x40);  // bit 1
-    EXPECT_EQ(small[1], 0x00);
+    EXPECT_EQ(small, (std::array<uint8_t, 4>{0x40, 0, 0, 0}));  // bit 1
 }
 
 std::string vlanText(const Vlans& b, size_t len = 16384) {
@@ -134,12 +132,10 @@ TEST(VlanStringTest, RangesAndCommas) {
 
 TEST(VlanStringTest, ShortBufferStopsAtTheLastWholeEntry) {
     Vlans b = withBits({2, 5, 6, 7, 8, 9, 12});
-    EXPECT_EQ(vlanText(b, 9), "2,5-9,12");  // exactly fits with its NUL
-    EXPECT_EQ(vlanText(b, 8), "2,5-9");
-    EXPECT_EQ(vlanText(b, 6), "2,5-9");
-    EXPECT_EQ(vlanText(b, 5), "2");
-    EXPECT_EQ(vlanText(b, 2), "2");
-    EXPECT_EQ(vlanText(b, 1), "");
+    // 9: exactly fits with its NUL.
+    const std::pair<size_t, const char*> cases[] = {{9, "2,5-9,12"}, {8, "2,5-9"}, {6, "2,5-9"},
+                                                    {5, "2"},        {2, "2"},     {1, ""}};
+    for (auto [len, text] : cases) EXPECT_EQ(vlanText(b, len), text) << len;
     char untouched = '#';
     EXPECT_EQ(convertVlanBitMap2VlanString(b, &untouched, 0), 0);
     EXPECT_EQ(untouched, '#');

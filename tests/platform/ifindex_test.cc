@@ -67,19 +67,10 @@ TEST(IfIndexTest, RoundTripsEveryType) {
 }
 
 TEST(IfIndexTest, OutOfRangeOrUnknownIndexesAreNamedUnknown) {
-    const uint32_t cases[] = {
-        0x16000000,  // LAG 0
-        0x16000081,  // LAG 129
-        0x18000000,  // VLAN 0
-        0x18001000,  // VLAN 4096
-        0x07000100,  // type 7
-        0x00000000,  // type 0
-        0x0A0C0000,  // slot 12
-        0x0A004000,  // port 64
-        0x0A000101,  // low byte of a port index set
-        0x16010005,  // LAG with a slot byte
-    };
-    for (uint32_t ifIndex : cases) {
+    // LAG 0 and 129, VLAN 0 and 4096, types 7 and 0, slot 12, port 64, the low byte of a
+    // port's index set, a LAG with a slot byte.
+    for (uint32_t ifIndex : {0x16000000u, 0x16000081u, 0x18000000u, 0x18001000u, 0x07000100u,
+                             0x00000000u, 0x0A0C0000u, 0x0A004000u, 0x0A000101u, 0x16010005u}) {
         char want[32];
         std::snprintf(want, sizeof want, "Unknown(0x%08x)", ifIndex);
         EXPECT_EQ(shortName(ifIndex), want);
@@ -117,19 +108,18 @@ TEST(IfIndexTest, VlanListWalkStopsAtCountOrAtTheEndOfTheSpan) {
         0x18, 0x00, 0x0F, 0xFF,  // Vl 4095
         0xDE, 0xAD, 0xBE, 0xEF,  // past the count: not read
     };
-    EXPECT_EQ(walk(three), (std::vector<uint32_t>{0x1800000A, 0x18000014, 0x18000FFF}));
-
     const std::vector<uint8_t> overclaimed = {
         0x00, 0x00, 0x00, 0x05,  // count 5, but only two whole entries follow
         0x18, 0x00, 0x00, 0x01,  // Vl 1
         0x18, 0x00, 0x00, 0x02,  // Vl 2
         0x18, 0x00,              // half an entry
     };
-    EXPECT_EQ(walk(overclaimed), (std::vector<uint32_t>{0x18000001, 0x18000002}));
-
-    EXPECT_TRUE(walk({0, 0, 0, 0}).empty());
-    EXPECT_TRUE(walk({0, 0, 0}).empty());
-    EXPECT_TRUE(walk({}).empty());
+    using V = std::vector<uint32_t>;
+    EXPECT_EQ(walk(three), (V{0x1800000A, 0x18000014, 0x18000FFF}));
+    EXPECT_EQ(walk(overclaimed), (V{0x18000001, 0x18000002}));
+    for (const std::vector<uint8_t>& empty :
+         {std::vector<uint8_t>{0, 0, 0, 0}, std::vector<uint8_t>{0, 0, 0}, std::vector<uint8_t>{}})
+        EXPECT_TRUE(walk(empty).empty());
     uint32_t cursor = 0;
     EXPECT_EQ(ifmVlanIfListGetNextIfIndex(three, &cursor, nullptr), -1);
 }
@@ -138,7 +128,9 @@ struct ListDeleter {
     void operator()(IfmPhysLagIfList* l) const { ifmPhysLagIfListFree(l); }
 };
 using ListPtr = std::unique_ptr<IfmPhysLagIfList, ListDeleter>;
-ListPtr newList() { return ListPtr(ifmPhysLagIfListInit()); }
+ListPtr newList() {
+    return ListPtr(ifmPhysLagIfListInit());
+}
 
 std::vector<uint32_t> members(const IfmPhysLagIfList* list) {
     std::vector<uint32_t> out;
@@ -152,13 +144,12 @@ std::vector<uint32_t> members(const IfmPhysLagIfList* list) {
 TEST(PhysLagListTest, KeepsPortsAndLagsSortedAndRefusesOthers) {
     ListPtr list = newList();
     ASSERT_NE(list, nullptr);
-    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x16000005), 0);
-    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x0B010200), 0);
-    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x0A000100), 0);
-    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x0A000100), 0);  // already there
-    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x1800000A), -1);  // VLAN
-    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x01000000), -1);  // management
-    EXPECT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), 0x16000000), -1);  // LAG 0
+    // Po 5, Te 1/2, Gi 0/1 twice (already there), then a VLAN, the management port, LAG 0.
+    std::vector<int> added;
+    for (uint32_t ifIndex : {0x16000005u, 0x0B010200u, 0x0A000100u, 0x0A000100u, 0x1800000Au,
+                             0x01000000u, 0x16000000u})
+        added.push_back(ifmPhysLagIfListAddIfIndex(list.get(), ifIndex));
+    EXPECT_EQ(added, (std::vector<int>{0, 0, 0, 0, -1, -1, -1}));
     EXPECT_EQ(ifmPhysLagIfListCount(list.get()), 3);
     EXPECT_EQ(members(list.get()), (std::vector<uint32_t>{0x0A000100, 0x0B010200, 0x16000005}));
     EXPECT_EQ(ifmPhysLagIfListHasIfIndex(list.get(), 0x0B010200), 1);
@@ -166,43 +157,32 @@ TEST(PhysLagListTest, KeepsPortsAndLagsSortedAndRefusesOthers) {
     EXPECT_EQ(ifmPhysLagIfListGetNextIfIndex(list.get(), 0x16000005), 0u);
 }
 
-TEST(PhysLagListTest, CompressWritesCountEntriesAndZeroTail) {
+TEST(PhysLagListTest, CompressWritesCountEntriesAndZeroTailForAtMost81) {
     ListPtr list = newList();
     ifmPhysLagIfListAddIfIndex(list.get(), 0x16000005);
     ifmPhysLagIfListAddIfIndex(list.get(), 0x0A000100);
     std::vector<uint8_t> out(ifm::kCompressedListLen, 0xEE);
     ASSERT_EQ(ifmCompressPhyLagIFList(list.get(), out), 0);
-    const std::vector<uint8_t> head = {
+    std::vector<uint8_t> want = {
         0x00, 0x00, 0x00, 0x02,  // count 2
         0x0A, 0x00, 0x01, 0x00,  // Gi 0/1
         0x16, 0x00, 0x00, 0x05,  // Po 5
     };
-    EXPECT_TRUE(std::equal(head.begin(), head.end(), out.begin()));
-    EXPECT_TRUE(std::all_of(out.begin() + 12, out.end(), [](uint8_t b) { return b == 0; }));
-
-    ListPtr back = newList();
-    ASSERT_EQ(ifmDeCompressPhyLagIFList(out, back.get()), 0);
-    EXPECT_EQ(members(back.get()), members(list.get()));
-
+    want.resize(ifm::kCompressedListLen);  // the rest zero
+    EXPECT_EQ(out, want);
     std::vector<uint8_t> shortOut(ifm::kCompressedListLen - 1);
     EXPECT_EQ(ifmCompressPhyLagIFList(list.get(), shortOut), -1);
-}
 
-TEST(PhysLagListTest, CompressHoldsAtMost81Interfaces) {
-    ListPtr list = newList();
-    for (uint32_t port = 0; port < 64; ++port) {
-        ASSERT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), ifmCreateIfIndex(10, 0, port, 0)), 0);
-    }
-    for (uint32_t lag = 1; lag <= 17; ++lag) {
-        ASSERT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), ifmCreateIfIndex(22, 0, 0, lag)), 0);
-    }
-    std::vector<uint8_t> out(ifm::kCompressedListLen);
-    ASSERT_EQ(ifmCompressPhyLagIFList(list.get(), out), 0);  // exactly 81: fills all 328
+    // 81 interfaces fill all 328 bytes and come back in order; an 82nd does not fit.
+    for (uint32_t port = 0; port < 64; ++port)
+        ifmPhysLagIfListAddIfIndex(list.get(), ifmCreateIfIndex(10, 0, port, 0));
+    for (uint32_t lag = 1; lag <= 17; ++lag)
+        ifmPhysLagIfListAddIfIndex(list.get(), ifmCreateIfIndex(22, 0, 0, lag));
+    ASSERT_EQ(ifmPhysLagIfListCount(list.get()), 81);
+    ASSERT_EQ(ifmCompressPhyLagIFList(list.get(), out), 0);
     ListPtr back = newList();
     ASSERT_EQ(ifmDeCompressPhyLagIFList(out, back.get()), 0);
-    EXPECT_EQ(ifmPhysLagIfListCount(back.get()), 81);
     EXPECT_EQ(members(back.get()), members(list.get()));
-
     ASSERT_EQ(ifmPhysLagIfListAddIfIndex(list.get(), ifmCreateIfIndex(22, 0, 0, 18)), 0);
     EXPECT_EQ(ifmCompressPhyLagIFList(list.get(), out), -1);
 }
@@ -232,8 +212,7 @@ TEST(PhysLagListTest, DecompressRefusesBadInputAndLeavesListAlone) {
         0x18, 0x00, 0x00, 0x0A,  // Vl 10: not a port or LAG
     };
     EXPECT_EQ(ifmDeCompressPhyLagIFList(withVlan, list.get()), -1);
-    EXPECT_EQ(ifmDeCompressPhyLagIFList(std::span<const uint8_t>(truncated).first(3),
-                                        list.get()),
+    EXPECT_EQ(ifmDeCompressPhyLagIFList(std::span<const uint8_t>(truncated).first(3), list.get()),
               -1);
     EXPECT_EQ(members(list.get()), (std::vector<uint32_t>{0x0A000200}));
 
