@@ -8,7 +8,14 @@
 
 #include "platform/codec.h"
 #include "platform/ipc.h"
-#include "task/handlers.h"
+#include "agent/agent.h"
+#include "config/config.h"
+#include "ifm/ifm.h"
+#include "loop/loop.h"
+#include "peer/peer.h"
+#include "show/show.h"
+#include "task/register.h"
+#include "task/swpq.h"
 #include "task/pools.h"
 #include "task/tcb.h"
 

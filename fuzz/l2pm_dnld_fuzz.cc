@@ -11,7 +11,13 @@
 #include "fuzz_support.h"
 #include "platform/codec.h"
 #include "ringdb/ringdb.h"
-#include "task/handlers.h"
+#include "config/config.h"
+#include "ifm/ifm.h"
+#include "loop/loop.h"
+#include "peer/peer.h"
+#include "show/show.h"
+#include "task/register.h"
+#include "task/swpq.h"
 #include "task/msgtypes.h"
 
 namespace {

@@ -40,6 +40,14 @@ static_assert(vorn::rcfg::kRingNone == VORN_RING_ACTION_NONE &&
               vorn::rcfg::kRingRestart == VORN_RING_ACTION_RESTART &&
               vorn::rcfg::kRingStop == VORN_RING_ACTION_STOP);
 
+// Handlers of the agents' messages and of the card events, as the dispatch hands them over.
+int vornProcVornaRegMsg(uint8_t* msg);
+int vornProcMsgFromAgt(uint8_t* msg);
+int vornEventCardUp(uint8_t* msg);
+int vornEventCardDown(uint8_t* msg);
+// Start-up and card-up hook of the platform's agent creation; always 0.
+int vornCreateAgent();
+
 // Agent registration and the download bracket. vornProcVornaRegMsg returns 0, or -1 when the
 // slot is not one of the chassis or the queue to the agent could not be made; the bracket
 // senders return 0, or -1 when no buffer could be had.
@@ -77,7 +85,20 @@ int vornFillAndSendIfInfo(int slot, const uint8_t* record, const uint8_t* vlanBi
 // Queues the records of every VLAN, then every port, for one agent. Returns 0.
 int vornDnldIfInfoToAgt(int slot);
 
+// Debug settings for the agents.
+// The slot's pending debug buffer with room for one more record (a full one is sent first),
+// or null when no buffer could be had.
+uint8_t* vornGetDbgPendBufToFill(int slot);
+// Queues one record with every debug setting of the ring that is on, for the agent of its
+// designated line card; the record goes even when no setting is on. Returns 0, or -1 when the
+// ring has no designated line card or no buffer could be had.
+int vornSendDbgMsgOnLCUp(VornRingEntry* ring, uint16_t ringId);
+
 // Ring ownership.
+// Starts a ring that did not run before a change (ranBefore false) and is ready after it:
+// the manager takes its ports while the secondary interface is not ready, else the agents
+// are told to start it. The one place where a change of ports or VLANs starts a ring.
+void vornStartRingIfNowReady(VornRingEntry* ring, bool ranBefore);
 void vornTakeRingOwnerShip(VornRingEntry* ring);
 void vornRelinquishRingOwnerShip(VornRingEntry* ring);
 int vornUpdateRingOwnership(uint16_t ringId, uint32_t action, uint32_t flags,

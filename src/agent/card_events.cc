@@ -5,9 +5,9 @@
 #include <cstdio>
 
 #include "agent/agent.h"
-#include "config/readiness.h"
+#include "ringdb/readiness.h"
 #include "l2pm/l2pm.h"
-#include "task/handlers.h"
+#include "task/swpq.h"
 #include "task/msg.h"
 #include "task/msgtypes.h"
 #include "task/trace.h"

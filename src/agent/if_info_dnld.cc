@@ -27,7 +27,7 @@
 #include "platform/bitmap.h"
 #include "platform/codec.h"
 #include "platform/ifindex.h"
-#include "task/handlers.h"
+#include "task/swpq.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/trace.h"

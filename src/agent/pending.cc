@@ -8,7 +8,7 @@
 #include "agent/agent.h"
 #include "l2pm/l2pm.h"
 #include "platform/codec.h"
-#include "task/handlers.h"
+#include "task/swpq.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/trace.h"
@@ -16,9 +16,6 @@
 std::array<uint8_t*, VORN_MAX_SLOTS> gapVornAgtBuf{};
 std::array<uint8_t*, VORN_MAX_SLOTS> gapVornIfDnldBuf{};
 std::array<uint8_t*, VORN_MAX_SLOTS> gapVornDbgDnldBuf{};
-uint8_t* gpVornL2PmInstPortOwnBuf = nullptr;
-uint8_t* gpVornL2PmPortStateBuf = nullptr;
-uint8_t* gpVornL2PmFlushBuf = nullptr;
 std::array<int32_t, VORN_MAX_SLOTS> gVornActiveLineCards{};
 
 namespace {

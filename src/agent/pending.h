@@ -5,16 +5,13 @@
 #include <array>
 #include <cstdint>
 
+#include "l2pm/l2pm.h"
 #include "task/tcb.h"
 
 // Per slot: ring configuration, interface information and debug settings.
 extern std::array<uint8_t*, VORN_MAX_SLOTS> gapVornAgtBuf;
 extern std::array<uint8_t*, VORN_MAX_SLOTS> gapVornIfDnldBuf;
 extern std::array<uint8_t*, VORN_MAX_SLOTS> gapVornDbgDnldBuf;
-// L2PM: instance port ownership, port states, flushes.
-extern uint8_t* gpVornL2PmInstPortOwnBuf;
-extern uint8_t* gpVornL2PmPortStateBuf;
-extern uint8_t* gpVornL2PmFlushBuf;
 
 // 1: an agent on that slot has registered and its SWP queue exists.
 extern std::array<int32_t, VORN_MAX_SLOTS> gVornActiveLineCards;
@@ -28,14 +25,5 @@ inline constexpr uint32_t VORN_RING_CFG_REC_LEN = 544;
 inline constexpr size_t VORN_DBG_COUNT_OFF = 128;
 inline constexpr uint32_t VORN_DBG_BASE_LEN = 132;
 inline constexpr uint32_t VORN_DBG_REC_LEN = 116;
-inline constexpr size_t VORN_L2PM_INST_COUNT_OFF = 124;
-inline constexpr uint32_t VORN_L2PM_INST_BASE_LEN = 128;
-inline constexpr uint32_t VORN_L2PM_INST_REC_LEN = 8;
-inline constexpr size_t VORN_L2PM_PS_COUNT_OFF = 256;
-inline constexpr uint32_t VORN_L2PM_PS_BASE_LEN = 260;
-inline constexpr uint32_t VORN_L2PM_PS_REC_LEN = 1032;
-inline constexpr size_t VORN_L2PM_FLUSH_COUNT_OFF = 256;
-inline constexpr uint32_t VORN_L2PM_FLUSH_BASE_LEN = 260;
-inline constexpr uint32_t VORN_L2PM_FLUSH_REC_LEN = 24;
 
 int vornFlushPendingMsgs();

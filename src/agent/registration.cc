@@ -9,8 +9,7 @@
 #include "platform/chassis.h"
 #include "platform/ipc.h"
 #include "ringdb/ringdb.h"
-#include "show/show.h"
-#include "task/handlers.h"
+#include "task/swpq.h"
 #include "task/msg.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
@@ -55,6 +54,9 @@ int sendBracket(const char* fn, uint32_t mtype, const char* sentFmt, int slot) {
 }
 
 }  // namespace
+
+// The platform starts a card's agent itself; the manager keeps this as its hook.
+int vornCreateAgent() { return 0; }
 
 int vornSendStartCfgMsg(int slot) {
     return sendBracket("vornSendStartCfgMsg", vorn::agt::kMtStartCfg,

@@ -6,7 +6,7 @@
 
 #include "agent/agent.h"
 #include "platform/codec.h"
-#include "task/handlers.h"
+#include "task/swpq.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/trace.h"

@@ -2,7 +2,7 @@
 // ring action), the change sent to every agent, and the full download to one agent.
 
 #include "agent/agent.h"
-#include "config/readiness.h"
+#include "ringdb/readiness.h"
 #include "task/trace.h"
 
 uint32_t vornUtilGetRingAction(uint16_t ringId, uint32_t action, uint32_t flags,

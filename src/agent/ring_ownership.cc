@@ -3,7 +3,7 @@
 // its essential configuration goes, the ports go back to disabled for the agent to decide.
 
 #include "agent/agent.h"
-#include "config/readiness.h"
+#include "ringdb/readiness.h"
 #include "l2pm/l2pm.h"
 #include "task/trace.h"
 
@@ -108,4 +108,13 @@ int vornUpdateRingOwnership(uint16_t ringId, uint32_t action, uint32_t flags,
         if (oldRingConfStatus == 1 && ring->isSecReady == 0) vornRelinquishRingOwnerShip(ring);
     }
     return 0;
+}
+
+void vornStartRingIfNowReady(VornRingEntry* ring, bool ranBefore) {
+    if (ring == nullptr || ranBefore || vornRingIsReady(ring->u2RingId) != 1) return;
+    if (ring->isSecReady != 1) {
+        vornTakeRingOwnerShip(ring);
+    } else {
+        vornSendRingEnableMsgToAgt(ring);
+    }
 }

@@ -12,7 +12,7 @@
 
 #include "platform/codec.h"
 #include "platform/shell.h"
-#include "sim/control_wire.h"
+#include "wire/simctl.h"
 
 namespace vorn::cli {
 namespace {

@@ -112,7 +112,7 @@ int Cli::configure(const nm::ConfigRequest& req) {
         err_ << "% Error: " << a.error << "\n";
         return kExitFailed;
     }
-    if (a.reply.status != kStatusOk) {
+    if (a.reply.status != nm::kStatusOk) {
         err_ << "% Error: " << statusSentence(a.reply.status, req) << "\n";
         return kExitFailed;
     }

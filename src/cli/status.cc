@@ -4,6 +4,8 @@
 #include "cli/vlan_list.h"
 
 namespace vorn::cli {
+
+using namespace vorn::nm;
 namespace {
 
 std::string ring(const nm::ConfigRequest& req) {

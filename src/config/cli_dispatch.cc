@@ -7,7 +7,8 @@
 #include "config/config.h"
 #include "platform/ipc.h"
 #include "show/show.h"
-#include "task/handlers.h"
+#include "agent/agent.h"
+#include "task/swpq.h"
 #include "task/msg.h"
 #include "task/tcb.h"
 #include "task/trace.h"
@@ -15,8 +16,8 @@
 namespace {
 
 bool vornIsShowRequest(uint32_t type) {
-    return type == VORN_CLI_SHOW_SUMMARY || type == VORN_CLI_SHOW_DETAIL ||
-           type == VORN_CLI_SHOW_MEMBER_VLANS;
+    return type == vorn::nm::kTypeShowSummary || type == vorn::nm::kTypeShowDetail ||
+           type == vorn::nm::kTypeShowMemberVlans;
 }
 
 }  // namespace
@@ -26,7 +27,7 @@ int vornProcessCliMsg(uint8_t* msg) {
     // The type is read within the message as received; a show request is the show
     // handler's to check and answer.
     const vorn::be::Reader received = vornMsgReader(msg);
-    const uint32_t type = received.u32(VORN_CLI_MSG_TYPE_OFF);
+    const uint32_t type = received.u32(vorn::nm::kOffType);
     if (vornIsShowRequest(type)) {
         vorn::cfg::reqSetStatus(msg, 0);
         VORN_DBG("%s \r\n", __func__);
@@ -34,46 +35,46 @@ int vornProcessCliMsg(uint8_t* msg) {
     }
     // Every other request carries the full 1024 bytes: the reply sends them all back, and
     // a shorter one would be read from what an earlier message left in the buffer.
-    if (received.size() < VORN_CLI_REQ_LEN) {
+    if (received.size() < vorn::nm::kLen) {
         VORN_ERR("%s: request type %u of %zu bytes, shorter than %zu, dropped\r\n", __func__, type,
-                 received.size(), VORN_CLI_REQ_LEN);
+                 received.size(), vorn::nm::kLen);
         return -1;
     }
 
     vorn::cfg::reqSetStatus(msg, 0);
     VORN_DBG("%s \r\n", __func__);
     switch (type) {
-        case VORN_CLI_PROTO:
+        case vorn::nm::kTypeProto:
             vornProcessProtoVorn(msg);
             break;
-        case VORN_CLI_DESC:
+        case vorn::nm::kTypeDesc:
             vornProcessDescription(msg);
             break;
-        case VORN_CLI_CTRL_VLAN:
+        case vorn::nm::kTypeCtrlVlan:
             vornProcessCtrlVlan(msg);
             break;
-        case VORN_CLI_MEMBER_VLAN:
+        case vorn::nm::kTypeMemberVlan:
             vornProcessMemberVlan(msg);
             break;
-        case VORN_CLI_MODE:
+        case vorn::nm::kTypeMode:
             vornProcessMode(msg);
             break;
-        case VORN_CLI_ENABLE:
+        case vorn::nm::kTypeEnable:
             vornProcessEnable(msg);
             break;
-        case VORN_CLI_DEAD:
+        case vorn::nm::kTypeDead:
             vornProcessDeadTimer(msg);
             break;
-        case VORN_CLI_HELLO:
+        case vorn::nm::kTypeHello:
             vornProcessHelloTimer(msg);
             break;
-        case VORN_CLI_CLEAR_STAT:
+        case vorn::nm::kTypeClearStat:
             VORN_DBG("%s \r\n", "VORN_CLEAR_STAT");
             vornClearStatCounters(msg);
             break;
-        case VORN_CLI_DBG_DETAIL:
-        case VORN_CLI_DBG_EVENT:
-        case VORN_CLI_DBG_PACKET:
+        case vorn::nm::kTypeDbgDetail:
+        case vorn::nm::kTypeDbgEvent:
+        case vorn::nm::kTypeDbgPacket:
             vorn::cfg::reqSetStatus(msg, static_cast<uint16_t>(vornProcessDbgMsg(msg)));
             break;
         default:
@@ -81,8 +82,8 @@ int vornProcessCliMsg(uint8_t* msg) {
             VORN_DBG("%s: Default case. \r\n", __func__);
             break;
     }
-    vorn::cfg::reqWriter(msg).u32(VORN_CLI_REPLY_STATUS_OFF, vorn::cfg::reqStatus(msg));
-    if (qelIpcReply(vornTcb.ipcKey, msg, static_cast<int>(VORN_CLI_REQ_LEN)) != 0) {
+    vorn::cfg::reqWriter(msg).u32(vorn::nm::kOffReplyStatus, vorn::cfg::reqStatus(msg));
+    if (qelIpcReply(vornTcb.ipcKey, msg, static_cast<int>(vorn::nm::kLen)) != 0) {
         VORN_ERR("%s: reply to request type %u failed\r\n", __func__, type);
     }
     return 0;

@@ -15,35 +15,35 @@
 namespace vorn::cfg {
 
 inline be::Reader reqReader(const uint8_t* req) {
-    return be::Reader(req, req != nullptr ? VORN_CLI_REQ_LEN : 0);
+    return be::Reader(req, req != nullptr ? vorn::nm::kLen : 0);
 }
 inline be::Writer reqWriter(uint8_t* req) {
-    return be::Writer(req, req != nullptr ? VORN_CLI_REQ_LEN : 0);
+    return be::Writer(req, req != nullptr ? vorn::nm::kLen : 0);
 }
 
 inline uint16_t reqRingId(const uint8_t* req) {
-    return reqReader(req).u16(VORN_CLI_RING_ID_OFF);
+    return reqReader(req).u16(vorn::nm::kOffRingId);
 }
 inline bool reqIsNoForm(const uint8_t* req) {
-    return reqReader(req).u16(VORN_CLI_NO_FORM_OFF) != 0;
+    return reqReader(req).u16(vorn::nm::kOffNoForm) != 0;
 }
 inline uint16_t reqStatus(const uint8_t* req) {
-    return reqReader(req).u16(VORN_CLI_STATUS_OFF);
+    return reqReader(req).u16(vorn::nm::kOffStatus);
 }
 inline void reqSetStatus(uint8_t* req, uint16_t status) {
-    reqWriter(req).u16(VORN_CLI_STATUS_OFF, status);
+    reqWriter(req).u16(vorn::nm::kOffStatus, status);
 }
 
 // The member-VLAN bitmap of the request.
 inline VornVlanBmap reqMemberVlans(const uint8_t* req) {
     VornVlanBmap bmp{};
-    reqReader(req).bytes(VORN_CLI_MEMBER_VLANS_OFF, bmp.data(), bmp.size());
+    reqReader(req).bytes(vorn::nm::kOffMemberVlans, bmp.data(), bmp.size());
     return bmp;
 }
 
 // The description text: up to its NUL, and never past the end of the request.
 inline std::string reqDescription(const uint8_t* req) {
-    auto v = reqReader(req).view(VORN_CLI_DESC_OFF, VORN_CLI_DESC_MAX);
+    auto v = reqReader(req).view(vorn::nm::kOffDescription, vorn::nm::kDescriptionRoom);
     std::string text(v.begin(), v.end());
     if (size_t nul = text.find('\0'); nul != std::string::npos) text.resize(nul);
     return text;
@@ -52,7 +52,7 @@ inline std::string reqDescription(const uint8_t* req) {
 // The ring state that the agents compare against after a change: ready and with a ready
 // secondary interface.
 inline uint32_t vornRingRunStatus(const VornRingEntry& ring) {
-    return vornRingIsReady(ring.u2RingId) == 1 && ring.isSecReady == 1 ? 1 : 0;
+    return vornRingRuns(ring) ? 1 : 0;
 }
 
 // The name of a mode value, or null for a value outside the mode table.

@@ -5,65 +5,15 @@
 #include <cstdint>
 
 #include "ringdb/records.h"
-
-// The 1024-byte configuration request (after the 60-byte IPC header).
-inline constexpr size_t VORN_CLI_REQ_LEN = 1024;
-inline constexpr size_t VORN_CLI_REPLY_STATUS_OFF = 64;  // u32, written on reply
-inline constexpr size_t VORN_CLI_MSG_TYPE_OFF = 72;      // u32
-inline constexpr size_t VORN_CLI_NO_FORM_OFF = 82;       // u16
-inline constexpr size_t VORN_CLI_STATUS_OFF = 84;        // u16
-inline constexpr size_t VORN_CLI_CFG_RINGS_OFF = 86;     // u16
-inline constexpr size_t VORN_CLI_ACTIVE_RINGS_OFF = 88;  // u16
-inline constexpr size_t VORN_CLI_RING_ID_OFF = 90;       // u16
-inline constexpr size_t VORN_CLI_MODE_OFF = 92;          // u8
-inline constexpr size_t VORN_CLI_HELLO_OFF = 94;         // u16
-inline constexpr size_t VORN_CLI_DEAD_OFF = 96;          // u16
-inline constexpr size_t VORN_CLI_PRI_IF_OFF = 100;       // u32
-inline constexpr size_t VORN_CLI_SEC_IF_OFF = 104;       // u32
-inline constexpr size_t VORN_CLI_CTRL_VLAN_OFF = 108;    // u32 (VLAN ifIndex)
-inline constexpr size_t VORN_CLI_MEMBER_VLANS_OFF = 112; // 512-byte bitmap
-inline constexpr size_t VORN_CLI_DESC_OFF = 624;         // NUL-terminated text
-inline constexpr size_t VORN_CLI_DESC_MAX = VORN_CLI_REQ_LEN - VORN_CLI_DESC_OFF;
-
-// Message types of the requests (offset 72).
-inline constexpr uint32_t VORN_CLI_PROTO = 0;
-inline constexpr uint32_t VORN_CLI_DESC = 1;
-inline constexpr uint32_t VORN_CLI_CTRL_VLAN = 2;
-inline constexpr uint32_t VORN_CLI_MEMBER_VLAN = 3;
-inline constexpr uint32_t VORN_CLI_MODE = 4;
-inline constexpr uint32_t VORN_CLI_ENABLE = 5;
-inline constexpr uint32_t VORN_CLI_DEAD = 6;
-inline constexpr uint32_t VORN_CLI_HELLO = 7;
-inline constexpr uint32_t VORN_CLI_CLEAR_STAT = 8;
-inline constexpr uint32_t VORN_CLI_DBG_DETAIL = 0xAAAA;
-inline constexpr uint32_t VORN_CLI_DBG_EVENT = 0xBBBB;
-inline constexpr uint32_t VORN_CLI_DBG_PACKET = 0xCCCC;
-inline constexpr uint32_t VORN_CLI_SHOW_SUMMARY = 100036;
-inline constexpr uint32_t VORN_CLI_SHOW_DETAIL = 100270;
-inline constexpr uint32_t VORN_CLI_SHOW_MEMBER_VLANS = 100271;
-
-// Status codes of the configuration handlers.
-inline constexpr uint16_t VORN_CLI_ERR_NO_RING = 1;
-inline constexpr uint16_t VORN_CLI_ERR_MODE_MISMATCH = 2;
-inline constexpr uint16_t VORN_CLI_ERR_PRI_MISMATCH = 3;
-inline constexpr uint16_t VORN_CLI_ERR_SEC_MISMATCH = 4;
-inline constexpr uint16_t VORN_CLI_ERR_CTRL_VLAN_MISMATCH = 5;
-inline constexpr uint16_t VORN_CLI_ERR_CTRL_VLAN_IN_USE = 6;  // another ring's control VLAN
-inline constexpr uint16_t VORN_CLI_ERR_MEMBER_VLAN = 7;       // a member VLAN of some ring
-inline constexpr uint16_t VORN_CLI_ERR_CTRL_AS_MEMBER = 8;
-inline constexpr uint16_t VORN_CLI_ERR_PRI_REFUSED = 9;
-inline constexpr uint16_t VORN_CLI_ERR_SEC_REFUSED = 10;
-inline constexpr uint16_t VORN_CLI_ERR_SAME_IF = 11;
-inline constexpr uint16_t VORN_CLI_ERR_OWNERSHIP = 14;
-inline constexpr uint16_t VORN_CLI_ERR_IFM_REFUSED = 18;
-inline constexpr uint16_t VORN_CLI_ERR_ICL = 20;
+#include "wire/cli.h"
 
 // IFM's answer that refuses a VLAN as a control VLAN.
 inline constexpr uint32_t VORN_IFM_CTRL_VLAN_REFUSED = 0x8A000141;
 
 // Handlers of the configuration requests. Each takes the whole 1024-byte request (the
 // IPC header first, fields at the offsets above), sets its status field when it refuses,
-// and returns 0. vornProcessCliMsg (task/handlers.h) picks them by message type.
+// and returns 0. vornProcessCliMsg picks them by message type.
+int vornProcessCliMsg(uint8_t* msg);
 int vornProcessProtoVorn(uint8_t* request);
 int vornProcessProtoMsg(uint8_t* request);
 int vornProcessNoProtoMsg(uint8_t* request);

@@ -33,8 +33,8 @@ struct CtrlVlanReq {
 
 CtrlVlanReq readCtrlVlanReq(const uint8_t* request) {
     vorn::be::Reader r = reqReader(request);
-    return {r.u16(VORN_CLI_RING_ID_OFF), r.u32(VORN_CLI_PRI_IF_OFF), r.u32(VORN_CLI_SEC_IF_OFF),
-            r.u32(VORN_CLI_CTRL_VLAN_OFF)};
+    return {r.u16(vorn::nm::kOffRingId), r.u32(vorn::nm::kOffPrimary), r.u32(vorn::nm::kOffSecondary),
+            r.u32(vorn::nm::kOffCtrlVlan)};
 }
 
 // The interface index of the peer pair's inter-chassis link, 0 when there is none. The
@@ -79,15 +79,15 @@ int vornAddCtrlVlan(uint8_t* request) {
     VORN_DBG("%s ringId = %d  ctrl-vlan = %d \r\n", __func__, req.ringId, vlanId);
     VornRingEntry* ring = vornGetRing(req.ringId);
     if (ring == nullptr) {
-        reqSetStatus(request, VORN_CLI_ERR_NO_RING);
+        reqSetStatus(request, vorn::nm::kStatusNoRing);
         return 0;
     }
     if (req.priIfIndex == req.secIfIndex) {
-        reqSetStatus(request, VORN_CLI_ERR_SAME_IF);
+        reqSetStatus(request, vorn::nm::kStatusSameInterface);
         return 0;
     }
     if (uint32_t icl = vornCfgIclIfIndex(); icl != 0 && req.secIfIndex == icl) {
-        reqSetStatus(request, VORN_CLI_ERR_ICL);
+        reqSetStatus(request, vorn::nm::kStatusSecondaryIsIcl);
         return 0;
     }
 
@@ -101,13 +101,13 @@ int vornAddCtrlVlan(uint8_t* request) {
             return 0;
         }
         // The old configuration goes first, through a removal request of its own.
-        std::array<uint8_t, VORN_CLI_REQ_LEN> removal{};
+        std::array<uint8_t, vorn::nm::kLen> removal{};
         vorn::be::Writer w(removal.data(), removal.size());
-        w.u16(VORN_CLI_NO_FORM_OFF, 1);
-        w.u16(VORN_CLI_RING_ID_OFF, req.ringId);
-        w.u32(VORN_CLI_PRI_IF_OFF, ring->u4PriIfIndex);
-        w.u32(VORN_CLI_SEC_IF_OFF, ring->u4SecIfIndex);
-        w.u32(VORN_CLI_CTRL_VLAN_OFF, ring->u4CtrlVlanIfIndex);
+        w.u16(vorn::nm::kOffNoForm, 1);
+        w.u16(vorn::nm::kOffRingId, req.ringId);
+        w.u32(vorn::nm::kOffPrimary, ring->u4PriIfIndex);
+        w.u32(vorn::nm::kOffSecondary, ring->u4SecIfIndex);
+        w.u32(vorn::nm::kOffCtrlVlan, ring->u4CtrlVlanIfIndex);
         vornDelCtrlVlan(removal.data());
         if (uint16_t status = reqStatus(removal.data()); status != 0) {
             reqSetStatus(request, status);
@@ -118,7 +118,7 @@ int vornAddCtrlVlan(uint8_t* request) {
         return 0;
     }
     if (static_cast<uint32_t>(vornIfmRMirrReqInfo(vlanId, 1)) == VORN_IFM_CTRL_VLAN_REFUSED) {
-        reqSetStatus(request, VORN_CLI_ERR_IFM_REFUSED);
+        reqSetStatus(request, vorn::nm::kStatusIfmRefused);
         VORN_DBG(" %s %d, vornIfmRMirrReqInfo return\n", __func__, 2839);
         return 0;
     }
@@ -190,15 +190,15 @@ int vornDelCtrlVlan(uint8_t* request) {
     VornRingEntry* ring = vornGetRing(req.ringId);
     if (ring == nullptr || (ring->u4Flags & VORN_RING_CFG_CTRL_VLAN) == 0) return 0;
     if (req.priIfIndex != ring->u4PriIfIndex) {
-        reqSetStatus(request, VORN_CLI_ERR_PRI_MISMATCH);
+        reqSetStatus(request, vorn::nm::kStatusPrimaryDiffers);
         return 0;
     }
     if (req.secIfIndex != ring->u4SecIfIndex) {
-        reqSetStatus(request, VORN_CLI_ERR_SEC_MISMATCH);
+        reqSetStatus(request, vorn::nm::kStatusSecondaryDiffers);
         return 0;
     }
     if (req.ctrlVlanIfIndex != ring->u4CtrlVlanIfIndex) {
-        reqSetStatus(request, VORN_CLI_ERR_CTRL_VLAN_MISMATCH);
+        reqSetStatus(request, vorn::nm::kStatusCtrlVlanDiffers);
         return 0;
     }
 

@@ -52,7 +52,7 @@ int vornAddMemberVlan(uint8_t* request) {
     VORN_DBG("%s ringId = %d \r\n", __func__, ringId);
     VornRingEntry* ring = vornGetRing(ringId);
     if (ring == nullptr) {
-        vorn::cfg::reqSetStatus(request, VORN_CLI_ERR_NO_RING);
+        vorn::cfg::reqSetStatus(request, vorn::nm::kStatusNoRing);
         return 0;
     }
     const VornVlanBmap requested = vorn::cfg::reqMemberVlans(request);
@@ -60,7 +60,7 @@ int vornAddMemberVlan(uint8_t* request) {
     for (uint16_t v = GET_FIRST_BIT_BITMAP(requested, VORN_VLAN_BMAP_BITS); v != vorn::bmp::kNoBit;
          v = GET_NEXT_BIT_BITMAP(requested, VORN_VLAN_BMAP_BITS, v)) {
         if (vorn::bmp::test(gVornCtrlVlanBmap, v)) {
-            vorn::cfg::reqSetStatus(request, VORN_CLI_ERR_CTRL_AS_MEMBER);
+            vorn::cfg::reqSetStatus(request, vorn::nm::kStatusMemberIsCtrl);
             return 0;
         }
     }

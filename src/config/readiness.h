@@ -1,15 +1,12 @@
-// Ring readiness, and the pre-check that guards a ring's control VLAN and interfaces.
+// The pre-check that guards a ring's control VLAN and interfaces (readiness itself is a
+// predicate of the ring database).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
 #include "config/config.h"
-
-// Returns 1 when the ring has its mandatory configuration and both ring interfaces exist,
-// are owned by the ring and are tagged in its control VLAN; else 0. isSecReady does not
-// change the answer. Only debug traces; nothing else changes.
-int vornRingIsReady(uint16_t u2RingId);
+#include "ringdb/readiness.h"
 
 // Checks that a ring may use u2NewVlanId as its control VLAN (it may keep its own,
 // u2OldVlanId) and takes ownership of the two interfaces. Returns 0, or -1 with the

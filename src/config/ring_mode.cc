@@ -25,7 +25,7 @@ int vornProcessMode(uint8_t* request) {
 
 int vornAddMode(uint8_t* request) {
     const uint16_t ringId = vorn::cfg::reqRingId(request);
-    const uint8_t mode = vorn::cfg::reqReader(request).u8(VORN_CLI_MODE_OFF);
+    const uint8_t mode = vorn::cfg::reqReader(request).u8(vorn::nm::kOffMode);
     VORN_DBG("%s ringId = %d \r\n", __func__, ringId);
     VornRingEntry* ring = vornGetRing(ringId);
     if (ring == nullptr) return 0;
@@ -50,12 +50,12 @@ int vornAddMode(uint8_t* request) {
 
 int vornDelMode(uint8_t* request) {
     const uint16_t ringId = vorn::cfg::reqRingId(request);
-    const uint8_t mode = vorn::cfg::reqReader(request).u8(VORN_CLI_MODE_OFF);
+    const uint8_t mode = vorn::cfg::reqReader(request).u8(vorn::nm::kOffMode);
     VORN_DBG("%s ringId = %d \r\n", __func__, ringId);
     VornRingEntry* ring = vornGetRing(ringId);
     if (ring == nullptr || (ring->u4Flags & VORN_RING_CFG_MODE) == 0) return 0;
     if (mode != ring->u1Mode) {
-        vorn::cfg::reqSetStatus(request, VORN_CLI_ERR_MODE_MISMATCH);
+        vorn::cfg::reqSetStatus(request, vorn::nm::kStatusModeDiffers);
         return 0;
     }
     const uint32_t ready = static_cast<uint32_t>(vornRingIsReady(ringId));
@@ -80,7 +80,7 @@ int vornProcessEnable(uint8_t* request) {
         vornCount(VORN_CNT_CLI_DISABLE);
         vornProcessDisableCli(request);
     }
-    vorn::cfg::reqWriter(request).u16(VORN_CLI_ACTIVE_RINGS_OFF, vornActiveRings);
+    vorn::cfg::reqWriter(request).u16(vorn::nm::kOffActiveRings, vornActiveRings);
     return 0;
 }
 

@@ -95,7 +95,7 @@ int vornProcessNoProtoMsg(uint8_t* request) {
     VORN_DBG("%s ringId = %d \r\n", __func__, ringId);
     VornRingEntry* ring = vornGetRing(ringId);
     if (ring == nullptr) {
-        reqSetStatus(request, VORN_CLI_ERR_NO_RING);
+        reqSetStatus(request, vorn::nm::kStatusNoRing);
         return 0;
     }
     const uint32_t flags = ring->u4Flags;
@@ -142,8 +142,8 @@ int vornProcessNoProtoMsg(uint8_t* request) {
     vornTcb.ringCount--;
     vornActiveRings--;  // also for a ring that was never enabled
     vorn::be::Writer w = reqWriter(request);
-    w.u16(VORN_CLI_CFG_RINGS_OFF, static_cast<uint16_t>(vornTcb.ringCount));
-    w.u16(VORN_CLI_ACTIVE_RINGS_OFF, vornActiveRings);
+    w.u16(vorn::nm::kOffConfiguredRings, static_cast<uint16_t>(vornTcb.ringCount));
+    w.u16(vorn::nm::kOffActiveRings, vornActiveRings);
 
     if (vornTcb.ringCount == 0) vornFlushPendingMsgs();
     return 0;

@@ -25,11 +25,11 @@ struct VornTimer {
     const char* removeText;  // the line of the "no" command, before the value
 };
 
-constexpr VornTimer kHello{&VornRingEntry::u2HelloTime, VORN_CLI_HELLO_OFF,
+constexpr VornTimer kHello{&VornRingEntry::u2HelloTime, vorn::nm::kOffHello,
                            VORN_DEFAULT_HELLO,          VORN_RING_CFG_HELLO,
                            VORN_CFG_CMD_HELLO,          " timer hello-interval ",
                            "timer hello-interval "};
-constexpr VornTimer kDead{&VornRingEntry::u2DeadTime, VORN_CLI_DEAD_OFF, VORN_DEFAULT_DEAD,
+constexpr VornTimer kDead{&VornRingEntry::u2DeadTime, vorn::nm::kOffDead, VORN_DEFAULT_DEAD,
                           VORN_RING_CFG_DEAD,         VORN_CFG_CMD_DEAD, " timer dead-interval ",
                           "timer dead-interval "};
 

@@ -34,7 +34,6 @@ void vornPrintRingBmap(std::span<const uint8_t> bitmap, const char* title);
 void vornPrintPortBmap(std::span<const uint8_t> bitmap, const char* title);
 // "title aa:bb:cc:dd:ee:ff" in lower-case hex without leading zeros; bytes missing from a
 // span shorter than 6 print as 0.
-void vornPrintMacAddr(std::span<const uint8_t> mac, const char* title);
 
 // Registers every diagnostic function and print flag with the debug shell.
 void vornRegisterDiagCommands();

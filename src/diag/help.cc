@@ -6,7 +6,6 @@
 
 #include "diag/diag.h"
 #include "platform/shell.h"
-#include "task/handlers.h"
 #include "task/tcb.h"
 #include "task/trace.h"
 

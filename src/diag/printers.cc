@@ -181,13 +181,6 @@ void vornPrintPortBmap(std::span<const uint8_t> bitmap, const char* title) {
     printBitmap(bitmap, VORN_PORT_BMAP_BITS, title);
 }
 
-void vornPrintMacAddr(std::span<const uint8_t> mac, const char* title) {
-    std::array<uint8_t, 6> m{};
-    std::copy_n(mac.begin(), std::min(mac.size(), m.size()), m.begin());
-    std::printf("%s %x:%x:%x:%x:%x:%x \r\n", title != nullptr ? title : "", m[0], m[1], m[2], m[3],
-                m[4], m[5]);
-}
-
 int vornPrintSingleRing(int ringId) {
     if (ringId < VORN_MIN_RING_ID || ringId > VORN_MAX_RING_ID) {
         std::puts("Invalid Ring Id \r");

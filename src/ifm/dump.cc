@@ -3,7 +3,6 @@
 #include <array>
 #include <span>
 
-#include "diag/diag.h"
 #include "ifm/ifm.h"
 #include "ifm/ifm_internal.h"
 #include "platform/ifindex.h"

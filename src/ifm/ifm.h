@@ -83,11 +83,24 @@ inline constexpr size_t VORN_IFM_VL_LIST_OFF = 12;
 inline constexpr size_t VORN_IFM_LAG_MEMBER_OFF = 4;
 inline constexpr size_t VORN_IFM_LAG_PORT_LEN = VORN_IFM_LAG_MEMBER_OFF + 4;
 
-// vornProcessIfmNotif (task/handlers.h) consumes one notification: it copies it to every
-// agent, then walks its records and hands each to its handler. The walk never leaves the
-// message (its validated length) and never takes more steps than the message could hold
-// 4-byte records; where NumElem or a record length says otherwise it stops and says so
-// under the error flag.
+// Consumes one notification: copies it to every agent, then walks its records and hands
+// each to its handler. The walk never leaves the message (its validated length) and never
+// takes more steps than the message could hold 4-byte records; where NumElem or a record
+// length says otherwise it stops and says so under the error flag.
+int vornProcessIfmNotif(uint8_t* msg);
+
+// IFM's interface-added and interface-deleted notifications for a VLAN and for a
+// physical port or LAG. `rec` is the record's data: bytes 0-3 the ifIndex, 4-7 the
+// attribute word, 16-21 the MAC address; fields beyond `len` read as zero. Each returns 0,
+// or -1 when the record is too short to hold an ifIndex or the notification failed.
+int vornCreateVlan(const uint8_t* rec, size_t len);
+int vornCreatePort(const uint8_t* rec, size_t len);
+int vornDestroyVlan(const uint8_t* rec, size_t len);
+int vornDestroyPort(const uint8_t* rec, size_t len);
+
+// L2PM's configuration download (an L2PM notification of kind 2): its interface, VLAN and
+// LAG records rebuild the records as IFM's would.
+int vornProcessL2PmDnld(uint8_t* msg);
 
 // Sends a copy of the notification, exactly as long as it is, to every registered agent,
 // after dumping it. Returns 0.
@@ -128,11 +141,3 @@ int vornNotifRingIfCfgToIFMWithIcl(uint32_t priIfIndex, uint32_t secIfIndex, uin
 // returns IFM's reply code, or -1 when the exchange failed.
 int vornIfmRMirrReqInfo(uint16_t vlanId, uint32_t action);
 
-// The inter-chassis link's ifIndex as the peer-pair library reports it; 0 when there is
-// none. Belongs to the peer-pair integration.
-uint32_t vornZilGetIclIfIndex();
-// The peer-pair associations that the interface-mode-change record feeds: of a LAG with the
-// inter-chassis link (mode types 16 and 32), and of a LAG with the peer pair (4 and 8, with
-// the low 16 bits of the record's value). Belong to the peer-pair integration.
-int vornZilProcIclLagAssoc(uint32_t ifIndex, uint32_t modeType);
-int vornZilProcLagZilAssoc(uint32_t ifIndex, uint16_t value, uint32_t modeType);

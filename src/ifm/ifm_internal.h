@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "agent/agent.h"
-#include "config/readiness.h"
+#include "ringdb/readiness.h"
 #include "ifm/ifm.h"
 #include "platform/codec.h"
 #include "platform/ifindex.h"
@@ -93,22 +93,6 @@ inline int tooShort(const char* fn, size_t len) {
     VORN_ERR("%s(): IFM record of %lu bytes too short, dropped\r\n", fn,
              static_cast<unsigned long>(len));
     return -1;
-}
-
-// True when the ring is ready and its secondary interface too: the ring runs.
-inline bool ringRuns(const VornRingEntry& ring) {
-    return vornRingIsReady(ring.u2RingId) == 1 && ring.isSecReady == 1;
-}
-
-// Starts a ring that did not run before a change and is ready after it: the manager takes
-// its ports while the secondary is not ready, else the agents are told to start it.
-inline void startIfNowReady(VornRingEntry* ring, bool ranBefore) {
-    if (ranBefore || vornRingIsReady(ring->u2RingId) != 1) return;
-    if (ring->isSecReady != 1) {
-        vornTakeRingOwnerShip(ring);
-    } else {
-        vornSendRingEnableMsgToAgt(ring);
-    }
 }
 
 }  // namespace vorn::ifmrec

@@ -3,7 +3,7 @@
 // run; a LAG that loses a member, even its last, stops nothing.
 
 #include "agent/agent.h"
-#include "config/readiness.h"
+#include "ringdb/readiness.h"
 #include "ifm/ifm.h"
 #include "ifm/ifm_internal.h"
 #include "ringdb/ringdb.h"

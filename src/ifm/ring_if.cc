@@ -6,6 +6,7 @@
 
 #include "agent/agent.h"
 #include "ifm/ifm.h"
+#include "peer/peer.h"
 #include "l2pm/l2pm.h"
 #include "platform/bitmap.h"
 #include "platform/codec.h"

@@ -47,7 +47,7 @@ bool readVlanPort(const uint8_t* rec, size_t len, const char* fn, VlanPort* vp) 
 bool joinCtrlVlan(VornRingEntry* ring, VornPortEntry* port, VornVlanEntry* vlan, const VlanPort& vp,
                   const VornVlanBmap& only) {
     static const VornVlanBmap none{};
-    const bool ranBefore = vorn::ifmrec::ringRuns(*ring);
+    const bool ranBefore = vornRingRuns(*ring);
     if (vp.tagged == 0) {
         VORN_DBG("%s(): Ring (%d) Port (%d) cannot be untagged.\r\n", "vornProcessAddVlanPort",
                  ring->u2RingId, vp.portNum);
@@ -62,7 +62,7 @@ bool joinCtrlVlan(VornRingEntry* ring, VornPortEntry* port, VornVlanEntry* vlan,
     }
     vornSendPortStateMsgToL2Pm(vp.portIfIndex, only.data(),
                                port->u2OperState == 1 ? only.data() : none.data());
-    vorn::ifmrec::startIfNowReady(ring, ranBefore);
+    vornStartRingIfNowReady(ring, ranBefore);
     return true;
 }
 

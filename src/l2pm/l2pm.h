@@ -6,13 +6,29 @@
 #include <cstdint>
 #include <span>
 
-#include "agent/pending.h"
 #include "platform/ifindex.h"
 #include "ringdb/records.h"
 #include "task/pools.h"
+#include "task/tcb.h"
 
 inline constexpr int VORN_PORT_OWN_TAKE = 0;
 inline constexpr int VORN_PORT_OWN_RELEASE = 1;
+
+// The pending L2PM messages of one transaction: instance port ownership, port states,
+// flushes; each sent whole by the flush at the end of the dispatch.
+extern uint8_t* gpVornL2PmInstPortOwnBuf;
+extern uint8_t* gpVornL2PmPortStateBuf;
+extern uint8_t* gpVornL2PmFlushBuf;
+// Record counts and fixed parts of those messages, for their lengths.
+inline constexpr size_t VORN_L2PM_INST_COUNT_OFF = 124;
+inline constexpr uint32_t VORN_L2PM_INST_BASE_LEN = 128;
+inline constexpr uint32_t VORN_L2PM_INST_REC_LEN = 8;
+inline constexpr size_t VORN_L2PM_PS_COUNT_OFF = 256;
+inline constexpr uint32_t VORN_L2PM_PS_BASE_LEN = 260;
+inline constexpr uint32_t VORN_L2PM_PS_REC_LEN = 1032;
+inline constexpr size_t VORN_L2PM_FLUSH_COUNT_OFF = 256;
+inline constexpr uint32_t VORN_L2PM_FLUSH_BASE_LEN = 260;
+inline constexpr uint32_t VORN_L2PM_FLUSH_REC_LEN = 24;
 
 // Forces port ownership to be taken also for ports that IFM has not reported (a shell global).
 extern uint32_t gHalVornForcePortOwnerShip;
@@ -20,7 +36,7 @@ extern uint32_t gHalVornForcePortOwnerShip;
 // ---- Wire layouts -----------------------------------------------------------------------
 
 // Port-state and flush messages: IPC and SWP headers, reserved bytes up to 247, then the
-// client id, the protocol id and the record count (VORN_L2PM_PS_COUNT_OFF of pending.h).
+// client id, the protocol id and the record count (VORN_L2PM_PS_COUNT_OFF below).
 inline constexpr size_t VORN_L2PM_CLIENT_ID_OFF = 248;
 inline constexpr size_t VORN_L2PM_PROTO_ID_OFF = 252;
 inline constexpr uint32_t VORN_L2PM_CLIENT_ID = 7;

@@ -4,12 +4,15 @@
 
 #include <algorithm>
 
-#include "agent/pending.h"
 #include "l2pm/l2pm.h"
-#include "task/handlers.h"
+#include "task/swpq.h"
 #include "task/msgtypes.h"
 #include "task/tcb.h"
 #include "task/trace.h"
+
+uint8_t* gpVornL2PmInstPortOwnBuf = nullptr;
+uint8_t* gpVornL2PmPortStateBuf = nullptr;
+uint8_t* gpVornL2PmFlushBuf = nullptr;
 
 namespace vorn::l2pm {
 

@@ -5,12 +5,12 @@
 #include <memory>
 #include <span>
 
-#include "config/config.h"
+#include "wire/cli.h"
 #include "l2pm/l2pm.h"
 #include "platform/codec.h"
 #include "platform/ifindex.h"
 #include "ringdb/ringdb.h"
-#include "task/handlers.h"
+#include "task/swpq.h"
 #include "task/msgtypes.h"
 #include "task/trace.h"
 
@@ -108,7 +108,7 @@ int takeRingInterface(uint32_t ifIndex, uint16_t refusedCode, Taken* taken, uint
     }
     int refused = 0;
     if (vornPortOwnership(ifIndex, VORN_PORT_OWN_TAKE, &refused) != 0) {
-        *code = refused == -1 ? refusedCode : VORN_CLI_ERR_OWNERSHIP;
+        *code = refused == -1 ? refusedCode : static_cast<uint16_t>(vorn::nm::kStatusOwnershipFailed);
         return -1;
     }
     if (how == Taken::ByIfmRule) port->isOwnedByRingConf = 1;
@@ -119,16 +119,16 @@ int takeRingInterface(uint32_t ifIndex, uint16_t refusedCode, Taken* taken, uint
 }  // namespace
 
 int vornTakeRingInterfaceOwnership(uint8_t* request, uint32_t priIfIndex, uint32_t secIfIndex) {
-    vorn::be::Writer status(request, request != nullptr ? VORN_CLI_REQ_LEN : 0);
+    vorn::be::Writer status(request, request != nullptr ? vorn::nm::kLen : 0);
     uint16_t code = 0;
     Taken pri = Taken::No;
-    if (takeRingInterface(priIfIndex, VORN_CLI_ERR_PRI_REFUSED, &pri, &code) != 0) {
-        status.u16(VORN_CLI_STATUS_OFF, code);
+    if (takeRingInterface(priIfIndex, vorn::nm::kStatusPrimaryRefused, &pri, &code) != 0) {
+        status.u16(vorn::nm::kOffStatus, code);
         return -1;
     }
     Taken sec = Taken::No;
-    if (takeRingInterface(secIfIndex, VORN_CLI_ERR_SEC_REFUSED, &sec, &code) != 0) {
-        status.u16(VORN_CLI_STATUS_OFF, code);
+    if (takeRingInterface(secIfIndex, vorn::nm::kStatusSecondaryRefused, &sec, &code) != 0) {
+        status.u16(vorn::nm::kOffStatus, code);
         // Neither interface stays taken by this call.
         if (pri != Taken::No) {
             int refused = 0;

@@ -2,7 +2,7 @@
 
 #include "l2pm/l2pm.h"
 #include "platform/codec.h"
-#include "task/handlers.h"
+#include "task/swpq.h"
 #include "task/msgtypes.h"
 #include "task/tcb.h"
 #include "task/trace.h"

@@ -32,15 +32,6 @@ VornPortEntry* vornCreatePortEntry(uint32_t u4IfIndex, uint32_t u4Creator);
 void vornCheckAndDeleteVlanEntry(uint16_t u2VlanId, uint32_t u4Creator);
 void vornCheckAndDeletePortEntry(uint32_t u4IfIndex, uint32_t u4Creator);
 
-// IFM's interface-added and interface-deleted notifications for a VLAN and for a
-// physical port or LAG. `rec` is the record's data: bytes 0-3 the ifIndex, 4-7 the
-// attribute word, 16-21 the MAC address; fields beyond `len` read as zero. Each returns 0,
-// or -1 when the record is too short to hold an ifIndex or the notification failed.
-int vornCreateVlan(const uint8_t* rec, size_t len);
-int vornCreatePort(const uint8_t* rec, size_t len);
-int vornDestroyVlan(const uint8_t* rec, size_t len);
-int vornDestroyPort(const uint8_t* rec, size_t len);
-
 // Takes the lowest free STG instance (64..127), or returns 128 when all are in use.
 uint32_t halVornGetStgInst();
 // Gives the ring's STG instance back and sets its u2StgInst to 0. An instance outside

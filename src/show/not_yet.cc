@@ -3,7 +3,6 @@
 
 #include "task/not_yet.h"
 #include "show/show.h"
-#include "task/handlers.h"
 
 int vornUndebugAll(uint8_t*) {
     return vornNotHandledYet("vornUndebugAll");

@@ -1,6 +1,6 @@
 #include "sim/control.h"
 
-#include "sim/control_wire.h"
+#include "wire/simctl.h"
 #include "sim/log.h"
 
 namespace vorn::sim {

@@ -5,7 +5,8 @@
 #include "platform/codec.h"
 #include "platform/evtlog.h"
 #include "platform/ipc.h"
-#include "task/handlers.h"
+#include "task/swpq.h"
+#include "task/register.h"
 #include "task/msgtypes.h"
 #include "task/tcb.h"
 

@@ -4,6 +4,7 @@
 
 #include "task/trace.h"
 
+alignas(8) std::array<uint8_t, vorn::ipc::kMaxMsgLen> gVornMainIpcBuf{};
 VornTcb vornTcb{};
 std::array<uint32_t, VORN_NUM_COUNTERS> gVornCounters{};
 std::array<uint32_t, VORN_NUM_ERRS> gVornErrs{};

@@ -42,6 +42,11 @@ struct VornTcb {
 
 extern VornTcb vornTcb;
 
+// The one receive buffer of the main loop: every message is read into it and handled in
+// place, so it also holds the last message read (for the diagnostics).
+extern std::array<uint8_t, vorn::ipc::kMaxMsgLen> gVornMainIpcBuf;
+inline const uint8_t* vornLastReceivedMsg() { return gVornMainIpcBuf.data(); }
+
 // Event counters, by index.
 enum VornCounter : int {
     VORN_CNT_ADD_VLAN = 0,

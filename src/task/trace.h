@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <span>
 
 extern uint32_t vornDbgPrint;      // general traces
 extern uint32_t vornErrPrint;      // error traces
@@ -34,3 +35,7 @@ extern uint32_t vornZilDbgPrint;   // peer-pair traces
             std::puts(text);      \
         }                         \
     } while (0)
+
+// "%s %x:%x:%x:%x:%x:%x \r\n" with the title and the six bytes of a MAC address (a shorter
+// span reads as zero bytes).
+void vornPrintMacAddr(std::span<const uint8_t> mac, const char* title);

@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdint>
-#include <span>
 #include <vector>
 
 #include "agent/agent.h"
@@ -12,18 +11,20 @@
 #include "platform/ifindex.h"
 #include "platform/swp.h"
 #include "ringdb/ringdb.h"
+#include "support/ifidx.h"
 #include "support/mgr_fixture.h"
-#include "task/handlers.h"
+#include "support/wire.h"
+#include "config/config.h"
+#include "ifm/ifm.h"
+#include "loop/loop.h"
+#include "peer/peer.h"
+#include "show/show.h"
+#include "task/register.h"
+#include "task/swpq.h"
 #include "task/tcb.h"
 
 namespace vorn::test {
 
-inline uint32_t gi(uint32_t slot, uint32_t port) {
-    return ifmCreateIfIndex(ifm::kTypeGigabit, slot, port, 0);
-}
-inline uint32_t lag(uint32_t n) {
-    return ifmCreateIfIndex(ifm::kTypeLag, 0, 0, n);
-}
 inline uint16_t giPortNum(uint32_t slot, uint32_t port) {
     return static_cast<uint16_t>(slot * 64 + port + 129);
 }
@@ -91,9 +92,7 @@ protected:
         ring->u4Flags = VORN_RING_CFG_MANDATORY;
         ring->u2CtrlVlanId = ctrlVlan;
         if (gVornVlan[ctrlVlan] == nullptr) {
-            EXPECT_NE(vornCreateVlanEntry(ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, ctrlVlan),
-                                          VORN_CREATOR_RING_CONF),
-                      nullptr);
+            EXPECT_NE(vornCreateVlanEntry(vl(ctrlVlan), VORN_CREATOR_RING_CONF), nullptr);
         }
         ring->u4PriIfIndex = pri;
         ring->u4SecIfIndex = sec;
@@ -111,15 +110,12 @@ private:
     std::array<uint32_t, 2> agentRcvState_{};
 };
 
-// Record i of a received ring configuration message (empty when it is not there).
-inline std::span<const uint8_t> ringCfgRecord(const std::vector<uint8_t>& msg, size_t i) {
+// The bytes of record i of a received ring configuration message (empty when it is not
+// there).
+inline Bytes ringCfgRecord(const Bytes& msg, size_t i) {
     size_t off = 128 + 544 * i;
     if (off + 544 > msg.size()) return {};
-    return {msg.data() + off, 544};
-}
-
-inline uint32_t msgU32(const std::vector<uint8_t>& msg, size_t off) {
-    return be::Reader(msg.data(), msg.size()).u32(off);
+    return {msg.begin() + off, msg.begin() + off + 544};
 }
 
 }  // namespace vorn::test

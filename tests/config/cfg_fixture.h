@@ -23,7 +23,13 @@
 #include "ringdb/ringdb.h"
 #include "support/ifidx.h"
 #include "support/mgr_fixture.h"
-#include "task/handlers.h"
+#include "agent/agent.h"
+#include "ifm/ifm.h"
+#include "loop/loop.h"
+#include "peer/peer.h"
+#include "show/show.h"
+#include "task/register.h"
+#include "task/swpq.h"
 #include "task/msgtypes.h"
 #include "task/tcb.h"
 
@@ -34,47 +40,47 @@ class CliReq {
 public:
     explicit CliReq(uint32_t type, uint16_t ringId) {
         be::Writer wr = w();
-        wr.u32(ipc::kOffMlen, VORN_CLI_REQ_LEN);              // IPC header: length
+        wr.u32(ipc::kOffMlen, vorn::nm::kLen);              // IPC header: length
         wr.u32(ipc::kOffMtype, MT_NM);                        //   message type 6001
         wr.u32(ipc::kOffDstSvce, qel_getQueueId(226, 0, 1));  //   to the manager
-        wr.u32(VORN_CLI_MSG_TYPE_OFF, type);                  // 72: request type
-        wr.u16(VORN_CLI_RING_ID_OFF, ringId);                 // 90: ring id
+        wr.u32(vorn::nm::kOffType, type);                  // 72: request type
+        wr.u16(vorn::nm::kOffRingId, ringId);                 // 90: ring id
     }
-    CliReq& no() { return u16(VORN_CLI_NO_FORM_OFF, 1); }  // 82: the "no" form
+    CliReq& no() { return u16(vorn::nm::kOffNoForm, 1); }  // 82: the "no" form
     CliReq& mode(uint8_t m) {                              // 92: 1 master, 2 transit
-        w().u8(VORN_CLI_MODE_OFF, m);
+        w().u8(vorn::nm::kOffMode, m);
         return *this;
     }
-    CliReq& hello(uint16_t v) { return u16(VORN_CLI_HELLO_OFF, v); }  // 94
-    CliReq& dead(uint16_t v) { return u16(VORN_CLI_DEAD_OFF, v); }    // 96
+    CliReq& hello(uint16_t v) { return u16(vorn::nm::kOffHello, v); }  // 94
+    CliReq& dead(uint16_t v) { return u16(vorn::nm::kOffDead, v); }    // 96
     // 100 primary, 104 secondary, 108 the control VLAN's ifIndex.
     CliReq& ifs(uint32_t pri, uint32_t sec, uint16_t ctrlVlan) {
         be::Writer wr = w();
-        wr.u32(VORN_CLI_PRI_IF_OFF, pri);
-        wr.u32(VORN_CLI_SEC_IF_OFF, sec);
-        wr.u32(VORN_CLI_CTRL_VLAN_OFF, vl(ctrlVlan));
+        wr.u32(vorn::nm::kOffPrimary, pri);
+        wr.u32(vorn::nm::kOffSecondary, sec);
+        wr.u32(vorn::nm::kOffCtrlVlan, vl(ctrlVlan));
         return *this;
     }
     // 112: the member-VLAN bitmap.
     CliReq& vlans(const std::vector<uint16_t>& ids) {
-        std::span<uint8_t> bitmap(buf_.data() + VORN_CLI_MEMBER_VLANS_OFF, VORN_VLAN_BMAP_BYTES);
+        std::span<uint8_t> bitmap(buf_.data() + vorn::nm::kOffMemberVlans, VORN_VLAN_BMAP_BYTES);
         for (uint16_t v : ids) bmp::set(bitmap, v);
         return *this;
     }
     // 624: the description, NUL-terminated.
     CliReq& desc(const std::string& text) {
-        w().bytes(VORN_CLI_DESC_OFF, text.c_str(), text.size() + 1);
+        w().bytes(vorn::nm::kOffDescription, text.c_str(), text.size() + 1);
         return *this;
     }
     CliReq& u16(size_t off, uint16_t v) {
         w().u16(off, v);
         return *this;
     }
-    std::array<uint8_t, VORN_CLI_REQ_LEN>& buf() { return buf_; }
+    std::array<uint8_t, vorn::nm::kLen>& buf() { return buf_; }
 
 private:
     be::Writer w() { return be::Writer(buf_.data(), buf_.size()); }
-    std::array<uint8_t, VORN_CLI_REQ_LEN> buf_{};
+    std::array<uint8_t, vorn::nm::kLen> buf_{};
 };
 
 class CfgTest : public MgrTest {
@@ -88,7 +94,7 @@ protected:
     // Sends the request, lets the manager's dispatch serve it and returns the reply
     // (empty when none came within waitMs).
     std::vector<uint8_t> run(CliReq& req, int waitMs = 1000) {
-        EXPECT_EQ(qelIpcSend(cli_, req.buf().data(), VORN_CLI_REQ_LEN), 0);
+        EXPECT_EQ(qelIpcSend(cli_, req.buf().data(), vorn::nm::kLen), 0);
         std::vector<uint8_t> rx(8192);
         EXPECT_GT(qelIpcRecv(vornTcb.reqQfd, rx.data(), 8192, 0, 0, 0), 0);
         vornProcessIpcMsg(rx.data());
@@ -98,17 +104,17 @@ protected:
     int64_t status(CliReq&& req) { return status(req); }
     int64_t status(CliReq& req) {
         std::vector<uint8_t> reply = run(req);
-        if (reply.size() != VORN_CLI_REQ_LEN) return -1;
-        return be::Reader(reply.data(), reply.size()).u32(VORN_CLI_REPLY_STATUS_OFF);
+        if (reply.size() != vorn::nm::kLen) return -1;
+        return be::Reader(reply.data(), reply.size()).u32(vorn::nm::kOffReplyStatus);
     }
 
     // Requests of the usual kinds, for setting a ring up.
-    void create(uint16_t ring) { ASSERT_EQ(status(CliReq(VORN_CLI_PROTO, ring)), 0); }
+    void create(uint16_t ring) { ASSERT_EQ(status(CliReq(vorn::nm::kTypeProto, ring)), 0); }
     void ctrlVlan(uint16_t ring, uint32_t pri, uint32_t sec, uint16_t vlan) {
-        ASSERT_EQ(status(CliReq(VORN_CLI_CTRL_VLAN, ring).ifs(pri, sec, vlan)), 0);
+        ASSERT_EQ(status(CliReq(vorn::nm::kTypeCtrlVlan, ring).ifs(pri, sec, vlan)), 0);
     }
     void members(uint16_t ring, const std::vector<uint16_t>& ids) {
-        ASSERT_EQ(status(CliReq(VORN_CLI_MEMBER_VLAN, ring).vlans(ids)), 0);
+        ASSERT_EQ(status(CliReq(vorn::nm::kTypeMemberVlan, ring).vlans(ids)), 0);
     }
 
     // DIR/running-config as the store last wrote it ("" when not written yet).

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "diag/diag.h"
+#include "task/trace.h"
 #include "l2pm/l2pm.h"
 #include "platform/bitmap.h"
 #include "platform/shell.h"

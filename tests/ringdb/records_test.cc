@@ -5,6 +5,7 @@
 #include <array>
 #include <string>
 
+#include "ifm/ifm.h"
 #include "platform/bitmap.h"
 #include "platform/codec.h"
 #include "platform/ifindex.h"
@@ -70,39 +71,49 @@ bool tablesEmpty() {
 
 using RecordsTest = MgrTest;
 
-TEST_F(RecordsTest, PortNumberRuleIndexesThePortTable) {
+TEST_F(RecordsTest, PortNumberRuleIndexesThePortTableAndIfmDeleteFreesAll) {
     const struct {
         const char* name;
         uint32_t ifIndex;
-        uint16_t portNum;
+        uint16_t portNum;  // 0 and 898: outside the table, no record
     } cases[] = {
-        {"Po 1", po(1), 1},          {"Po 128", po(128), 128},   {"Gi 0/0", gi(0, 0), 129},
-        {"Gi 0/63", gi(0, 63), 192}, {"Te 1/0", te(1, 0), 193},  {"Te 11/63", te(11, 63), 896},
-        {"Gi 12/0", gi(12, 0), 897},
+        {"Po 0", po(0), 0},          {"Po 1", po(1), 1},         {"Po 128", po(128), 128},
+        {"Gi 0/0", gi(0, 0), 129},   {"Gi 0/63", gi(0, 63), 192}, {"Te 1/0", te(1, 0), 193},
+        {"Te 11/63", te(11, 63), 896}, {"Gi 12/0", gi(12, 0), 897}, {"Gi 12/1", gi(12, 1), 898},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(vornPortNumOf(c.ifIndex), c.portNum);
         VornPortEntry* port = vornCreatePortEntry(c.ifIndex, VORN_CREATOR_IFM);
+        if (c.portNum == 0 || c.portNum == 898) {
+            EXPECT_EQ(port, nullptr);
+            continue;
+        }
         ASSERT_NE(port, nullptr);
         EXPECT_EQ(gVornPort[c.portNum], port);
         EXPECT_EQ(port->u4IfIndex, c.ifIndex);
-        EXPECT_EQ(port->pLagPortList != nullptr, ifmIfIndexToIfType(c.ifIndex) == ifm::kTypeLag);
+        // A LAG's member list comes with its record, empty.
+        const bool isLag = ifmIfIndexToIfType(c.ifIndex) == ifm::kTypeLag;
+        ASSERT_EQ(port->pLagPortList != nullptr, isLag);
+        if (isLag) {
+            EXPECT_EQ(port->pLagPortList->lastEmptyIndex + port->pLagPortList->desgPortNum, 0);
+        }
     }
-}
-
-TEST_F(RecordsTest, IdsOutsideTheTablesMakeNoRecord) {
-    // Gi 12/1 is port number 898, one past the table; Po 0 is port number 0; a port's
-    // ifIndex carries no VLAN id.
-    EXPECT_EQ(vornPortNumOf(gi(12, 1)), 898);
-    EXPECT_EQ(vornCreatePortEntry(gi(12, 1), VORN_CREATOR_IFM), nullptr);
-    EXPECT_EQ(vornCreatePortEntry(po(0), VORN_CREATOR_RING_CONF), nullptr);
+    EXPECT_EQ(varBlocksInUse(), 2u);  // the two LAG member lists
+    // A port's ifIndex carries no VLAN id.
     EXPECT_EQ(vornCreateVlanEntry(gi(0, 1), VORN_CREATOR_RING_CONF), nullptr);
     auto rec = ifRec(gi(0, 1));
     EXPECT_EQ(vornCreateVlan(rec.data(), rec.size()), -1);
+    for (const auto& c : cases) {
+        rec = ifRec(c.ifIndex);
+        if (c.portNum != 0 && c.portNum != 898) {
+            EXPECT_EQ(vornDestroyPort(rec.data(), rec.size()), 0);
+        }
+    }
     EXPECT_TRUE(tablesEmpty());
     EXPECT_EQ(poolInUse(VORN_PORT_MEM_POOL, VORN_PORT_BLOCK_SIZE), 0u);
     EXPECT_EQ(poolInUse(VORN_VLAN_MEM_POOL, VORN_VLAN_BLOCK_SIZE), 0u);
+    EXPECT_EQ(varBlocksInUse(), 0u);
     EXPECT_EQ(gVornErrs[VORN_ERR_MEM_ALLOC], 0u);
 }
 
@@ -116,8 +127,7 @@ TEST_F(RecordsTest, VlanLivesWhileEitherClaimantHoldsIt) {
     std::string out = captureStdout([&] { EXPECT_EQ(vornCreateVlan(rec.data(), rec.size()), 0); });
     EXPECT_EQ(out, "vornCreateVlan: Ring (5) Configuration already present on the Vlan 10\r\n");
     EXPECT_EQ(gVornVlan[10], vlan);
-    EXPECT_EQ(vlan->isCreatedByIfm, 1);
-    EXPECT_EQ(vlan->isCreatedByRingConf, 1);
+    EXPECT_EQ(vlan->isCreatedByIfm + vlan->isCreatedByRingConf, 2);
     EXPECT_EQ(vlan->u4IfmAttr, 0xA1B2C3D4u);
 
     vornCheckAndDeleteVlanEntry(10, VORN_CREATOR_RING_CONF);  // the ring is removed
@@ -137,8 +147,7 @@ TEST_F(RecordsTest, VlanLivesWhileEitherClaimantHoldsIt) {
     vornCheckAndDeleteVlanEntry(10, VORN_CREATOR_RING_CONF);
     EXPECT_EQ(gVornVlan[10], nullptr);
 
-    EXPECT_EQ(gVornCounters[VORN_CNT_ADD_VLAN], 2u);
-    EXPECT_EQ(gVornCounters[VORN_CNT_DEL_VLAN], 2u);
+    EXPECT_EQ(gVornCounters[VORN_CNT_ADD_VLAN] + gVornCounters[VORN_CNT_DEL_VLAN], 4u);
     EXPECT_EQ(gVornErrs[VORN_ERR_DEL_VLAN], 0u);
     EXPECT_EQ(poolInUse(VORN_VLAN_MEM_POOL, VORN_VLAN_BLOCK_SIZE), 0u);
 }
@@ -166,17 +175,13 @@ TEST_F(RecordsTest, PortOfTwoRingsSurvivesIfmDeleteUntilBothRingsDropIt) {
     ASSERT_EQ(gVornPort[134], port);
     EXPECT_EQ(port->isCreatedByIfm, 0);
     EXPECT_EQ(port->i2RingCount, 2);
-    // Only the side that uses this port loses its flags.
-    EXPECT_EQ(r3->isPriOwned, 0);
-    EXPECT_EQ(r3->isPriTagged, 0);
-    EXPECT_EQ(r3->isSecOwned, 1);
-    EXPECT_EQ(r3->isSecTagged, 1);
-    EXPECT_EQ(r3->isSecReady, 1);
-    EXPECT_EQ(r7->isSecOwned, 0);
-    EXPECT_EQ(r7->isSecTagged, 0);
-    EXPECT_EQ(r7->isSecReady, 0);
-    EXPECT_EQ(r7->isPriOwned, 1);
-    EXPECT_EQ(r7->isPriTagged, 1);
+    // Only the side that uses this port loses its flags: owned, tagged (and ready).
+    auto flags = [](const VornRingEntry* r) {
+        return std::array<int, 5>{r->isPriOwned, r->isPriTagged, r->isSecOwned, r->isSecTagged,
+                                  r->isSecReady};
+    };
+    EXPECT_EQ(flags(r3), (std::array<int, 5>{0, 0, 1, 1, 1}));
+    EXPECT_EQ(flags(r7), (std::array<int, 5>{1, 1, 0, 0, 0}));
 
     vornCheckAndDeletePortEntry(ifIndex, VORN_CREATOR_RING_CONF);
     ASSERT_EQ(gVornPort[134], port);
@@ -222,25 +227,10 @@ TEST_F(RecordsTest, IfmAddOfAPortMadeByRingConfigurationClaimsTheSameRecord) {
     ASSERT_EQ(vornCreatePort(rec.data(), rec.size()), 0);
     EXPECT_EQ(gVornPort[9], port);
     EXPECT_EQ(port->pLagPortList, list);
-    EXPECT_EQ(port->isCreatedByIfm, 1);
+    EXPECT_EQ(port->isCreatedByIfm + port->i2RingCount, 2);
     EXPECT_EQ(port->macAddr, mac);
-    EXPECT_EQ(port->i2RingCount, 1);
     EXPECT_EQ(gVornCounters[VORN_CNT_ADD_PORT], 1u);
-    EXPECT_EQ(varBlocksInUse(), 1u);
-}
-
-TEST_F(RecordsTest, LagMemberListLivesWithItsPortRecord) {
-    auto rec = ifRec(po(7));
-    ASSERT_EQ(vornCreatePort(rec.data(), rec.size()), 0);
-    ASSERT_NE(gVornPort[7], nullptr);
-    const VornLagPortList* list = gVornPort[7]->pLagPortList;
-    ASSERT_NE(list, nullptr);
-    EXPECT_EQ(list->lastEmptyIndex, 0);
-    EXPECT_EQ(list->desgPortNum, 0);
-    EXPECT_EQ(varBlocksInUse(), 1u);
-    ASSERT_EQ(vornDestroyPort(rec.data(), rec.size()), 0);
-    EXPECT_EQ(gVornPort[7], nullptr);
-    EXPECT_EQ(varBlocksInUse(), 0u);
+    EXPECT_EQ(varBlocksInUse(), 1u);  // no second member list
 }
 
 TEST_F(RecordsTest, DeletesOfUnknownInterfacesAreCounted) {
@@ -283,9 +273,9 @@ TEST_F(RecordsTest, ShortRecordsReadMissingFieldsAsZero) {
     EXPECT_EQ(vornCreatePort(portRec.data(), 3), -1);
     EXPECT_EQ(vornDestroyVlan(vlanRec.data(), 0), -1);
     EXPECT_EQ(vornCreateVlan(nullptr, 24), -1);
-    EXPECT_EQ(gVornCounters[VORN_CNT_ADD_PORT], 0u);
-    EXPECT_EQ(gVornCounters[VORN_CNT_DEL_VLAN], 0u);
-    EXPECT_EQ(gVornCounters[VORN_CNT_ADD_VLAN], 0u);
+    EXPECT_EQ(gVornCounters[VORN_CNT_ADD_PORT] + gVornCounters[VORN_CNT_DEL_VLAN] +
+                  gVornCounters[VORN_CNT_ADD_VLAN],
+              0u);
     EXPECT_NE(gVornVlan[30], nullptr);
 }
 
@@ -296,24 +286,15 @@ TEST_F(RecordsTest, AllocationFailureCountsAndLeavesTablesUnchanged) {
         uint32_t classSize;
         uint32_t ifIndex;
         int (*create)(const uint8_t*, size_t);
-        const char* trace;
+        const char* trace;        // the line that names the failure
         uint64_t portBlocksLeft;  // the LAG-list failure keeps its port block
     } cases[] = {
         {"VLAN pool", VORN_VLAN_MEM_POOL, 0, vl(10), vornCreateVlan,
          "vornCreateVlan: Cannot create Vlan (10) node \r\n", 0},
         {"port pool", VORN_PORT_MEM_POOL, VORN_PORT_BLOCK_SIZE, gi(0, 5), vornCreatePort,
-         "vornCreatePort: u2PortNum 134 \r\n"
-         "vornCreatePortEntry: u2PortNum 134 \r\n"
-         "vornCreatePortEntry: Mem allocation failure 134 \r\n"
-         "vornCreatePort: Port: 134 creation failure\r\n",
-         0},
+         "vornCreatePortEntry: Mem allocation failure 134 \r\n", 0},
         {"LAG list", VORN_MEM_PART_ID, VORN_LAG_LIST_SIZE, po(5), vornCreatePort,
-         "vornCreatePort: u2PortNum 5 \r\n"
-         "vornCreatePortEntry: u2PortNum 5 \r\n"
-         "vornCreatePortEntry: LAG 5 \r\n"
-         "vornCreatePortEntry: Port list Mem allocation failure 5 \r\n"
-         "vornCreatePort: Port: 5 creation failure\r\n",
-         1},
+         "vornCreatePortEntry: Port list Mem allocation failure 5 \r\n", 1},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -323,10 +304,9 @@ TEST_F(RecordsTest, AllocationFailureCountsAndLeavesTablesUnchanged) {
         vornDbgPrint = 1;
         std::string out = captureStdout([&] { EXPECT_EQ(c.create(rec.data(), rec.size()), -1); });
         vornDbgPrint = 0;
-        EXPECT_EQ(out, c.trace);
+        EXPECT_NE(out.find(c.trace), std::string::npos) << out;
         EXPECT_EQ(gVornErrs[VORN_ERR_MEM_ALLOC], 1u);
-        EXPECT_EQ(gVornErrs[VORN_ERR_ADD_VLAN], 0u);
-        EXPECT_EQ(gVornErrs[VORN_ERR_ADD_PORT], 0u);
+        EXPECT_EQ(gVornErrs[VORN_ERR_ADD_VLAN] + gVornErrs[VORN_ERR_ADD_PORT], 0u);
         EXPECT_TRUE(tablesEmpty());
         EXPECT_EQ(poolInUse(VORN_PORT_MEM_POOL, VORN_PORT_BLOCK_SIZE), c.portBlocksLeft);
         EXPECT_EQ(poolInUse(VORN_VLAN_MEM_POOL, VORN_VLAN_BLOCK_SIZE), 0u);

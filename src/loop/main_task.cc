@@ -13,7 +13,13 @@
 #include "platform/ipc.h"
 #include "platform/swp.h"
 #include "ringdb/records.h"
-#include "task/handlers.h"
+#include "config/config.h"
+#include "ifm/ifm.h"
+#include "loop/loop.h"
+#include "peer/peer.h"
+#include "show/show.h"
+#include "task/register.h"
+#include "task/swpq.h"
 #include "task/pools.h"
 #include "task/tcb.h"
 #include "task/trace.h"
@@ -24,15 +30,9 @@ constexpr uint32_t kEvtLevelAll = 0x1ffffff;
 constexpr const char* kSwpPipePath = "/qel/pipe/vornSwpPipe";
 constexpr int kSelectWidth = 2048;
 
-// The one receive buffer: every message is read into it and handled in place.
-alignas(8) std::array<uint8_t, 8192> gVornMainIpcBuf;
-
 }  // namespace
 
-const uint8_t* vornLastReceivedMsg() { return gVornMainIpcBuf.data(); }
-
 int vornTaskExit() { return 0; }
-int vornCreateAgent() { return 0; }
 
 int vornInitGlobals() {
     gVornActiveLineCards.fill(0);

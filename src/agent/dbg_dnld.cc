@@ -3,11 +3,11 @@
 
 #include <array>
 
+#include "agent/agent.h"
 #include "agent/pending.h"
 #include "platform/codec.h"
 #include "ringdb/records.h"
-#include "show/show.h"
-#include "task/handlers.h"
+#include "task/swpq.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/trace.h"

@@ -5,7 +5,14 @@
 #include <cstdio>
 
 #include "platform/swp.h"
-#include "task/handlers.h"
+#include "agent/agent.h"
+#include "config/config.h"
+#include "ifm/ifm.h"
+#include "loop/loop.h"
+#include "peer/peer.h"
+#include "show/show.h"
+#include "task/register.h"
+#include "task/swpq.h"
 #include "task/msg.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
