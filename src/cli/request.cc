@@ -5,15 +5,10 @@
 #include <algorithm>
 
 #include "platform/codec.h"
+#include "platform/ifindex.h"
 #include "platform/ipc.h"
 
 namespace vorn::cli::nm {
-namespace {
-
-constexpr uint32_t kVlanIfType = 24;
-constexpr int kManagerService = 226;
-
-}  // namespace
 
 std::array<uint8_t, kLen> encode(const ConfigRequest& req, uint32_t xid, uint32_t srcQueueId) {
     std::array<uint8_t, kLen> msg{};
@@ -29,8 +24,7 @@ std::array<uint8_t, kLen> encode(const ConfigRequest& req, uint32_t xid, uint32_
     w.u32(ipc::kOffSrcSvce, srcQueueId);
     w.u32(ipc::kOffDstSlot, 0);
     w.u32(ipc::kOffDstCard, ipc::kLoopbackAddr);
-    w.u32(ipc::kOffDstSvce, (uint32_t{kManagerService} << 20) |
-                                static_cast<uint32_t>(ipc::kKindRequest));
+    w.u32(ipc::kOffDstSvce, ipc::queueId(ipc::kSvcManager, 0, ipc::kKindRequest));
     // Body.
     w.u32(kOffType, static_cast<uint32_t>(req.type));
     w.u16(kOffNoForm, req.noForm ? 1 : 0);
@@ -40,7 +34,7 @@ std::array<uint8_t, kLen> encode(const ConfigRequest& req, uint32_t xid, uint32_
     w.u16(kOffDead, req.dead);
     w.u32(kOffPrimary, req.primary);
     w.u32(kOffSecondary, req.secondary);
-    w.u32(kOffCtrlVlan, req.controlVlan == 0 ? 0 : (kVlanIfType << 24) | req.controlVlan);
+    w.u32(kOffCtrlVlan, req.controlVlan == 0 ? 0 : ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, req.controlVlan));
     w.bytes(kOffMemberVlans, req.memberVlans.data(), req.memberVlans.size());
     size_t n = std::min(req.description.size(), kMaxDescription);
     w.bytes(kOffDescription, req.description.data(), n);  // the NUL is already there

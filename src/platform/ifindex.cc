@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/codec.h"
+#include "platform/limits.h"
 
 namespace ifm = vorn::ifm;
 
@@ -17,10 +18,10 @@ struct IfmPhysLagIfList {
 
 namespace {
 
-constexpr uint32_t kMaxSlot = 11;
-constexpr uint32_t kMaxPort = 63;
-constexpr uint32_t kMaxLag = 128;
-constexpr uint32_t kMaxVlan = 4095;
+using vorn::limits::kMaxLag;
+using vorn::limits::kMaxPort;
+using vorn::limits::kMaxSlot;
+using vorn::limits::kMaxVlan;
 
 bool isPortType(uint32_t type) {
     return type == ifm::kTypeManagement || type == ifm::kTypeGigabit ||

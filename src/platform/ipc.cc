@@ -174,10 +174,9 @@ std::string queuePath(int service, int instance, int kind) {
 }
 
 std::string queuePath(uint32_t queueId) {
-    int kind = static_cast<int>(queueId & 0xF);
+    int kind = ipc::queueKind(queueId);
     if (kind == ipc::kKindSwpSource || kind == 0) kind = ipc::kKindRequest;
-    return queuePath(static_cast<int>(queueId >> 20), static_cast<int>((queueId >> 4) & 0xFFFF),
-                     kind);
+    return queuePath(ipc::queueService(queueId), ipc::queueInstance(queueId), kind);
 }
 
 bool endpointAlive(const std::string& path) {
@@ -219,12 +218,13 @@ int routeSend(int fd, void* buf, size_t len) {
         return -1;
     }
     // Built in place: this is the path of every originated message.
-    int kind = static_cast<int>(target & 0xF);
+    int kind = ipc::queueKind(target);
     if (kind == ipc::kKindSwpSource || kind == 0) kind = ipc::kKindRequest;
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
-    int n = std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s/%u.%u.%d",
-                          options().rundir.c_str(), target >> 20, (target >> 4) & 0xFFFF, kind);
+    int n = std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s/%d.%d.%d",
+                          options().rundir.c_str(), ipc::queueService(target),
+                          ipc::queueInstance(target), kind);
     if (n < 0 || static_cast<size_t>(n) >= sizeof(addr.sun_path)) {
         stats().sendFailed++;
         errno = ENAMETOOLONG;
@@ -541,8 +541,7 @@ int qelIpcSendWait(QelKey ipcKey, void* buf, int len, int wait, int /*mtype*/, i
 }
 
 uint32_t qel_getQueueId(int service, int instance, int kind) {
-    return (static_cast<uint32_t>(service) << 20) | (static_cast<uint32_t>(instance) << 4) |
-           static_cast<uint32_t>(kind);
+    return ipc::queueId(service, instance, kind);
 }
 
 uint32_t qel_tmeGetPeerIpAddrByName(int service, int instance, uint32_t* out) {

@@ -63,6 +63,15 @@ inline constexpr int kSvcAgent = 227;
 inline constexpr uint32_t kMtShellRequest = 9001;
 inline constexpr uint32_t kMtShellAnswer = 9002;
 
+// Queue id: (service << 20) | (instance << 4) | kind.
+constexpr uint32_t queueId(int service, int instance, int kind) {
+    return (static_cast<uint32_t>(service) << 20) | (static_cast<uint32_t>(instance) << 4) |
+           static_cast<uint32_t>(kind);
+}
+constexpr int queueService(uint32_t id) { return static_cast<int>(id >> 20); }
+constexpr int queueInstance(uint32_t id) { return static_cast<int>((id >> 4) & 0xFFFF); }
+constexpr int queueKind(uint32_t id) { return static_cast<int>(id & 0xF); }
+
 inline constexpr uint32_t kLoopbackAddr = 0x7F000001;
 inline constexpr uint32_t kCardAddrBase = 0x7F000100;
 
@@ -70,10 +79,12 @@ inline constexpr uint32_t kCardAddrBase = 0x7F000100;
 
 // ---- Task services ----------------------------------------------------------------------
 
-// Parses the host options (--rundir, --cards, --standby, --peer-pair) and prepares the
-// run directory. Returns 0 to go on; 1 after printing the usage for --help. Unknown options
-// and an unsafe run directory print a message on stderr and exit with status 2. Also sets up
-// the clean exit on SIGTERM and SIGINT (every bound socket unlinked, status 0).
+// Parses the host options (--rundir, --cards, --standby, --peer-pair), prepares the run
+// directory and sets up the clean exit on SIGTERM and SIGINT (every bound socket unlinked,
+// status 0). Returns 0 to go on. Returns 1, having printed why, when the program is not to
+// start: after --help or --version (printed on stdout), or for a bad command line or an
+// unusable run directory (a message and the usage on stderr); vorn::host::startExitStatus()
+// then gives the status to end with. It never ends the process itself.
 int QEL_NbsdpInit(int argc, char** argv, char** env);
 
 using QelTaskEntry = void (*)(intptr_t, intptr_t);
@@ -140,6 +151,9 @@ struct Options {
 // The options in force (after QEL_NbsdpInit, or as set by setRunDir).
 const Options& options();
 Options& mutableOptions();
+// After QEL_NbsdpInit returned non-zero: the exit status the program should end with, 0 after
+// --help or --version, 2 for a bad command line or an unusable run directory.
+int startExitStatus();
 // The default run directory: /tmp/vorn-<uid>.
 std::string defaultRunDir();
 // Uses `dir` as the run directory (created with mode 0700 when absent). Returns false with a

@@ -11,10 +11,11 @@
 #include <type_traits>
 
 #include "task/pools.h"
+#include "platform/limits.h"
 
-inline constexpr uint16_t VORN_MIN_RING_ID = 1;
-inline constexpr uint16_t VORN_MAX_RING_ID = 255;
-inline constexpr uint16_t VORN_MAX_VLAN_ID = 4095;
+inline constexpr uint16_t VORN_MIN_RING_ID = vorn::limits::kMinRingId;
+inline constexpr uint16_t VORN_MAX_RING_ID = vorn::limits::kMaxRingId;
+inline constexpr uint16_t VORN_MAX_VLAN_ID = vorn::limits::kMaxVlan;
 inline constexpr uint16_t VORN_MAX_PORT_NUM = 897;
 inline constexpr int VORN_RING_TABLE_SIZE = 256;
 inline constexpr int VORN_VLAN_TABLE_SIZE = 4096;
@@ -22,7 +23,7 @@ inline constexpr int VORN_PORT_TABLE_SIZE = 898;
 inline constexpr int VORN_NUM_STG_INST = 64;
 inline constexpr uint16_t VORN_STG_INST_BASE = 64;
 inline constexpr uint16_t VORN_STG_INST_NONE = 128;
-inline constexpr int VORN_LAG_MAX_MEMBERS = 32;
+inline constexpr int VORN_LAG_MAX_MEMBERS = vorn::limits::kMaxLagMembers;
 inline constexpr int VORN_NUM_DBG_TYPES = 7;
 inline constexpr int VORN_DESC_LEN = 256;
 

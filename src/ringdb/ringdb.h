@@ -8,13 +8,14 @@
 #include <cstdint>
 
 #include "ringdb/records.h"
+#include "platform/limits.h"
 
 // Size of the LAG member list block taken from the variable pool.
 inline constexpr uint32_t VORN_LAG_LIST_SIZE = 68;
 // Digits written by vornBMapToArray: one per bit of a 32-bit value.
 inline constexpr int VORN_BMAP_DIGITS = 32;
 // The port number a physical port of slot s, port p gets: s * 64 + p + 129.
-inline constexpr uint32_t VORN_PORTS_PER_SLOT = 64;
+inline constexpr uint32_t VORN_PORTS_PER_SLOT = vorn::limits::kPortsPerSlot;
 inline constexpr uint32_t VORN_PHYS_PORT_BASE = 129;
 
 // The gVornPort index of an interface: a LAG uses its LAG number, a physical port

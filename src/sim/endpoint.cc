@@ -66,8 +66,8 @@ bool Endpoint::send(uint8_t* msg, size_t len) const {
 void writeOrigin(be::Writer& w, uint32_t mtype, uint32_t len, int srcService, int srcInstance,
                  uint32_t targetQueueId) {
     uint32_t tmp = 0;
-    auto targetService = static_cast<int>(targetQueueId >> 20);
-    auto targetInstance = static_cast<int>((targetQueueId >> 4) & 0xFFFF);
+    int targetService = ipc::queueService(targetQueueId);
+    int targetInstance = ipc::queueInstance(targetQueueId);
     w.u32(ipc::kOffMlen, len);
     w.u32(ipc::kOffMtype, mtype);
     w.u32(ipc::kOffW20, 0);

@@ -39,7 +39,7 @@ class EventHandler : public Source {
     // Subscriber request queue id -> the event ids it follows.
     using Subscribers = std::map<uint32_t, std::set<uint32_t>>;
 
-    EventHandler() : endpoint_(30, 0), buf_(ipc::kMaxMsgLen) {}
+    EventHandler() : endpoint_(ipc::kSvcEventHandler, 0), buf_(ipc::kMaxMsgLen) {}
 
     // Present: the endpoint is open and answers. Absent: it is closed, so subscriptions
     // find nobody. The subscribers are kept across an absence.

@@ -44,7 +44,7 @@ class Ifm : public Source {
         uint32_t flags = 0;  // bit 31: secondary of a ring; bit 30: primary is the ICL
     };
 
-    Ifm() : endpoint_(138, 0), buf_(ipc::kMaxMsgLen) {}
+    Ifm() : endpoint_(ipc::kSvcIfm, 0), buf_(ipc::kMaxMsgLen) {}
 
     bool open(std::string* err) { return endpoint_.open(err); }
     void close() { endpoint_.close(); }

@@ -13,8 +13,8 @@
 namespace vorn::sim {
 namespace {
 
-constexpr int kManagerService = 226;
-constexpr int kOwnService = 166;
+constexpr int kManagerService = ipc::kSvcManager;
+constexpr int kOwnService = ipc::kSvcL2pm;
 // Window (messages in flight) and retransmission time-out (units of 100 ms).
 constexpr int kWindow = 10;
 constexpr int kRto = 25;

@@ -3,6 +3,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "platform/ipc.h"
+
 namespace vorn::sim {
 
 void say(const char* fmt, ...) {
@@ -18,7 +20,8 @@ void say(const char* fmt, ...) {
 std::string queueName(uint32_t queueId) {
     if (queueId == 0)
         return "none";
-    return std::to_string(queueId >> 20) + "." + std::to_string((queueId >> 4) & 0xFFFF);
+    return std::to_string(ipc::queueService(queueId)) + "." +
+           std::to_string(ipc::queueInstance(queueId));
 }
 
 }  // namespace vorn::sim

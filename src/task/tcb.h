@@ -6,13 +6,14 @@
 
 #include "platform/chassis.h"
 #include "platform/ipc.h"
+#include "platform/limits.h"
 
-inline constexpr int VORN_MAX_SLOTS = 12;
-inline constexpr uint16_t VORN_NO_LINE_CARD = 12;
-inline constexpr int VORN_SERVICE = 226;
-inline constexpr int VORN_AGENT_SERVICE = 227;
-inline constexpr int VORN_L2PM_SERVICE = 166;
-inline constexpr int VORN_IFM_SERVICE = 138;
+inline constexpr int VORN_MAX_SLOTS = static_cast<int>(vorn::limits::kSlots);
+inline constexpr uint16_t VORN_NO_LINE_CARD = vorn::limits::kSlots;
+inline constexpr int VORN_SERVICE = vorn::ipc::kSvcManager;
+inline constexpr int VORN_AGENT_SERVICE = vorn::ipc::kSvcAgent;
+inline constexpr int VORN_L2PM_SERVICE = vorn::ipc::kSvcL2pm;
+inline constexpr int VORN_IFM_SERVICE = vorn::ipc::kSvcIfm;
 
 // One SWP receive record: next expected sequence number (0: not synchronised) and epoch.
 using VornSwpRcvState = std::array<uint32_t, 2>;

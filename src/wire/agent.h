@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "platform/ipc.h"
+#include "platform/limits.h"
 
 namespace vorn::agt {
 
@@ -23,8 +24,8 @@ inline constexpr uint32_t kMtStartCfg = 0x6408;    // 128 zero bytes (SWP)
 inline constexpr uint32_t kMtEndCfg = 0x6409;      // 128 zero bytes (SWP)
 inline constexpr uint32_t kMtLcType = 0x640D;      // line-card types (SWP)
 
-inline constexpr int kSlots = 12;
-inline constexpr uint16_t kNoSlot = 12;  // "no line card"
+inline constexpr int kSlots = static_cast<int>(limits::kSlots);
+inline constexpr uint16_t kNoSlot = limits::kSlots;  // "no line card"
 
 // ---- Registration (agent -> manager, plain IPC, body at 60) -------------------------------
 namespace reg {
@@ -200,7 +201,7 @@ static_assert(kOffTypes + 4 * kSlots == kLen);
 // Port number of a physical port (slot x 64 + port + 129) or of a LAG (its number), as the
 // manager and the agents name ring ports in their records.
 constexpr uint16_t portNumber(uint32_t slot, uint32_t port) {
-    return static_cast<uint16_t>(slot * 64 + port + 129);
+    return static_cast<uint16_t>(slot * limits::kPortsPerSlot + port + 129);
 }
 
 }  // namespace vorn::agt

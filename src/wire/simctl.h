@@ -21,7 +21,7 @@
 
 namespace vorn::simctl {
 
-inline constexpr int kService = 50;
+inline constexpr int kService = ipc::kSvcSimControl;
 inline constexpr int kInstance = 0;
 inline constexpr uint32_t kMtRequest = 5001;
 inline constexpr uint32_t kMtAnswer = 5002;
@@ -52,8 +52,7 @@ inline bool encodeRequest(const std::string& command, uint32_t exchangeId, uint3
     w.u32(ipc::kOffSrcCard, ipc::kLoopbackAddr);
     w.u32(ipc::kOffSrcSvce, srcQueueId);
     w.u32(ipc::kOffDstCard, ipc::kLoopbackAddr);
-    w.u32(ipc::kOffDstSvce, (uint32_t{kService} << 20) | (uint32_t{kInstance} << 4) |
-                                static_cast<uint32_t>(ipc::kKindRequest));
+    w.u32(ipc::kOffDstSvce, ipc::queueId(kService, kInstance, ipc::kKindRequest));
     w.bytes(kOffCommand, command.data(), command.size());
     return true;
 }
