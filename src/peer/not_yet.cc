@@ -1,25 +1,23 @@
-// Entry points of this subsystem that are not built yet: each says so under the error flag
-// and changes nothing. Entries leave this file as they land.
+// The peer-pair integration is not built yet. Without the feature (no --peer-pair) there is
+// nothing to start, no link socket and no interface is the inter-chassis link; every entry
+// that would act for the feature refuses.
 
 #include "peer/peer.h"
+#include "platform/chassis.h"
 #include "task/not_yet.h"
 
-int vornZilPeerStatusChg(uint8_t*) { return vornNotHandledYet("vornZilPeerStatusChg"); }
-int vornProcessZilPeerMsg() { return vornNotHandledYet("vornProcessZilPeerMsg"); }
-// Without the peer-pair feature there is nothing to start and no periodic work.
-int vornZilInit() { return 0; }
+int vornZilPeerStatusChg(uint8_t*) { return vornNotBuiltYet("vornZilPeerStatusChg"); }
+int vornProcessZilPeerMsg() { return vornNotBuiltYet("vornProcessZilPeerMsg"); }
+int vornZilInit() { return qelIsZilEnabled() != 0 ? vornNotBuiltYet("vornZilInit") : 0; }
 int vornZilPeerRegRetryAndFlushTxBuf() { return 0; }
 int vornZilIclSocket() { return -1; }
-// The LAG associations that IFM's interface-mode-change records feed.
 int vornZilProcIclLagAssoc(uint32_t, uint32_t) {
-    return vornNotHandledYet("vornZilProcIclLagAssoc");
+    return vornNotBuiltYet("vornZilProcIclLagAssoc");
 }
 int vornZilProcLagZilAssoc(uint32_t, uint16_t, uint32_t) {
-    return vornNotHandledYet("vornZilProcLagZilAssoc");
+    return vornNotBuiltYet("vornZilProcLagZilAssoc");
 }
-
-// Until the peer-pair integration answers from its library handle, no interface is the ICL.
 uint32_t vornZilGetIclIfIndex() {
-    vornNotHandledYet("vornZilGetIclIfIndex");
+    if (qelIsZilEnabled() != 0) vornNotBuiltYet("vornZilGetIclIfIndex");
     return 0;
 }

@@ -21,13 +21,13 @@ uint64_t ringBlocksInUse() {
 
 TEST_F(ProtoTest, CreatingARingTwiceKeepsTheFirstAndRepliesTwice) {
     auto before = gVornCounters;
-    CliReq first(VORN_CLI_PROTO, 5);
+    CliReq first(vorn::nm::kTypeProto, 5);
     std::vector<uint8_t> reply1 = run(first);
-    ASSERT_EQ(status(CliReq(VORN_CLI_HELLO, 5).hello(800)), 0);
-    CliReq again(VORN_CLI_PROTO, 5);
+    ASSERT_EQ(status(CliReq(vorn::nm::kTypeHello, 5).hello(800)), 0);
+    CliReq again(vorn::nm::kTypeProto, 5);
     std::vector<uint8_t> reply2 = run(again);
 
-    ASSERT_EQ(reply1.size(), VORN_CLI_REQ_LEN);
+    ASSERT_EQ(reply1.size(), vorn::nm::kLen);
     // The reply is the request itself, with the reply flag and status 0.
     EXPECT_TRUE(std::equal(reply1.begin() + ipc::kHdrLen, reply1.end(),
                            first.buf().begin() + ipc::kHdrLen));
@@ -67,7 +67,7 @@ TEST_F(ProtoTest, RefusedCreationsMakeNothing) {
         auto errs = gVornErrs;
         vornErrPrint = 1;
         int64_t st = -2;
-        std::string out = captureStdout([&] { st = status(CliReq(VORN_CLI_PROTO, c.ringId)); });
+        std::string out = captureStdout([&] { st = status(CliReq(vorn::nm::kTypeProto, c.ringId)); });
         vornErrPrint = 0;
         EXPECT_EQ(st, 0);  // the reply says success
         EXPECT_EQ(out, c.errLine);
@@ -84,12 +84,12 @@ TEST_F(ProtoTest, RemovingAMissingRingRepliesOneAndChangesNothing) {
     const Snapshot before = snapshot();
     for (uint16_t id : {uint16_t{6}, uint16_t{0}, uint16_t{256}}) {
         SCOPED_TRACE(id);
-        CliReq req = CliReq(VORN_CLI_PROTO, id).no();
+        CliReq req = CliReq(vorn::nm::kTypeProto, id).no();
         std::vector<uint8_t> reply = run(req);
-        ASSERT_EQ(reply.size(), VORN_CLI_REQ_LEN);
+        ASSERT_EQ(reply.size(), vorn::nm::kLen);
         be::Reader r(reply.data(), reply.size());
-        EXPECT_EQ(r.u32(VORN_CLI_REPLY_STATUS_OFF), VORN_CLI_ERR_NO_RING);
-        EXPECT_EQ(r.u16(VORN_CLI_STATUS_OFF), VORN_CLI_ERR_NO_RING);
+        EXPECT_EQ(r.u32(vorn::nm::kOffReplyStatus), vorn::nm::kStatusNoRing);
+        EXPECT_EQ(r.u16(vorn::nm::kOffStatus), vorn::nm::kStatusNoRing);
         EXPECT_EQ(snapshot(), before);
         EXPECT_EQ(vornTcb.ringCount, 1u);
     }
@@ -98,14 +98,14 @@ TEST_F(ProtoTest, RemovingAMissingRingRepliesOneAndChangesNothing) {
 TEST_F(ProtoTest, RemovalReportsRingCountsAlsoForARingNeverEnabled) {
     create(1);
     create(2);
-    ASSERT_EQ(status(CliReq(VORN_CLI_ENABLE, 2).no()), 0);  // "no disable"
+    ASSERT_EQ(status(CliReq(vorn::nm::kTypeEnable, 2).no()), 0);  // "no disable"
     ASSERT_EQ(vornActiveRings, 1);
-    CliReq req = CliReq(VORN_CLI_PROTO, 1).no();
+    CliReq req = CliReq(vorn::nm::kTypeProto, 1).no();
     std::vector<uint8_t> reply = run(req);
     be::Reader r(reply.data(), reply.size());
-    EXPECT_EQ(r.u32(VORN_CLI_REPLY_STATUS_OFF), 0u);
-    EXPECT_EQ(r.u16(VORN_CLI_CFG_RINGS_OFF), 1);
-    EXPECT_EQ(r.u16(VORN_CLI_ACTIVE_RINGS_OFF), 0);  // ring 1 was never enabled
+    EXPECT_EQ(r.u32(vorn::nm::kOffReplyStatus), 0u);
+    EXPECT_EQ(r.u16(vorn::nm::kOffConfiguredRings), 1);
+    EXPECT_EQ(r.u16(vorn::nm::kOffActiveRings), 0);  // ring 1 was never enabled
     EXPECT_EQ(gVornRing[1], nullptr);
     EXPECT_EQ(gVornStgInst[0], 0u);  // ring 1's instance is free again
     EXPECT_EQ(gVornStgInst[1], 65u);
@@ -119,20 +119,20 @@ TEST_F(ProtoTest, RemovingARingUndoesAllItsConfiguration) {
     ASSERT_NE(vornCreateVlanEntry(vl(300), VORN_CREATOR_IFM), nullptr);
     ctrlVlan(5, gi(0, 5), gi(0, 11), 10);
     members(5, {200, 300});
-    ASSERT_EQ(status(CliReq(VORN_CLI_MODE, 5).mode(VORN_MODE_MASTER)), 0);
-    ASSERT_EQ(status(CliReq(VORN_CLI_ENABLE, 5).no()), 0);
-    ASSERT_EQ(status(CliReq(VORN_CLI_HELLO, 5).hello(700)), 0);
-    ASSERT_EQ(status(CliReq(VORN_CLI_DEAD, 5).dead(2100)), 0);
-    ASSERT_EQ(status(CliReq(VORN_CLI_DESC, 5).desc("east")), 0);
+    ASSERT_EQ(status(CliReq(vorn::nm::kTypeMode, 5).mode(VORN_MODE_MASTER)), 0);
+    ASSERT_EQ(status(CliReq(vorn::nm::kTypeEnable, 5).no()), 0);
+    ASSERT_EQ(status(CliReq(vorn::nm::kTypeHello, 5).hello(700)), 0);
+    ASSERT_EQ(status(CliReq(vorn::nm::kTypeDead, 5).dead(2100)), 0);
+    ASSERT_EQ(status(CliReq(vorn::nm::kTypeDesc, 5).desc("east")), 0);
     ASSERT_EQ(gVornRing[5]->u4Flags, 0x7Fu);
     ASSERT_EQ(ringBlocksInUse(), 1u);
 
-    CliReq req = CliReq(VORN_CLI_PROTO, 5).no();
+    CliReq req = CliReq(vorn::nm::kTypeProto, 5).no();
     std::vector<uint8_t> reply = run(req);
     be::Reader r(reply.data(), reply.size());
-    EXPECT_EQ(r.u32(VORN_CLI_REPLY_STATUS_OFF), 0u);
-    EXPECT_EQ(r.u16(VORN_CLI_CFG_RINGS_OFF), 0);
-    EXPECT_EQ(r.u16(VORN_CLI_ACTIVE_RINGS_OFF), 0);
+    EXPECT_EQ(r.u32(vorn::nm::kOffReplyStatus), 0u);
+    EXPECT_EQ(r.u16(vorn::nm::kOffConfiguredRings), 0);
+    EXPECT_EQ(r.u16(vorn::nm::kOffActiveRings), 0);
     EXPECT_EQ(gVornRing[5], nullptr);
     EXPECT_EQ(ringBlocksInUse(), 0u);
     EXPECT_EQ(runningConfig(), "");
@@ -159,7 +159,7 @@ TEST_F(ProtoTest, RemovingTheLastRingFlushesThePendingBuffers) {
     };
     std::array<uint8_t, 8192> rx{};
     auto removeDirect = [&](uint16_t id) {
-        CliReq req = CliReq(VORN_CLI_PROTO, id).no();
+        CliReq req = CliReq(vorn::nm::kTypeProto, id).no();
         std::copy(req.buf().begin(), req.buf().end(), rx.begin());
         vornProcessCliMsg(rx.data());  // without the dispatch, which flushes anyway
     };
@@ -173,20 +173,23 @@ TEST_F(ProtoTest, RemovingTheLastRingFlushesThePendingBuffers) {
 }
 
 TEST_F(ProtoTest, DispatchRoutesRepliesAndCounts) {
+    // Show, debug and clear are refused until they are built: a show answer with status -1
+    // (88 bytes, no data), a reply with status 0xFFFF for debug and clear.
     const struct {
         const char* name;
         uint32_t type;
-        bool replied;
-        int counter;  // -1: none besides "NM count"
+        size_t replyLen;
+        uint32_t status;  // of the reply (offset 64, or 60 of a show answer)
+        int counter;      // -1: none besides "NM count"
         const char* trace;
     } cases[] = {
-        {"unknown type", 9, true, VORN_CNT_CLI_DEFAULT,
+        {"unknown type", 9, vorn::nm::kLen, 0, VORN_CNT_CLI_DEFAULT,
          "vornProcessCliMsg \r\nvornProcessCliMsg: Default case. \r\n"},
-        {"clear", VORN_CLI_CLEAR_STAT, true, -1, "vornProcessCliMsg \r\nVORN_CLEAR_STAT \r\n"},
-        {"debug", VORN_CLI_DBG_EVENT, true, -1, "vornProcessCliMsg \r\n"},
-        {"show summary", VORN_CLI_SHOW_SUMMARY, false, -1, "vornProcessCliMsg \r\n"},
-        {"show detail", VORN_CLI_SHOW_DETAIL, false, -1, "vornProcessCliMsg \r\n"},
-        {"show member VLANs", VORN_CLI_SHOW_MEMBER_VLANS, false, -1, "vornProcessCliMsg \r\n"},
+        {"clear", vorn::nm::kTypeClearStat, vorn::nm::kLen, 0xFFFF, -1,
+         "vornProcessCliMsg \r\nVORN_CLEAR_STAT \r\n"},
+        {"debug", vorn::nm::kTypeDbgEvent, vorn::nm::kLen, 0xFFFF, -1, "vornProcessCliMsg \r\n"},
+        {"show summary", vorn::nm::kTypeShowSummary, 88, 0xFFFFFFFF, -1, "vornProcessCliMsg \r\n"},
+        {"show detail", vorn::nm::kTypeShowDetail, 88, 0xFFFFFFFF, -1, "vornProcessCliMsg \r\n"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -194,9 +197,11 @@ TEST_F(ProtoTest, DispatchRoutesRepliesAndCounts) {
         CliReq req(c.type, 5);
         std::vector<uint8_t> reply;
         vornDbgPrint = 1;
-        std::string out = captureStdout([&] { reply = run(req, c.replied ? 1000 : 100); });
+        std::string out = captureStdout([&] { reply = run(req, 1000); });
         vornDbgPrint = 0;
-        EXPECT_EQ(reply.size(), c.replied ? VORN_CLI_REQ_LEN : 0u);
+        ASSERT_EQ(reply.size(), c.replyLen);
+        EXPECT_EQ(be::Reader(reply.data(), reply.size()).u32(c.replyLen == 88 ? 60 : 64),
+                  c.status);
         // The dispatch's own lines come first; the show, debug and clear handlers follow.
         EXPECT_EQ(out.rfind("vornProcessIpcMsg: MT_NM \r\n" + std::string(c.trace), 0), 0u) << out;
         auto expected = before;
@@ -207,13 +212,13 @@ TEST_F(ProtoTest, DispatchRoutesRepliesAndCounts) {
 }
 
 TEST_F(ProtoTest, ShortRequestIsDroppedWithoutReply) {
-    CliReq req(VORN_CLI_PROTO, 5);
+    CliReq req(vorn::nm::kTypeProto, 5);
     be::Writer(req.buf().data(), req.buf().size()).u32(ipc::kOffMlen, 200);
     ASSERT_EQ(qelIpcSend(cli_, req.buf().data(), 200), 0);
     std::vector<uint8_t> rx(8192, 0xEE);  // what an earlier message left behind
     ASSERT_EQ(qelIpcRecv(vornTcb.reqQfd, rx.data(), 8192, 0, 0, 0), 200);
     vornProcessIpcMsg(rx.data());
-    EXPECT_TRUE(recvOn(cli_, 100).empty());
+    EXPECT_TRUE(recvOn(cli_, 0).empty());
     EXPECT_EQ(gVornRing[5], nullptr);
     EXPECT_EQ(gVornCounters[VORN_CNT_CLI_PROTO], 0u);
 }
