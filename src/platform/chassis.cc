@@ -3,6 +3,7 @@
 
 #include "platform/codec.h"
 #include "platform/ipc.h"
+#include "platform/number.h"
 
 namespace {
 
@@ -13,6 +14,24 @@ constexpr size_t kOffSlots = 4;
 constexpr uint32_t kSlotMask = (1u << vorn::chassis::kSlots) - 1;
 
 }  // namespace
+
+bool vorn::chassis::parseCardList(std::string_view text, uint32_t* mask, std::string* err) {
+    if (text.empty()) {
+        *err = "no slot given (e.g. 0,1)";
+        return false;
+    }
+    uint32_t m = 0;
+    for (;;) {
+        size_t comma = text.find(',');
+        uint32_t slot = 0;
+        if (!number::parse(text.substr(0, comma), 0, kSlots - 1, "slot", &slot, err)) return false;
+        m |= 1u << slot;
+        if (comma == std::string_view::npos) break;
+        text.remove_prefix(comma + 1);
+    }
+    *mask = m;
+    return true;
+}
 
 uint32_t qelGetChasInfo(int service, int instance, std::span<uint8_t> info) {
     if (info.size() < vorn::chassis::kInfoLen) return 0xFFFFFFFF;

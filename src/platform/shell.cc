@@ -8,9 +8,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <sstream>
@@ -19,6 +17,7 @@
 #include "platform/ipc.h"
 #include "platform/ipc_internal.h"
 #include "platform/mem.h"
+#include "platform/number.h"
 
 namespace vorn::shell {
 namespace {
@@ -57,14 +56,27 @@ Registry& regWithBuiltins() {
     return r;
 }
 
-bool parseNumber(const std::string& tok, long* out) {
-    if (tok.empty()) return false;
-    errno = 0;
-    char* end = nullptr;
-    long v = std::strtol(tok.c_str(), &end, 0);
-    if (errno != 0 || end == nullptr || *end != '\0') return false;
-    *out = v;
-    return true;
+// Reads an argument or a global's value: a number, decimal or 0x hex, with an optional '-' in
+// front. It must fit a 32-bit word, as the functions take ints and the globals are 32 bits
+// (0xffffffff is -1 to them).
+bool parseWord(const std::string& tok, long* out, std::string* why) {
+    constexpr uint64_t kMaxNegative = 0x80000000u;
+    constexpr uint64_t kMaxPositive = 0xFFFFFFFFu;
+    bool negative = !tok.empty() && tok[0] == '-';
+    uint64_t v = 0;
+    switch (number::read(std::string_view(tok).substr(negative ? 1 : 0), 0,
+                         negative ? kMaxNegative : kMaxPositive, number::Radix::DecimalOrHex, &v)) {
+        case number::Status::Ok:
+            *out = negative ? -static_cast<long>(v) : static_cast<long>(v);
+            return true;
+        case number::Status::NotANumber:
+            *why = "expected an integer";
+            return false;
+        case number::Status::OutOfRange:
+            break;
+    }
+    *why = "out of range -2147483648..4294967295 (a 32-bit word)";
+    return false;
 }
 
 // Runs fn with the standard output redirected into an anonymous file, and returns what
@@ -161,8 +173,10 @@ std::string runLine(const std::string& line) {
     if (global != nullptr && (toks.size() == 1 || toks[1] == "=")) {
         if (toks.size() >= 2) {
             long v = 0;
-            if (toks.size() != 3 || !parseNumber(toks[2], &v))
-                return "bad value for " + name + ": expected NAME = NUMBER\n";
+            std::string why;
+            if (toks.size() != 3) return "bad value for " + name + ": expected NAME = NUMBER\n";
+            if (!parseWord(toks[2], &v, &why))
+                return "bad value '" + toks[2] + "' for " + name + ": " + why + "\n";
             *global = static_cast<uint32_t>(v);
         }
         return name + " = " + std::to_string(*global) + "\n";
@@ -171,8 +185,9 @@ std::string runLine(const std::string& line) {
     std::vector<long> args;
     for (size_t i = 1; i < toks.size(); ++i) {
         long v = 0;
-        if (!parseNumber(toks[i], &v))
-            return "bad argument '" + toks[i] + "' to " + name + ": expected an integer\n";
+        std::string why;
+        if (!parseWord(toks[i], &v, &why))
+            return "bad argument '" + toks[i] + "' to " + name + ": " + why + "\n";
         args.push_back(v);
     }
     return capture([&] { fn(args); });
