@@ -1,5 +1,5 @@
-// Task services and host options: the process start-up of a platform program, its run
-// directory, its one task thread, and the clean exit on SIGTERM and SIGINT.
+// Task services: the run directory of a platform program, its one task thread, and the clean
+// exit on SIGTERM and SIGINT. The command line is read in host_options.cc.
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -26,11 +26,6 @@
 namespace vorn::host {
 namespace {
 
-Options& optionsStorage() {
-    static Options opts{defaultRunDir(), 0x3, false, false};
-    return opts;
-}
-
 // Task table: the host runs one named task per spawn; its service and instance come
 // from the platform's table of known task names.
 struct TaskInfo {
@@ -50,42 +45,7 @@ int serviceOfTaskName(const std::string& name) {
     return 0;
 }
 
-bool parseCards(const char* text, uint32_t* out) {
-    uint32_t cards = 0;
-    std::string s(text);
-    if (s.empty()) return false;
-    size_t pos = 0;
-    while (pos <= s.size()) {
-        size_t comma = s.find(',', pos);
-        std::string item = s.substr(pos, comma == std::string::npos ? std::string::npos
-                                                                    : comma - pos);
-        if (item.empty() || item.size() > 2 ||
-            item.find_first_not_of("0123456789") != std::string::npos)
-            return false;
-        int slot = std::stoi(item);
-        if (slot > 11) return false;
-        cards |= 1u << slot;
-        if (comma == std::string::npos) break;
-        pos = comma + 1;
-    }
-    *out = cards;
-    return true;
-}
-
-void printUsage(FILE* f, const char* prog) {
-    std::fprintf(f,
-                 "usage: %s [--rundir DIR] [--cards LIST] [--standby] [--peer-pair]\n"
-                 "  --rundir DIR   run directory of the chassis (default %s)\n"
-                 "  --cards LIST   comma list of slots 0..11 with a card present (default 0,1)\n"
-                 "  --standby      run as the standby route processor\n"
-                 "  --peer-pair    enable the peer-pair feature\n",
-                 prog, defaultRunDir().c_str());
-}
-
 }  // namespace
-
-const Options& options() { return optionsStorage(); }
-Options& mutableOptions() { return optionsStorage(); }
 
 std::string defaultRunDir() { return "/tmp/vorn-" + std::to_string(getuid()); }
 
@@ -96,7 +56,7 @@ bool setRunDir(const std::string& dir, std::string* err) {
         return false;
     }
     if (!checkRunDir(dir, err)) return false;
-    optionsStorage().rundir = dir;
+    mutableOptions().rundir = dir;
     return true;
 }
 
@@ -162,51 +122,6 @@ void installCleanExit() {
 }  // namespace vorn::host
 
 using namespace vorn;
-
-int QEL_NbsdpInit(int argc, char** argv, char** /*env*/) {
-    host::Options& opts = host::mutableOptions();
-    const char* prog = argc > 0 ? argv[0] : "vornd";
-    std::string rundir = opts.rundir;
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        auto value = [&](const char* name) -> const char* {
-            if (i + 1 >= argc) {
-                std::fprintf(stderr, "%s: option %s needs a value\n", prog, name);
-                host::printUsage(stderr, prog);
-                std::exit(2);
-            }
-            return argv[++i];
-        };
-        if (a == "--rundir") {
-            rundir = value("--rundir");
-        } else if (a == "--cards") {
-            const char* list = value("--cards");
-            if (!host::parseCards(list, &opts.cards)) {
-                std::fprintf(stderr, "%s: bad --cards list '%s' (slots 0..11, e.g. 0,1)\n",
-                             prog, list);
-                std::exit(2);
-            }
-        } else if (a == "--standby") {
-            opts.standby = true;
-        } else if (a == "--peer-pair") {
-            opts.peerPair = true;
-        } else if (a == "--help" || a == "-h") {
-            host::printUsage(stdout, prog);
-            return 1;
-        } else {
-            std::fprintf(stderr, "%s: unknown option '%s'\n", prog, a.c_str());
-            host::printUsage(stderr, prog);
-            std::exit(2);
-        }
-    }
-    std::string err;
-    if (!host::setRunDir(rundir, &err)) {
-        std::fprintf(stderr, "%s: %s\n", prog, err.c_str());
-        std::exit(2);
-    }
-    host::installCleanExit();
-    return 0;
-}
 
 long taskSpawn(const char* name, int /*priority*/, int /*options*/, int /*stackSize*/,
                QelTaskEntry entry, intptr_t arg1, intptr_t arg2, intptr_t /*arg3*/) {

@@ -10,7 +10,7 @@
 
 #include "diag/diag.h"
 #include "platform/ipc.h"
-#include "task/handlers.h"
+#include "loop/loop.h"
 #include "task/tcb.h"
 
 namespace {
@@ -23,7 +23,9 @@ void vornTaskEntry(intptr_t arg1, intptr_t arg2) {
 }  // namespace
 
 int main(int argc, char** argv, char** env) {
-    if (QEL_NbsdpInit(argc, argv, env) != 0) std::exit(0);
+    // A start refused by the command line ends here: with status 0 after --help or
+    // --version, 2 after a bad option or run directory.
+    if (QEL_NbsdpInit(argc, argv, env) != 0) std::exit(vorn::host::startExitStatus());
     // One manager per run directory: a second one must not take over the first one's queues.
     std::string err;
     if (!vorn::host::lockService(VORN_SERVICE, 0, &err)) {
