@@ -4,6 +4,7 @@
 #include <span>
 
 #include "cli/syntax.h"
+#include "platform/number.h"
 #include "sim/chassis_sim.h"
 #include "sim/l2pm_download.h"
 #include "sim/log.h"
@@ -38,7 +39,7 @@ bool interfaceRest(const CommandTable::Args& args, size_t at, uint32_t* ifIndex,
 }
 
 bool lagNumber(const std::string& word, uint32_t* lag, std::string* err) {
-    return cli::parseBounded(word, cli::kMinLag, cli::kMaxLag, "port-channel number", lag, err);
+    return number::parse(word, cli::kMinLag, cli::kMaxLag, "port-channel number", lag, err);
 }
 
 CommandResult usage(const char* text) {
@@ -199,7 +200,7 @@ void ChassisSim::registerChassisCommands() {
                    [this](const CommandTable::Args& args) {
                        uint32_t vlan = 0;
                        std::string err;
-                       if (!cli::parseBounded(args[0], kMinVlan, kMaxVlan, "VLAN", &vlan, &err))
+                       if (!number::parse(args[0], kMinVlan, kMaxVlan, "VLAN", &vlan, &err))
                            return refused(err);
                        return done(describeChassisVlan(model_, vlan));
                    }});

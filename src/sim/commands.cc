@@ -46,17 +46,6 @@ bool parseOnOff(const std::string& word, bool* on) {
     return true;
 }
 
-bool parseNumber(const std::string& word, uint32_t lo, uint32_t hi, uint32_t* out) {
-    if (word.empty() || word.size() > 9 ||
-        !std::all_of(word.begin(), word.end(), [](char c) { return c >= '0' && c <= '9'; }))
-        return false;
-    auto v = static_cast<uint32_t>(std::stoul(word));
-    if (v < lo || v > hi)
-        return false;
-    *out = v;
-    return true;
-}
-
 void CommandTable::add(Row row) {
     Entry e{std::move(row), {}};
     e.row.words = lower(e.row.words);

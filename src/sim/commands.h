@@ -54,8 +54,6 @@ class CommandTable {
 std::vector<std::string> tokenize(const std::string& line);
 // "on" or "off" (any case).
 bool parseOnOff(const std::string& word, bool* on);
-// A decimal number from lo to hi, without sign or junk.
-bool parseNumber(const std::string& word, uint32_t lo, uint32_t hi, uint32_t* out);
 // "done" / failure answers.
 inline CommandResult refused(std::string why) {
     return {false, std::move(why)};

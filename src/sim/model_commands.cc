@@ -5,6 +5,7 @@
 #include <span>
 
 #include "cli/syntax.h"
+#include "platform/number.h"
 #include "sim/chassis_sim.h"
 #include "sim/l2pm_show.h"
 #include "sim/log.h"
@@ -26,28 +27,6 @@ bool interfaceArg(const CommandTable::Args& args, uint32_t* ifIndex, std::string
     return true;
 }
 
-// A number in decimal or with 0x in hex, up to 32 bits.
-bool parseCode(const std::string& word, uint32_t* out) {
-    bool hex = word.size() > 2 && word[0] == '0' && (word[1] == 'x' || word[1] == 'X');
-    std::string digits = hex ? word.substr(2) : word;
-    if (digits.empty() || digits.size() > (hex ? 8u : 10u))
-        return false;
-    uint64_t v = 0;
-    for (char c : digits) {
-        int d = c >= '0' && c <= '9'   ? c - '0'
-                : hex && c >= 'a' && c <= 'f' ? c - 'a' + 10
-                : hex && c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                              : -1;
-        if (d < 0)
-            return false;
-        v = v * (hex ? 16 : 10) + static_cast<uint64_t>(d);
-    }
-    if (v > 0xFFFFFFFFu)
-        return false;
-    *out = static_cast<uint32_t>(v);
-    return true;
-}
-
 }  // namespace
 
 void ChassisSim::registerModelCommands() {
@@ -65,7 +44,7 @@ void ChassisSim::registerModelCommands() {
                    [this](const CommandTable::Args& args) {
                        uint32_t vlan = 0;
                        std::string err;
-                       if (!cli::parseBounded(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
+                       if (!number::parse(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
                            return refused(err);
                        return done(describeL2pmVlan(l2pm_.model(), vlan));
                    }});
@@ -73,7 +52,7 @@ void ChassisSim::registerModelCommands() {
                    [this](const CommandTable::Args& args) {
                        uint32_t instance = 0;
                        std::string err;
-                       if (!cli::parseBounded(args[0], 0, kMaxInstance, "STG instance", &instance,
+                       if (!number::parse(args[0], 0, kMaxInstance, "STG instance", &instance,
                                               &err))
                            return refused(err);
                        return done(describeL2pmInstance(l2pm_.model(),
@@ -102,7 +81,7 @@ void ChassisSim::registerModelCommands() {
                    [this](const CommandTable::Args& args) {
                        uint32_t vlan = 0;
                        std::string err;
-                       if (!cli::parseBounded(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
+                       if (!number::parse(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
                            return refused(err);
                        return done(ifm_.describe(vlan));
                    }});
@@ -111,13 +90,14 @@ void ChassisSim::registerModelCommands() {
                    [this](const CommandTable::Args& args) {
                        uint32_t vlan = 0, code = Ifm::kRefusal;
                        std::string err;
-                       if (!cli::parseBounded(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
+                       if (!number::parse(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
                            return refused(err);
                        if (args.size() == 2 || (args.size() == 3 && args[1] != "code"))
                            return refused("usage: ifm refuse-vlan VLAN [code CODE]");
-                       if (args.size() == 3 && !parseCode(args[2], &code))
-                           return refused("bad code '" + args[2] +
-                                          "': expected a number, decimal or 0x hex");
+                       if (args.size() == 3 &&
+                           !number::parse(args[2], 0, 0xFFFFFFFF, "code", &code, &err,
+                                          number::Radix::DecimalOrHex))
+                           return refused(err);
                        ifm_.refuseVlan(vlan, code);
                        say("ifm: VLAN %u as a control VLAN is now answered 0x%08x", vlan, code);
                        char hex[16];
@@ -129,7 +109,7 @@ void ChassisSim::registerModelCommands() {
                    [this](const CommandTable::Args& args) {
                        uint32_t vlan = 0;
                        std::string err;
-                       if (!cli::parseBounded(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
+                       if (!number::parse(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
                            return refused(err);
                        ifm_.acceptVlan(vlan);
                        say("ifm: VLAN %u as a control VLAN is now answered 0", vlan);

@@ -21,15 +21,15 @@ struct SimOptions {
     uint32_t portsPerCard = 8;  // ports 0..N-1 on every card
 };
 
-enum class ParseOutcome { Run, Help, Error };
+enum class ParseOutcome {
+    Run,    // go on with *out
+    Help,   // --help or --version: *message goes to the standard output, status 0
+    Error,  // *message (what is wrong, then the usage) goes to the standard error, status 2
+};
 
-// Parses argv into *out (which holds the defaults). Help: *message holds the usage text.
-// Error: *message says what is wrong, followed by the usage text.
+// Parses argv into *out (which holds the defaults).
 ParseOutcome parseOptions(int argc, char** argv, SimOptions* out, std::string* message);
-std::string usageText(const std::string& prog);
 
-// "0,1,5" -> bits 0, 1 and 5. Slots 0..11, no blanks, no repeats needed but allowed.
-bool parseCardList(const std::string& text, uint32_t* mask);
 // "0,1,5" from a mask; "none" for 0.
 std::string cardListText(uint32_t mask);
 

@@ -3,6 +3,7 @@
 
 #include <functional>
 
+#include "platform/number.h"
 #include "sim/chassis_sim.h"
 #include "sim/log.h"
 
@@ -103,8 +104,9 @@ void ChassisSim::registerCommands() {
 
 CommandResult ChassisSim::cardEvent(uint32_t eventId, const CommandTable::Args& args) {
     uint32_t slot = 0;
-    if (!parseNumber(args[0], 0, kMaxSlot, &slot))
-        return refused("bad slot '" + args[0] + "': slots are 0 to 11");
+    std::string err;
+    if (!number::parse(args[0], 0, kMaxSlot, "slot", &slot, &err))
+        return refused(err);
     if (!evh_.present())
         return refused(
             "the event handler is absent ('evh absent off' brings it back); "

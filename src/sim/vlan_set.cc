@@ -1,6 +1,7 @@
 #include "sim/vlan_set.h"
 
 #include "cli/syntax.h"
+#include "platform/number.h"
 
 namespace vorn::sim {
 
@@ -21,11 +22,11 @@ bool parseVlanSet(std::string_view text, VlanSet* out, std::string* err) {
         }
         size_t dash = item.find('-');
         uint32_t lo = 0, hi = 0;
-        if (!cli::parseBounded(item.substr(0, dash), kMinVlan, kMaxVlan, "VLAN", &lo, err))
+        if (!number::parse(item.substr(0, dash), kMinVlan, kMaxVlan, "VLAN", &lo, err))
             return false;
         hi = lo;
         if (dash != std::string_view::npos &&
-            !cli::parseBounded(item.substr(dash + 1), kMinVlan, kMaxVlan, "VLAN", &hi, err))
+            !number::parse(item.substr(dash + 1), kMinVlan, kMaxVlan, "VLAN", &hi, err))
             return false;
         if (lo > hi) {
             *err = "bad VLAN range '" + std::string(item) + "': " + std::to_string(lo) +

@@ -175,7 +175,7 @@ TEST_F(ChassisControlTest, CommandsChangeTheChassisAndSayWhat) {
     const Case cases[] = {
         {"card up 7", true, "CHMGR_CARD_UP for slot 7 sent to 1 subscriber"},
         {"card down 7", true, "no subscriber follows it"},
-        {"card up 12", false, "bad slot '12'"},
+        {"card up 12", false, "slot 12 is out of range 0..11"},
         {"evh refuse on", true, "now refuses subscriptions"},
         {"evh absent on", true, "is now absent"},
         {"card up 1", false, "the event handler is absent"},

@@ -37,9 +37,11 @@ TEST(SimOptions, ParsesWhatItKnowsAndNamesWhatItDoesNot) {
         {{"--cards", "0x3"}, sim::ParseOutcome::Error, 0, "bad --cards list"},
         {{"--rundir"}, sim::ParseOutcome::Error, 0, "option --rundir needs a value"},
         {{"--te-cards", "1", "--ports", "64"}, sim::ParseOutcome::Run, 0x3, ""},
-        {{"--ports", "65"}, sim::ParseOutcome::Error, 0, "bad --ports '65'"},
+        {{"--ports", "65"}, sim::ParseOutcome::Error, 0, "--ports 65 is out of range 1..64"},
         {{"--turbo"}, sim::ParseOutcome::Error, 0, "unknown option '--turbo'"},
         {{"--help"}, sim::ParseOutcome::Help, 0, "usage: vornsim"},
+        {{"--version"}, sim::ParseOutcome::Help, 0, "vornsim (vorn) "},
+        {{"--attach", "now"}, sim::ParseOutcome::Error, 0, "unexpected argument 'now'"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.words.empty() ? "(none)" : c.words[0] + " ...");
