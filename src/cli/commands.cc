@@ -5,8 +5,9 @@
 #include <algorithm>
 #include <iostream>
 
+#include "platform/cmdline.h"
 #include "platform/ipc.h"
-#include "sim/control_wire.h"
+#include "wire/simctl.h"
 
 namespace vorn::cli {
 namespace {
@@ -40,6 +41,27 @@ Action local(std::function<int()> fn) {
     a.kind = Action::Kind::Local;
     a.local = std::move(fn);
     return a;
+}
+
+// vornctl's command line. Its options keep their values in *rundir and *file; `commands`
+// makes the list of commands that --help shows after the options.
+cmdline::Program vornctlProgram(std::string* rundir, std::string* file,
+                                std::function<std::string()> commands) {
+    cmdline::Program prog;
+    prog.name = "vornctl";
+    prog.synopsis = {
+        "[--rundir DIR] COMMAND...   run one command",
+        "[--rundir DIR] -f FILE      replay a file of commands ('-': standard input)",
+        "[--rundir DIR]              the interactive shell",
+    };
+    prog.options = {
+        {"rundir", 0, "DIR", "run directory of the chassis (default " + host::defaultRunDir() + ")",
+         cmdline::store(rundir)},
+        {"", 'f', "FILE", "replay FILE, a file of commands ('-': standard input)",
+         cmdline::store(file)},
+    };
+    prog.more = std::move(commands);
+    return prog;
 }
 
 }  // namespace
@@ -93,13 +115,13 @@ void Cli::addExecRows() {
 }
 
 std::string Cli::usage() const {
-    std::string s =
-        "usage: vornctl [--rundir DIR] COMMAND...   run one command\n"
-        "       vornctl [--rundir DIR] -f FILE      replay a file of commands ('-': standard "
-        "input)\n"
-        "       vornctl [--rundir DIR]              the interactive shell\n"
-        "  --rundir DIR   run directory of the chassis (default " +
-        host::defaultRunDir() + ")\ncommands:\n";
+    std::string unused;
+    return cmdline::usage(vornctlProgram(&unused, &unused, [this] { return commandList(); }),
+                          true);
+}
+
+std::string Cli::commandList() const {
+    std::string s = "commands:\n";
     std::vector<std::pair<std::string, std::string>> exec, ring;
     for (const Row* r : grammar_.rows(Mode::Ring))
         (r->mode == Mode::Exec ? exec : ring).emplace_back(Grammar::display(*r), r->help);
@@ -179,32 +201,18 @@ int Cli::helpCommand() {
 int vornctlMain(int argc, char** argv, std::istream& in, std::ostream& out, std::ostream& err) {
     std::string rundir = host::defaultRunDir();
     std::string file;
-    bool help = false;
-    int i = 1;
-    for (; i < argc; ++i) {
-        std::string a = argv[i];
-        if (a == "--rundir" || a == "-f") {
-            if (i + 1 >= argc) {
-                err << "% Error: " << a << (a == "-f" ? " needs a file" : " needs a directory")
-                    << "\n";
-                return kExitUsage;
-            }
-            (a == "-f" ? file : rundir) = argv[++i];
-        } else if (a == "--help" || a == "-h") {
-            help = true;
-        } else if (a.size() > 1 && a[0] == '-') {
-            err << "% Error: unknown option '" << a << "'\n" << Cli("", out, err).usage();
-            return kExitUsage;
-        } else {
-            break;
-        }
+    // The list of commands for --help comes from a shell of its own, made only then.
+    cmdline::Outcome parsed = cmdline::parse(
+        vornctlProgram(&rundir, &file, [&] { return Cli("", out, err).commandList(); }), argc,
+        argv);
+    if (!parsed.run) {
+        out << parsed.out;
+        err << parsed.err;
+        return parsed.status;
     }
     Cli cli(rundir, out, err);
-    if (help) {
-        out << cli.usage();
-        return kExitOk;
-    }
-    std::vector<std::string> words(argv + i, argv + argc);
+    // The words after the options are the command's own, whatever they look like.
+    std::vector<std::string> words(argv + parsed.next, argv + argc);
     if (!file.empty()) {
         if (!words.empty()) {
             err << "% Error: -f FILE takes no command after it ('" << words[0] << "')\n";

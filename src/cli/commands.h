@@ -50,7 +50,10 @@ class Cli {
     // The words that complete the last word of `before`.
     std::vector<std::string> completions(std::string_view before) const;
     const Grammar& grammar() const { return grammar_; }
+    // vornctl's usage: its command line, then every command (what --help and 'help' print).
     std::string usage() const;
+    // The commands of both contexts with their help, under a heading.
+    std::string commandList() const;
 
   private:
     // One parsed line: what to do, in order (a line that enters a ring and goes on gives two).
@@ -83,8 +86,8 @@ class Cli {
     bool quit_ = false;
 };
 
-// Parses the global options (--rundir DIR, -f FILE, --help) and runs the command that
-// follows, the file, or the shell.
+// Reads the options (--rundir DIR, -f FILE, --help, --version) up to the first word that is
+// not one, and runs the command made of the words from there, the file, or the shell.
 int vornctlMain(int argc, char** argv, std::istream& in, std::ostream& out, std::ostream& err);
 
 }  // namespace vorn::cli

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "cli/syntax.h"
+#include "platform/number.h"
 
 namespace vorn::cli {
 namespace {
@@ -33,7 +34,7 @@ std::string_view trimRight(std::string_view s) {
 ParamResult number(const Word& w, uint32_t lo, uint32_t hi, const char* what, Param param) {
     ParamResult r;
     r.value.param = param;
-    r.ok = parseBounded(w.text, lo, hi, what, &r.value.number, &r.error);
+    r.ok = vorn::number::parse(w.text, lo, hi, what, &r.value.number, &r.error);
     r.used = r.ok ? 1 : 0;
     return r;
 }

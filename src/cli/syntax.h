@@ -1,5 +1,5 @@
-// Words of the operator's syntax that vornctl and vornsim share: bounded decimal numbers and
-// interface names. An interface is accepted in its long and short form, with or without the
+// Words of the operator's syntax that vornctl and vornsim share: interface names (numbers are
+// read by platform/number.h). An interface is accepted in its long and short form, with or without the
 // blank ("GigabitEthernet 0/1", "Gi 0/1", "gi0/1", "TenGigabitEthernet 1/2", "Port-channel 5",
 // "po5"; the type word may be any unambiguous prefix of the long name) and turned into its
 // ifIndex. Every refusal names the value that was wrong.
@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "platform/ifindex.h"
+#include "platform/number.h"
 
 namespace vorn::cli {
 
@@ -39,28 +40,21 @@ inline constexpr IfType kIfTypes[] = {
 
 namespace detail {
 
-inline bool allDigits(std::string_view s) {
-    if (s.empty())
-        return false;
-    for (char c : s)
-        if (c < '0' || c > '9')
-            return false;
-    return true;
+// True when `text` is a decimal number, whatever its size.
+inline bool isNumber(std::string_view text) {
+    uint64_t unused = 0;
+    return number::read(text, 0, UINT64_MAX, number::Radix::Decimal, &unused) !=
+           number::Status::NotANumber;
 }
 
-// Reads a decimal number of at most nine digits (so that it cannot overflow).
-inline bool readDecimal(std::string_view s, uint32_t* out) {
-    if (!allDigits(s) || s.size() > 9)
-        return false;
-    uint32_t v = 0;
-    for (char c : s)
-        v = v * 10 + static_cast<uint32_t>(c - '0');
-    *out = v;
-    return true;
-}
-
-inline std::string range(uint32_t lo, uint32_t hi) {
-    return std::to_string(lo) + ".." + std::to_string(hi);
+// Reads the slot, port or port-channel number `text` of the interface `shown`; false with
+// "slot 12 is out of range 0..11 in 'Gi 12/1'" when it is out of range.
+inline bool inRange(std::string_view text, uint32_t lo, uint32_t hi, const char* what,
+                    const std::string& shown, uint32_t* out, std::string* err) {
+    if (number::parse(text, lo, hi, what, out, err))
+        return true;
+    *err += " in '" + shown + "'";
+    return false;
 }
 
 // The interface type whose long name starts with `word` (any case); null when none or when
@@ -86,29 +80,6 @@ inline const IfType* findIfType(std::string_view word) {
 
 }  // namespace detail
 
-// Parses a decimal number from lo to hi. `what` names the value in the message: "ring id"
-// gives "ring id 300 is out of range 1..255" or "bad ring id 'x': expected a number 1..255".
-inline bool parseBounded(std::string_view word, uint32_t lo, uint32_t hi, const char* what,
-                         uint32_t* out, std::string* err) {
-    uint32_t v = 0;
-    if (!detail::readDecimal(word, &v)) {
-        if (detail::allDigits(word))  // too many digits: out of range all the same
-            *err = std::string(what) + " " + std::string(word) + " is out of range " +
-                   detail::range(lo, hi);
-        else
-            *err = "bad " + std::string(what) + " '" + std::string(word) +
-                   "': expected a number " + detail::range(lo, hi);
-        return false;
-    }
-    if (v < lo || v > hi) {
-        *err = std::string(what) + " " + std::to_string(v) + " is out of range " +
-               detail::range(lo, hi);
-        return false;
-    }
-    *out = v;
-    return true;
-}
-
 // Parses the interface that starts at words[at]: either one word ("gi0/1", "po5") or a type
 // word followed by its number ("Gi" "0/1"). On success *ifIndex is set and *used says how many
 // words it took (1 or 2).
@@ -124,11 +95,11 @@ inline bool parseInterface(std::span<const std::string> words, size_t at, uint32
            (std::isalpha(static_cast<unsigned char>(first[split])) || first[split] == '-'))
         ++split;
     std::string_view typeWord = std::string_view(first).substr(0, split);
-    std::string_view number = std::string_view(first).substr(split);
+    std::string_view tail = std::string_view(first).substr(split);
     std::string shown = first;
     size_t n = 1;
-    if (number.empty() && at + 1 < words.size() && !typeWord.empty()) {
-        number = words[at + 1];
+    if (tail.empty() && at + 1 < words.size() && !typeWord.empty()) {
+        tail = words[at + 1];
         shown += " " + words[at + 1];
         n = 2;
     }
@@ -139,7 +110,7 @@ inline bool parseInterface(std::span<const std::string> words, size_t at, uint32
                "SLOT/PORT or Port-channel NUMBER";
         return false;
     }
-    if (number.empty()) {
+    if (tail.empty()) {
         *err = std::string("interface '") + first + "' needs " +
                (t->lag ? "a number, e.g. Port-channel 5" : "SLOT/PORT, e.g. " +
                                                                std::string(t->longName) + " 0/1");
@@ -147,37 +118,29 @@ inline bool parseInterface(std::span<const std::string> words, size_t at, uint32
     }
     if (t->lag) {
         uint32_t lag = 0;
-        if (!detail::readDecimal(number, &lag)) {
+        if (!detail::isNumber(tail)) {
             *err = "bad interface '" + shown + "': expected Port-channel NUMBER, e.g. po5";
             return false;
         }
-        if (lag < kMinLag || lag > kMaxLag) {
-            *err = "port-channel number " + std::to_string(lag) + " is out of range " +
-                   detail::range(kMinLag, kMaxLag) + " in '" + shown + "'";
+        if (!detail::inRange(tail, kMinLag, kMaxLag, "port-channel number", shown, &lag, err))
             return false;
-        }
         *ifIndex = ifmCreateIfIndex(t->type, 0, 0, lag);
         *used = n;
         return true;
     }
-    size_t slash = number.find('/');
+    size_t slash = tail.find('/');
+    std::string_view slotText = tail.substr(0, slash);
+    std::string_view portText = slash == std::string_view::npos ? "" : tail.substr(slash + 1);
     uint32_t slot = 0, port = 0;
-    if (slash == std::string_view::npos || !detail::readDecimal(number.substr(0, slash), &slot) ||
-        !detail::readDecimal(number.substr(slash + 1), &port)) {
-        *err = "bad interface '" + shown + "': expected " + t->longName +
-               " SLOT/PORT, e.g. " + t->shortName + " 0/1";
+    // Both halves are numbers before either range counts: "Gi 12/x" is a bad name.
+    if (!detail::isNumber(slotText) || !detail::isNumber(portText)) {
+        *err = "bad interface '" + shown + "': expected " + t->longName + " SLOT/PORT, e.g. " +
+               t->shortName + " 0/1";
         return false;
     }
-    if (slot > kMaxSlot) {
-        *err = "slot " + std::to_string(slot) + " is out of range " + detail::range(0, kMaxSlot) +
-               " in '" + shown + "'";
+    if (!detail::inRange(slotText, 0, kMaxSlot, "slot", shown, &slot, err) ||
+        !detail::inRange(portText, 0, kMaxPort, "port", shown, &port, err))
         return false;
-    }
-    if (port > kMaxPort) {
-        *err = "port " + std::to_string(port) + " is out of range " + detail::range(0, kMaxPort) +
-               " in '" + shown + "'";
-        return false;
-    }
     *ifIndex = ifmCreateIfIndex(t->type, slot, port, 0);
     *used = n;
     return true;

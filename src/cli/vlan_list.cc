@@ -2,6 +2,7 @@
 
 #include "cli/syntax.h"
 #include "platform/bitmap.h"
+#include "platform/number.h"
 
 namespace vorn::cli {
 namespace {
@@ -9,7 +10,7 @@ namespace {
 // Parses one VLAN id of an item; `item` is the whole item, for the message.
 bool parseVlan(std::string_view word, std::string_view item, uint32_t* out, std::string* err) {
     std::string why;
-    if (parseBounded(word, kMinVlan, kMaxVlan, "VLAN", out, &why))
+    if (number::parse(word, kMinVlan, kMaxVlan, "VLAN", out, &why))
         return true;
     *err = why + (word == item ? "" : " in '" + std::string(item) + "'");
     return false;

@@ -79,7 +79,9 @@ TEST_F(VornctlTest, SaysClearlyWhatIsWrong) {
         {{"--rundir", dir, "!"}, 2, "% Error: no command given"},
         {{"--rundir", dir, "-f", "x", "show"}, 2, "-f FILE takes no command after it ('show')"},
         {{"--rundir", dir, "-f", dir + "/none"}, 2, "cannot read " + dir + "/none"},
-        {{"--rundir"}, 2, "--rundir needs a directory"},
+        {{"--rundir"}, 2, "option --rundir needs a value (DIR)"},
+        // A command's own words are never read as options of vornctl.
+        {{"--rundir", dir, "sim", "-f", "x"}, 1, "% Error: no simulator is running in " + dir},
         {{"--colour", "shell", "x"}, 2, "unknown option '--colour'"},
     };
     for (const Case& c : cases) {
