@@ -13,8 +13,7 @@ namespace vorn::cli {
 namespace {
 
 std::string withNewline(std::string text) {
-    if (!text.empty() && text.back() != '\n')
-        text += '\n';
+    if (!text.empty() && text.back() != '\n') text += '\n';
     return text;
 }
 
@@ -24,13 +23,11 @@ std::string columns(const std::vector<std::pair<std::string, std::string>>& rows
     constexpr size_t kMaxWidth = 30;
     size_t width = 0;
     for (const auto& [left, right] : rows)
-        if (left.size() <= kMaxWidth)
-            width = std::max(width, left.size());
+        if (left.size() <= kMaxWidth) width = std::max(width, left.size());
     std::string out;
     for (const auto& [left, right] : rows) {
         out += std::string(indent, ' ') + left;
-        if (left.size() > width)
-            out += "\n" + std::string(indent + width, ' ');
+        if (left.size() > width) out += "\n" + std::string(indent + width, ' ');
         out += std::string(width + 2 - std::min(left.size(), width), ' ') + right + "\n";
     }
     return out;
@@ -76,48 +73,47 @@ void Cli::addExecRows() {
     grammar_.describe("show", "show the running configuration");
     grammar_.describe("write", "save the running configuration");
     grammar_.add(Mode::Exec, "show running-config",
-                  "print the ring configuration the manager runs with",
-                  [this](const Match&, const Context&) {
-                      return local([this] { return showRunningConfig(); });
-                  });
-    grammar_.add(Mode::Exec, "write memory",
-                  "save the running configuration as the startup configuration",
-                  [this](const Match&, const Context&) {
-                      return local([this] { return writeMemory(); });
-                  });
-    grammar_.add(Mode::Exec, "shell LINE",
-                  "run a diagnostic function of the manager (e.g. qelIpcStats, qelMemShow)",
-                  [this](const Match& m, const Context&) {
-                      std::string line = m.value(Param::Line)->text;
-                      return local([this, line] { return shellCommand(line); });
-                  },
-                  false, "shell FUNCTION [ARG...]");
-    grammar_.add(Mode::Exec, "sim LINE", "send a command to the simulator ('sim help' lists them)",
-                  [this](const Match& m, const Context&) {
-                      std::string line = m.value(Param::Line)->text;
-                      return local([this, line] { return simCommand(line); });
-                  },
-                  false, "sim COMMAND...");
+                 "print the ring configuration the manager runs with",
+                 [this](const Match&, const Context&) {
+                     return local([this] { return showRunningConfig(); });
+                 });
+    grammar_.add(
+        Mode::Exec, "write memory", "save the running configuration as the startup configuration",
+        [this](const Match&, const Context&) { return local([this] { return writeMemory(); }); });
+    grammar_.add(
+        Mode::Exec, "shell LINE",
+        "run a diagnostic function of the manager (e.g. qelIpcStats, qelMemShow)",
+        [this](const Match& m, const Context&) {
+            std::string line = m.value(Param::Line)->text;
+            return local([this, line] { return shellCommand(line); });
+        },
+        false, "shell FUNCTION [ARG...]");
+    grammar_.add(
+        Mode::Exec, "sim LINE", "send a command to the simulator ('sim help' lists them)",
+        [this](const Match& m, const Context&) {
+            std::string line = m.value(Param::Line)->text;
+            return local([this, line] { return simCommand(line); });
+        },
+        false, "sim COMMAND...");
     grammar_.add(Mode::Exec, "help", "list the commands", [this](const Match&, const Context&) {
-                      return local([this] { return helpCommand(); });
-                  });
+        return local([this] { return helpCommand(); });
+    });
     grammar_.add(Mode::Exec, "exit", "leave the ring's context; at the top, leave the shell",
-                  [](const Match&, const Context&) {
-                      Action a;
-                      a.kind = Action::Kind::Exit;
-                      return a;
-                  });
+                 [](const Match&, const Context&) {
+                     Action a;
+                     a.kind = Action::Kind::Exit;
+                     return a;
+                 });
     grammar_.add(Mode::Exec, "end", "leave the ring's context", [](const Match&, const Context&) {
-                      Action a;
-                      a.kind = Action::Kind::End;
-                      return a;
-                  });
+        Action a;
+        a.kind = Action::Kind::End;
+        return a;
+    });
 }
 
 std::string Cli::usage() const {
     std::string unused;
-    return cmdline::usage(vornctlProgram(&unused, &unused, [this] { return commandList(); }),
-                          true);
+    return cmdline::usage(vornctlProgram(&unused, &unused, [this] { return commandList(); }), true);
 }
 
 std::string Cli::commandList() const {
@@ -133,20 +129,16 @@ std::string Cli::commandList() const {
 }
 
 std::string Cli::prompt() const {
-    if (ctx_.mode == Mode::Ring)
-        return "vornctl(vorn-" + std::to_string(ctx_.ring) + ")# ";
+    if (ctx_.mode == Mode::Ring) return "vornctl(vorn-" + std::to_string(ctx_.ring) + ")# ";
     return "vornctl# ";
 }
 
 std::string Cli::helpText(std::string_view before) const {
     Help h = grammar_.help(ctx_.mode, before);
-    if (h.freeText)
-        return "";
-    if (!h.error.empty())
-        return "% " + h.error + "\n";
+    if (h.freeText) return "";
+    if (!h.error.empty()) return "% " + h.error + "\n";
     std::vector<std::pair<std::string, std::string>> rows;
-    for (const HelpItem& i : h.items)
-        rows.emplace_back(i.word, i.help);
+    for (const HelpItem& i : h.items) rows.emplace_back(i.word, i.help);
     return columns(rows, 2);
 }
 
@@ -169,8 +161,7 @@ bool Cli::peerThere(int service, int instance, const std::string& missing) {
         err_ << "% Error: " << client_.dirProblem() << "\n";
         return false;
     }
-    if (client_.peerRunning(service, instance))
-        return true;
+    if (client_.peerRunning(service, instance)) return true;
     err_ << "% Error: " << missing << "\n";
     return false;
 }
@@ -188,8 +179,7 @@ int Cli::simCommand(const std::string& line) {
                        dir + ")"))
         return kExitFailed;
     Answer a = client_.sim(line);
-    if (a.answered && !a.ok)
-        a.text = "% Error: " + a.text;
+    if (a.answered && !a.ok) a.text = "% Error: " + a.text;
     return report(a);
 }
 
@@ -220,8 +210,7 @@ int vornctlMain(int argc, char** argv, std::istream& in, std::ostream& out, std:
         }
         return file == "-" ? cli.replay(in, "standard input") : cli.replay(file);
     }
-    if (words.empty())
-        return cli.interactive(in, &in == &std::cin && isatty(STDIN_FILENO) != 0);
+    if (words.empty()) return cli.interactive(in, &in == &std::cin && isatty(STDIN_FILENO) != 0);
     return cli.run(words);
 }
 

@@ -23,7 +23,7 @@ inline constexpr int kExitFailed = 1;  // the peer is missing, did not answer, o
 inline constexpr int kExitUsage = 2;   // the command itself is wrong
 
 class Cli {
-  public:
+public:
     Cli(std::string rundir, std::ostream& out, std::ostream& err, int timeoutMs = 5000);
 
     // Runs one command given as its words (one-shot use). A ring command is given after
@@ -55,7 +55,7 @@ class Cli {
     // The commands of both contexts with their help, under a heading.
     std::string commandList() const;
 
-  private:
+private:
     // One parsed line: what to do, in order (a line that enters a ring and goes on gives two).
     using Actions = std::vector<Action>;
     // Parses a line in context *ctx and moves *ctx as the line would. False, with the reason

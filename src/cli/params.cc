@@ -26,8 +26,7 @@ constexpr ParamInfo kParams[] = {
 };
 
 std::string_view trimRight(std::string_view s) {
-    while (!s.empty() && std::isspace(static_cast<unsigned char>(s.back())))
-        s.remove_suffix(1);
+    while (!s.empty() && std::isspace(static_cast<unsigned char>(s.back()))) s.remove_suffix(1);
     return s;
 }
 
@@ -43,15 +42,13 @@ ParamResult number(const Word& w, uint32_t lo, uint32_t hi, const char* what, Pa
 
 const ParamInfo* findParam(std::string_view name) {
     for (const ParamInfo& p : kParams)
-        if (name == p.name)
-            return &p;
+        if (name == p.name) return &p;
     return nullptr;
 }
 
 const ParamInfo& paramInfo(Param param) {
     for (const ParamInfo& p : kParams)
-        if (p.param == param)
-            return p;
+        if (p.param == param) return p;
     return kParams[std::size(kParams) - 1];
 }
 
@@ -83,13 +80,11 @@ ParamResult parseParam(Param param, const std::vector<Word>& words, size_t at,
             return r;
         case Param::Interface: {
             std::vector<std::string> texts;
-            for (size_t i = at; i < words.size() && i < at + 2; ++i)
-                texts.push_back(words[i].text);
+            for (size_t i = at; i < words.size() && i < at + 2; ++i) texts.push_back(words[i].text);
             r.ok = parseInterface(std::span<const std::string>(texts), 0, &r.value.number, &r.used,
                                   &r.error);
             // A type word alone at the end ("Gi"): its number has not been typed yet.
-            r.needMore = !r.ok && texts.size() == 1 &&
-                         detail::findIfType(texts[0]) != nullptr &&
+            r.needMore = !r.ok && texts.size() == 1 && detail::findIfType(texts[0]) != nullptr &&
                          !std::isdigit(static_cast<unsigned char>(texts[0].back()));
             return r;
         }
@@ -127,14 +122,12 @@ std::vector<std::string> interfaceTypesStartingWith(std::string_view partial) {
     std::vector<std::string> out;
     for (const IfType& t : kIfTypes) {
         std::string_view name = t.longName;
-        if (partial.size() > name.size())
-            continue;
+        if (partial.size() > name.size()) continue;
         bool prefix = true;
         for (size_t i = 0; i < partial.size() && prefix; ++i)
             prefix = std::tolower(static_cast<unsigned char>(partial[i])) ==
                      std::tolower(static_cast<unsigned char>(name[i]));
-        if (prefix)
-            out.emplace_back(name);
+        if (prefix) out.emplace_back(name);
     }
     return out;
 }

@@ -1,6 +1,6 @@
 // Words of the operator's syntax that vornctl and vornsim share: interface names (numbers are
-// read by platform/number.h). An interface is accepted in its long and short form, with or without the
-// blank ("GigabitEthernet 0/1", "Gi 0/1", "gi0/1", "TenGigabitEthernet 1/2", "Port-channel 5",
+// read by platform/number.h). An interface is accepted in its long and short form, with or without
+// the blank ("GigabitEthernet 0/1", "Gi 0/1", "gi0/1", "TenGigabitEthernet 1/2", "Port-channel 5",
 // "po5"; the type word may be any unambiguous prefix of the long name) and turned into its
 // ifIndex. Every refusal names the value that was wrong.
 //
@@ -51,8 +51,7 @@ inline bool isNumber(std::string_view text) {
 // "slot 12 is out of range 0..11 in 'Gi 12/1'" when it is out of range.
 inline bool inRange(std::string_view text, uint32_t lo, uint32_t hi, const char* what,
                     const std::string& shown, uint32_t* out, std::string* err) {
-    if (number::parse(text, lo, hi, what, out, err))
-        return true;
+    if (number::parse(text, lo, hi, what, out, err)) return true;
     *err += " in '" + shown + "'";
     return false;
 }
@@ -63,16 +62,13 @@ inline const IfType* findIfType(std::string_view word) {
     const IfType* found = nullptr;
     for (const IfType& t : kIfTypes) {
         std::string_view name = t.longName;
-        if (word.empty() || word.size() > name.size())
-            continue;
+        if (word.empty() || word.size() > name.size()) continue;
         bool prefix = true;
         for (size_t i = 0; i < word.size() && prefix; ++i)
             prefix = std::tolower(static_cast<unsigned char>(word[i])) ==
                      std::tolower(static_cast<unsigned char>(name[i]));
-        if (!prefix)
-            continue;
-        if (found != nullptr)
-            return nullptr;
+        if (!prefix) continue;
+        if (found != nullptr) return nullptr;
         found = &t;
     }
     return found;
@@ -112,8 +108,8 @@ inline bool parseInterface(std::span<const std::string> words, size_t at, uint32
     }
     if (tail.empty()) {
         *err = std::string("interface '") + first + "' needs " +
-               (t->lag ? "a number, e.g. Port-channel 5" : "SLOT/PORT, e.g. " +
-                                                               std::string(t->longName) + " 0/1");
+               (t->lag ? "a number, e.g. Port-channel 5"
+                       : "SLOT/PORT, e.g. " + std::string(t->longName) + " 0/1");
         return false;
     }
     if (t->lag) {

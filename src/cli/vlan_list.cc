@@ -10,8 +10,7 @@ namespace {
 // Parses one VLAN id of an item; `item` is the whole item, for the message.
 bool parseVlan(std::string_view word, std::string_view item, uint32_t* out, std::string* err) {
     std::string why;
-    if (number::parse(word, kMinVlan, kMaxVlan, "VLAN", out, &why))
-        return true;
+    if (number::parse(word, kMinVlan, kMaxVlan, "VLAN", out, &why)) return true;
     *err = why + (word == item ? "" : " in '" + std::string(item) + "'");
     return false;
 }
@@ -27,7 +26,8 @@ bool parseVlanList(std::string_view text, VlanBitmap* out, std::string* err) {
     size_t pos = 0;
     for (;;) {
         size_t comma = text.find(',', pos);
-        std::string_view item = text.substr(pos, comma == std::string_view::npos ? comma : comma - pos);
+        std::string_view item =
+            text.substr(pos, comma == std::string_view::npos ? comma : comma - pos);
         if (item.empty()) {
             *err = "bad VLAN list '" + std::string(text) + "': an item is empty";
             return false;
@@ -35,8 +35,7 @@ bool parseVlanList(std::string_view text, VlanBitmap* out, std::string* err) {
         size_t dash = item.find('-');
         uint32_t lo = 0, hi = 0;
         if (dash == std::string_view::npos) {
-            if (!parseVlan(item, item, &lo, err))
-                return false;
+            if (!parseVlan(item, item, &lo, err)) return false;
             hi = lo;
         } else {
             if (!parseVlan(item.substr(0, dash), item, &lo, err) ||
@@ -48,10 +47,8 @@ bool parseVlanList(std::string_view text, VlanBitmap* out, std::string* err) {
                 return false;
             }
         }
-        for (uint32_t v = lo; v <= hi; ++v)
-            bmp::set(vlans, v);
-        if (comma == std::string_view::npos)
-            break;
+        for (uint32_t v = lo; v <= hi; ++v) bmp::set(vlans, v);
+        if (comma == std::string_view::npos) break;
         pos = comma + 1;
     }
     *out = vlans;
@@ -69,8 +66,7 @@ std::string vlanListText(const VlanBitmap& vlans) {
 size_t vlanCount(const VlanBitmap& vlans) {
     size_t n = 0;
     for (uint8_t b : vlans)
-        for (; b != 0; b = static_cast<uint8_t>(b & (b - 1)))
-            ++n;
+        for (; b != 0; b = static_cast<uint8_t>(b & (b - 1))) ++n;
     return n;
 }
 

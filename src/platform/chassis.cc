@@ -42,10 +42,18 @@ uint32_t qelGetChasInfo(int service, int instance, std::span<uint8_t> info) {
     return 0;
 }
 
-int qelGetMaxActivePortPipe() { return vorn::chassis::kMaxActivePortPipe; }
+int qelGetMaxActivePortPipe() {
+    return vorn::chassis::kMaxActivePortPipe;
+}
 
-int qelGetFirstValidPortPipe() { return vorn::chassis::kFirstValidPortPipe; }
+int qelGetFirstValidPortPipe() {
+    return vorn::chassis::kFirstValidPortPipe;
+}
 
-int qelHaIsPrimaryRpm() { return vorn::host::options().standby ? 0 : 1; }
+int qelHaIsPrimaryRpm() {
+    return vorn::host::options().standby ? 0 : 1;
+}
 
-int qelIsZilEnabled() { return vorn::host::options().peerPair ? 1 : 0; }
+int qelIsZilEnabled() {
+    return vorn::host::options().peerPair ? 1 : 0;
+}

@@ -117,29 +117,35 @@ void registerFunction(const std::string& name, Fn fn, const std::string& help) {
 }
 
 namespace {
-long arg(const std::vector<long>& a, size_t i) { return i < a.size() ? a[i] : 0; }
-int i32(long v) { return static_cast<int>(v); }
+long arg(const std::vector<long>& a, size_t i) {
+    return i < a.size() ? a[i] : 0;
+}
+int i32(long v) {
+    return static_cast<int>(v);
+}
 }  // namespace
 
 void registerFunction(const std::string& name, int (*fn)(), const std::string& help) {
-    registerFunction(name, [fn](const std::vector<long>&) { fn(); }, help);
+    registerFunction(
+        name, [fn](const std::vector<long>&) { fn(); }, help);
 }
 void registerFunction(const std::string& name, int (*fn)(int), const std::string& help) {
-    registerFunction(name, [fn](const std::vector<long>& a) { fn(i32(arg(a, 0))); }, help);
+    registerFunction(
+        name, [fn](const std::vector<long>& a) { fn(i32(arg(a, 0))); }, help);
 }
 void registerFunction(const std::string& name, int (*fn)(int, int), const std::string& help) {
     registerFunction(
         name, [fn](const std::vector<long>& a) { fn(i32(arg(a, 0)), i32(arg(a, 1))); }, help);
 }
-void registerFunction(const std::string& name, int (*fn)(int, int, int),
-                      const std::string& help) {
+void registerFunction(const std::string& name, int (*fn)(int, int, int), const std::string& help) {
     registerFunction(
         name,
         [fn](const std::vector<long>& a) { fn(i32(arg(a, 0)), i32(arg(a, 1)), i32(arg(a, 2))); },
         help);
 }
 void registerFunction(const std::string& name, void (*fn)(), const std::string& help) {
-    registerFunction(name, [fn](const std::vector<long>&) { fn(); }, help);
+    registerFunction(
+        name, [fn](const std::vector<long>&) { fn(); }, help);
 }
 
 void registerGlobal(const std::string& name, uint32_t* var) {
@@ -222,8 +228,8 @@ bool query(long ipcKey, int service, int instance, const std::string& line, std:
     w.u32(ipc::kOffSrcSvce, qel_getQueueId(ipc::kSvcCli, 0, ipc::kKindReply));
     w.u32(ipc::kOffDstSvce, qel_getQueueId(service, instance, ipc::kKindRequest));
     w.bytes(kOffLine, line.data(), textLen);
-    if (host::sendDatagram(fd, host::queuePath(service, instance, ipc::kKindRequest),
-                           msg.data(), len, false) != 0)
+    if (host::sendDatagram(fd, host::queuePath(service, instance, ipc::kKindRequest), msg.data(),
+                           len, false) != 0)
         return false;
     out->clear();
     for (;;) {

@@ -47,7 +47,9 @@ int serviceOfTaskName(const std::string& name) {
 
 }  // namespace
 
-std::string defaultRunDir() { return "/tmp/vorn-" + std::to_string(getuid()); }
+std::string defaultRunDir() {
+    return "/tmp/vorn-" + std::to_string(getuid());
+}
 
 bool setRunDir(const std::string& dir, std::string* err) {
     if (dir.empty() || dir.size() > 80) {
@@ -65,8 +67,8 @@ std::string gLockPath;
 }  // namespace
 
 bool lockService(int service, int instance, std::string* err) {
-    std::string path = options().rundir + "/" + std::to_string(service) + "." +
-                       std::to_string(instance) + ".lock";
+    std::string path =
+        options().rundir + "/" + std::to_string(service) + "." + std::to_string(instance) + ".lock";
     int fd = open(path.c_str(), O_RDWR | O_CREAT | kRunDirOpenFlags, 0600);
     if (fd < 0) {
         *err = "cannot open lock file " + path + ": " + std::strerror(errno);
@@ -176,9 +178,13 @@ int qelTaskGetInstanceByKey(QelKey taskKey) {
     return t == nullptr ? -1 : t->instance;
 }
 
-long taskIdSelf() { return static_cast<long>(syscall(SYS_gettid)); }
+long taskIdSelf() {
+    return static_cast<long>(syscall(SYS_gettid));
+}
 
-int sysClkRateGet() { return 100; }
+int sysClkRateGet() {
+    return 100;
+}
 
 int taskDelay(int ticks) {
     if (ticks <= 0) {

@@ -26,11 +26,9 @@ bool interfaceAt(const CommandTable::Args& args, size_t at, uint32_t* ifIndex, s
 }
 
 // The interface that makes up all of args[at..].
-bool interfaceRest(const CommandTable::Args& args, size_t at, uint32_t* ifIndex,
-                   std::string* err) {
+bool interfaceRest(const CommandTable::Args& args, size_t at, uint32_t* ifIndex, std::string* err) {
     size_t next = 0;
-    if (!interfaceAt(args, at, ifIndex, &next, err))
-        return false;
+    if (!interfaceAt(args, at, ifIndex, &next, err)) return false;
     if (next != args.size()) {
         *err = "unexpected '" + args[next] + "' after the interface";
         return false;
@@ -49,16 +47,13 @@ CommandResult usage(const char* text) {
 }  // namespace
 
 CommandResult ChassisSim::publish(ChassisModel::Change change) {
-    if (!change.ok)
-        return refused(change.text);
-    if (change.records.empty())
-        return done(change.text);
+    if (!change.ok) return refused(change.text);
+    if (change.records.empty()) return done(change.text);
     say("chassis: %s", change.text.c_str());
     size_t n = change.records.size();
     for (size_t i = 0; i < n && i < kLoggedRecords; ++i)
         say("ifm: %s", describeIfmRecord(change.records[i]).c_str());
-    if (n > kLoggedRecords)
-        say("ifm: ... and %zu records more", n - kLoggedRecords);
+    if (n > kLoggedRecords) say("ifm: ... and %zu records more", n - kLoggedRecords);
     std::string records = std::to_string(n) + (n == 1 ? " IFM record" : " IFM records");
     if (l2pm_.queueHandle() == 0)
         return done(change.text + "; " + records +
@@ -98,16 +93,13 @@ void ChassisSim::sendDownload() {
 }
 
 void ChassisSim::registerChassisCommands() {
-    commands_.add({"port", "INTERFACE up|down",
-                   "the link of a physical port comes up or goes down", 2, 3,
-                   [this](const CommandTable::Args& args) {
+    commands_.add({"port", "INTERFACE up|down", "the link of a physical port comes up or goes down",
+                   2, 3, [this](const CommandTable::Args& args) {
                        uint32_t ifIndex = 0;
                        size_t next = 0;
                        std::string err;
-                       if (!interfaceAt(args, 0, &ifIndex, &next, &err))
-                           return refused(err);
-                       if (next + 1 != args.size())
-                           return usage("port INTERFACE up|down");
+                       if (!interfaceAt(args, 0, &ifIndex, &next, &err)) return refused(err);
+                       if (next + 1 != args.size()) return usage("port INTERFACE up|down");
                        const std::string& state = args[next];
                        if (state != "up" && state != "down")
                            return refused("expected up or down, not '" + state + "'");
@@ -119,22 +111,18 @@ void ChassisSim::registerChassisCommands() {
                    1, 5, [this](const CommandTable::Args& args) {
                        VlanSet vlans{};
                        std::string err;
-                       if (!parseVlanSet(args[0], &vlans, &err))
-                           return refused(err);
-                       if (args.size() == 1)
-                           return publish(model_.createVlans(vlans));
+                       if (!parseVlanSet(args[0], &vlans, &err)) return refused(err);
+                       if (args.size() == 1) return publish(model_.createVlans(vlans));
                        uint32_t ifIndex = 0;
                        size_t next = 0;
                        if (args[1] == "remove") {
-                           if (!interfaceRest(args, 2, &ifIndex, &err))
-                               return refused(err);
+                           if (!interfaceRest(args, 2, &ifIndex, &err)) return refused(err);
                            return publish(model_.removeFromVlans(vlans, ifIndex));
                        }
                        if (args[1] != "add")
                            return refused("expected add or remove after the VLANs, not '" +
                                           args[1] + "'");
-                       if (!interfaceAt(args, 2, &ifIndex, &next, &err))
-                           return refused(err);
+                       if (!interfaceAt(args, 2, &ifIndex, &next, &err)) return refused(err);
                        if (next + 1 != args.size())
                            return usage("vlan VLANS add INTERFACE tagged|untagged");
                        const std::string& tagging = args[next];
@@ -146,8 +134,7 @@ void ChassisSim::registerChassisCommands() {
                    [this](const CommandTable::Args& args) {
                        VlanSet vlans{};
                        std::string err;
-                       if (!parseVlanSet(args[0], &vlans, &err))
-                           return refused(err);
+                       if (!parseVlanSet(args[0], &vlans, &err)) return refused(err);
                        return publish(model_.deleteVlans(vlans));
                    }});
     commands_.add({"lag", "NUMBER [add|remove INTERFACE]",
@@ -156,15 +143,14 @@ void ChassisSim::registerChassisCommands() {
                    1, 4, [this](const CommandTable::Args& args) {
                        uint32_t lag = 0, port = 0;
                        std::string err;
-                       if (!lagNumber(args[0], &lag, &err))
-                           return refused(err);
-                       if (args.size() == 1)
-                           return publish(model_.createLag(lag));
+                       if (!lagNumber(args[0], &lag, &err)) return refused(err);
+                       if (args.size() == 1) return publish(model_.createLag(lag));
                        if (args[1] != "add" && args[1] != "remove")
-                           return refused("expected add or remove after the port-channel "
-                                          "number, not '" + args[1] + "'");
-                       if (!interfaceRest(args, 2, &port, &err))
-                           return refused(err);
+                           return refused(
+                               "expected add or remove after the port-channel "
+                               "number, not '" +
+                               args[1] + "'");
+                       if (!interfaceRest(args, 2, &port, &err)) return refused(err);
                        return publish(args[1] == "add" ? model_.addLagMember(lag, port)
                                                        : model_.removeLagMember(lag, port));
                    }});
@@ -172,27 +158,23 @@ void ChassisSim::registerChassisCommands() {
                    [this](const CommandTable::Args& args) {
                        uint32_t lag = 0;
                        std::string err;
-                       if (!lagNumber(args[0], &lag, &err))
-                           return refused(err);
+                       if (!lagNumber(args[0], &lag, &err)) return refused(err);
                        return publish(model_.deleteLag(lag));
                    }});
-    commands_.add({"show chassis", "", "cards, VLANs, ports and port-channels with their state",
-                   0, 0,
-                   [this](const CommandTable::Args&) { return done(describeChassis(model_)); }});
+    commands_.add({"show chassis", "", "cards, VLANs, ports and port-channels with their state", 0,
+                   0, [this](const CommandTable::Args&) { return done(describeChassis(model_)); }});
     commands_.add({"show chassis port", "INTERFACE", "one port or port-channel", 1, 2,
                    [this](const CommandTable::Args& args) {
                        uint32_t ifIndex = 0;
                        std::string err;
-                       if (!interfaceRest(args, 0, &ifIndex, &err))
-                           return refused(err);
+                       if (!interfaceRest(args, 0, &ifIndex, &err)) return refused(err);
                        return done(describeChassisInterface(model_, ifIndex));
                    }});
     commands_.add({"show chassis lag", "NUMBER", "one port-channel and its members", 1, 1,
                    [this](const CommandTable::Args& args) {
                        uint32_t lag = 0;
                        std::string err;
-                       if (!lagNumber(args[0], &lag, &err))
-                           return refused(err);
+                       if (!lagNumber(args[0], &lag, &err)) return refused(err);
                        return done(describeChassisInterface(
                            model_, ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag)));
                    }});

@@ -7,15 +7,13 @@ namespace vorn::sim {
 namespace {
 
 std::string lower(std::string s) {
-    for (char& c : s)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return s;
 }
 
 std::string join(const std::vector<std::string>& words, size_t from, size_t to) {
     std::string s;
-    for (size_t i = from; i < to && i < words.size(); ++i)
-        s += (s.empty() ? "" : " ") + words[i];
+    for (size_t i = from; i < to && i < words.size(); ++i) s += (s.empty() ? "" : " ") + words[i];
     return s;
 }
 
@@ -26,22 +24,19 @@ std::vector<std::string> tokenize(const std::string& line) {
     std::string cur;
     for (char c : line) {
         if (c == ' ' || c == '\t') {
-            if (!cur.empty())
-                out.push_back(std::move(cur));
+            if (!cur.empty()) out.push_back(std::move(cur));
             cur.clear();
         } else {
             cur += c;
         }
     }
-    if (!cur.empty())
-        out.push_back(std::move(cur));
+    if (!cur.empty()) out.push_back(std::move(cur));
     return out;
 }
 
 bool parseOnOff(const std::string& word, bool* on) {
     std::string w = lower(word);
-    if (w != "on" && w != "off")
-        return false;
+    if (w != "on" && w != "off") return false;
     *on = w == "on";
     return true;
 }
@@ -61,20 +56,15 @@ std::string CommandTable::usage(const Entry& e) const {
 
 CommandResult CommandTable::run(const std::string& line) const {
     std::vector<std::string> toks = tokenize(line);
-    if (toks.empty())
-        return refused("empty command; 'help' lists the commands");
+    if (toks.empty()) return refused("empty command; 'help' lists the commands");
     std::vector<std::string> keys;
-    for (const std::string& t : toks)
-        keys.push_back(lower(t));
+    for (const std::string& t : toks) keys.push_back(lower(t));
 
     const Entry* best = nullptr;
     for (const Entry& e : entries_) {
-        if (e.words.size() > keys.size())
-            continue;
-        if (!std::equal(e.words.begin(), e.words.end(), keys.begin()))
-            continue;
-        if (best == nullptr || e.words.size() > best->words.size())
-            best = &e;
+        if (e.words.size() > keys.size()) continue;
+        if (!std::equal(e.words.begin(), e.words.end(), keys.begin())) continue;
+        if (best == nullptr || e.words.size() > best->words.size()) best = &e;
     }
     if (best == nullptr) {
         // A line that starts one or more commands but stops short: list what would go on.
@@ -106,8 +96,7 @@ std::string CommandTable::helpText() const {
     }
     std::string out;
     std::vector<size_t> order(entries_.size());
-    for (size_t i = 0; i < order.size(); ++i)
-        order[i] = i;
+    for (size_t i = 0; i < order.size(); ++i) order[i] = i;
     std::sort(order.begin(), order.end(),
               [this](size_t a, size_t b) { return entries_[a].row.words < entries_[b].row.words; });
     for (size_t i : order)

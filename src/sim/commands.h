@@ -20,7 +20,7 @@ struct CommandResult {
 };
 
 class CommandTable {
-  public:
+public:
     using Args = std::vector<std::string>;
     using Handler = std::function<CommandResult(const Args& args)>;
 
@@ -41,7 +41,7 @@ class CommandTable {
     // Every command with its synopsis and help, one per line, sorted.
     std::string helpText() const;
 
-  private:
+private:
     struct Entry {
         Row row;
         std::vector<std::string> words;

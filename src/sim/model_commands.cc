@@ -30,14 +30,14 @@ bool interfaceArg(const CommandTable::Args& args, uint32_t* ifIndex, std::string
 }  // namespace
 
 void ChassisSim::registerModelCommands() {
-    commands_.add({"show l2pm", "", "what the manager told L2PM: ownership, forwarding, STG, flushes",
-                   0, 0, [this](const CommandTable::Args&) { return done(describeL2pm(l2pm_.model())); }});
+    commands_.add(
+        {"show l2pm", "", "what the manager told L2PM: ownership, forwarding, STG, flushes", 0, 0,
+         [this](const CommandTable::Args&) { return done(describeL2pm(l2pm_.model())); }});
     commands_.add({"show l2pm port", "INTERFACE", "the forwarding state of one port", 1, 2,
                    [this](const CommandTable::Args& args) {
                        uint32_t ifIndex = 0;
                        std::string err;
-                       if (!interfaceArg(args, &ifIndex, &err))
-                           return refused(err);
+                       if (!interfaceArg(args, &ifIndex, &err)) return refused(err);
                        return done(describeL2pmPort(l2pm_.model(), ifIndex));
                    }});
     commands_.add({"show l2pm vlan", "VLAN", "the state of one VLAN on every port", 1, 1,
@@ -48,16 +48,15 @@ void ChassisSim::registerModelCommands() {
                            return refused(err);
                        return done(describeL2pmVlan(l2pm_.model(), vlan));
                    }});
-    commands_.add({"show l2pm instance", "INSTANCE", "the ports and VLANs of one STG instance", 1, 1,
-                   [this](const CommandTable::Args& args) {
-                       uint32_t instance = 0;
-                       std::string err;
-                       if (!number::parse(args[0], 0, kMaxInstance, "STG instance", &instance,
-                                              &err))
-                           return refused(err);
-                       return done(describeL2pmInstance(l2pm_.model(),
-                                                        static_cast<uint16_t>(instance)));
-                   }});
+    commands_.add(
+        {"show l2pm instance", "INSTANCE", "the ports and VLANs of one STG instance", 1, 1,
+         [this](const CommandTable::Args& args) {
+             uint32_t instance = 0;
+             std::string err;
+             if (!number::parse(args[0], 0, kMaxInstance, "STG instance", &instance, &err))
+                 return refused(err);
+             return done(describeL2pmInstance(l2pm_.model(), static_cast<uint16_t>(instance)));
+         }});
     for (bool refuse : {true, false}) {
         commands_.add({refuse ? "l2pm refuse-port" : "no l2pm refuse-port", "INTERFACE",
                        refuse ? "L2PM refuses to hand the port over to the manager"
@@ -65,8 +64,7 @@ void ChassisSim::registerModelCommands() {
                        1, 2, [this, refuse](const CommandTable::Args& args) {
                            uint32_t ifIndex = 0;
                            std::string err;
-                           if (!interfaceArg(args, &ifIndex, &err))
-                               return refused(err);
+                           if (!interfaceArg(args, &ifIndex, &err)) return refused(err);
                            l2pm_.model().setRefused(ifIndex, refuse);
                            std::string name = cli::longIfName(ifIndex);
                            say("l2pm: ownership of %s is now %s", name.c_str(),
@@ -94,9 +92,8 @@ void ChassisSim::registerModelCommands() {
                            return refused(err);
                        if (args.size() == 2 || (args.size() == 3 && args[1] != "code"))
                            return refused("usage: ifm refuse-vlan VLAN [code CODE]");
-                       if (args.size() == 3 &&
-                           !number::parse(args[2], 0, 0xFFFFFFFF, "code", &code, &err,
-                                          number::Radix::DecimalOrHex))
+                       if (args.size() == 3 && !number::parse(args[2], 0, 0xFFFFFFFF, "code", &code,
+                                                              &err, number::Radix::DecimalOrHex))
                            return refused(err);
                        ifm_.refuseVlan(vlan, code);
                        say("ifm: VLAN %u as a control VLAN is now answered 0x%08x", vlan, code);

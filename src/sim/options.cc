@@ -14,8 +14,7 @@ namespace vorn::sim {
 std::string cardListText(uint32_t mask) {
     std::string s;
     for (int slot = 0; slot < 12; ++slot)
-        if ((mask & (1u << slot)) != 0)
-            s += (s.empty() ? "" : ",") + std::to_string(slot);
+        if ((mask & (1u << slot)) != 0) s += (s.empty() ? "" : ",") + std::to_string(slot);
     return s.empty() ? "none" : s;
 }
 
@@ -25,8 +24,7 @@ namespace {
 std::string besideUs(const std::string& program) {
     std::array<char, 4096> exe{};
     ssize_t n = readlink("/proc/self/exe", exe.data(), exe.size() - 1);
-    if (n <= 0)
-        return program;
+    if (n <= 0) return program;
     std::string path(exe.data(), static_cast<size_t>(n));
     size_t slash = path.rfind('/');
     return slash == std::string::npos ? program : path.substr(0, slash + 1) + program;
@@ -92,14 +90,13 @@ ParseOutcome parseOptions(int argc, char** argv, SimOptions* out, std::string* m
 
     cmdline::Outcome parsed = cmdline::parse(prog, argc, argv);
     if (parsed.run && parsed.next < argc)
-        parsed = cmdline::refuse(prog, "unexpected argument '" + std::string(argv[parsed.next]) +
-                                           "'");
+        parsed =
+            cmdline::refuse(prog, "unexpected argument '" + std::string(argv[parsed.next]) + "'");
     if (!parsed.run) {
         *message = parsed.status == cmdline::kExitOk ? parsed.out : parsed.err;
         return parsed.status == cmdline::kExitOk ? ParseOutcome::Help : ParseOutcome::Error;
     }
-    if (out->rundir.empty())
-        out->rundir = host::defaultRunDir();
+    if (out->rundir.empty()) out->rundir = host::defaultRunDir();
     return ParseOutcome::Run;
 }
 

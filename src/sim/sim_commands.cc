@@ -48,8 +48,7 @@ void addSwitches(CommandTable& table, const Switchable& p) {
                        p.close();
                    } else {
                        std::string err;
-                       if (!p.open(&err))
-                           return refused(err);
+                       if (!p.open(&err)) return refused(err);
                    }
                    say("%s: %s", p.word, on ? "absent (queues closed)" : "present again");
                    return done(std::string(p.what) + " is now " + (on ? "absent" : "present"));
@@ -105,8 +104,7 @@ void ChassisSim::registerCommands() {
 CommandResult ChassisSim::cardEvent(uint32_t eventId, const CommandTable::Args& args) {
     uint32_t slot = 0;
     std::string err;
-    if (!number::parse(args[0], 0, kMaxSlot, "slot", &slot, &err))
-        return refused(err);
+    if (!number::parse(args[0], 0, kMaxSlot, "slot", &slot, &err)) return refused(err);
     if (!evh_.present())
         return refused(
             "the event handler is absent ('evh absent off' brings it back); "
@@ -144,21 +142,17 @@ std::string ChassisSim::startAgent(uint32_t slot, bool* ok) {
     const bool wasActive = a->active();
     std::string err;
     *ok = a->start(&err);
-    if (made)
-        loop_.add(&*a);
-    if (!*ok)
-        return name + " could not start: " + err;
+    if (made) loop_.add(&*a);
+    if (!*ok) return name + " could not start: " + err;
     std::string text = name + (wasActive ? " started afresh" : " started");
-    if (a->registering())
-        return text + ", registration sent to 226.0";
+    if (a->registering()) return text + ", registration sent to 226.0";
     return text + ", it registers once the manager 226.0 is up";
 }
 
 std::string ChassisSim::silenceAgent(uint32_t slot) {
     std::optional<Agent>& a = agents_[slot];
     const std::string name = "agent 227." + std::to_string(slot);
-    if (!a || !a->active())
-        return "no agent ran in slot " + std::to_string(slot);
+    if (!a || !a->active()) return "no agent ran in slot " + std::to_string(slot);
     a->silence();
     return name + " silenced: its queues are closed and it answers nothing";
 }

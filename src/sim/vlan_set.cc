@@ -33,10 +33,8 @@ bool parseVlanSet(std::string_view text, VlanSet* out, std::string* err) {
                    " is above " + std::to_string(hi);
             return false;
         }
-        for (uint32_t v = lo; v <= hi; ++v)
-            bmp::set(set, v);
-        if (comma == std::string_view::npos)
-            break;
+        for (uint32_t v = lo; v <= hi; ++v) bmp::set(set, v);
+        if (comma == std::string_view::npos) break;
         pos = comma + 1;
     }
     *out = set;

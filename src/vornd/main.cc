@@ -9,8 +9,8 @@
 #include <string>
 
 #include "diag/diag.h"
-#include "platform/ipc.h"
 #include "loop/loop.h"
+#include "platform/ipc.h"
 #include "task/tcb.h"
 
 namespace {
@@ -32,8 +32,8 @@ int main(int argc, char** argv, char** env) {
         std::fprintf(stderr, "vornd: %s\n", err.c_str());
         std::exit(2);
     }
-    if (taskSpawn("vorn", 200, 12, 16000, vornTaskEntry, argc,
-                  reinterpret_cast<intptr_t>(argv)) == -1)
+    if (taskSpawn("vorn", 200, 12, 16000, vornTaskEntry, argc, reinterpret_cast<intptr_t>(argv)) ==
+        -1)
         std::exit(1);
     vornRegisterDiagCommands();
     qelDdbInit(argv);
