@@ -27,36 +27,79 @@ TEST_F(DesgLineCardTest, RulesInOrderAndReplacement) {
     const std::string noSec = "vornGetDesgLineCard() Ring 5, Secondary Port not present \r\n";
     const struct {
         const char* name;
-        int physSlot;                 // >= 0: the secondary is Gi physSlot/0
-        bool lagSecondary;            // the secondary is LAG 9 with the members below
-        std::vector<int> members;     // slot of each member (member i is Gi slot/(i+1))
-        int desgIndex;                // index of the designated member, -1: none (0)
-        int used;                     // lastEmptyIndex; -1: the number of members
+        int physSlot;              // >= 0: the secondary is Gi physSlot/0
+        bool lagSecondary;         // the secondary is LAG 9 with the members below
+        std::vector<int> members;  // slot of each member (member i is Gi slot/(i+1))
+        int desgIndex;             // index of the designated member, -1: none (0)
+        int used;                  // lastEmptyIndex; -1: the number of members
         std::vector<int> active;
         uint16_t want;
         std::string trace;
         uint16_t excluded;
         uint16_t wantNew;
     } cases[] = {
-        {"physical port on a card without agent", 3, false, {}, -1, -1, {}, 3, s1 + "3\r\n",
-         kNone, kNone},
+        {"physical port on a card without agent",
+         3,
+         false,
+         {},
+         -1,
+         -1,
+         {},
+         3,
+         s1 + "3\r\n",
+         kNone,
+         kNone},
         {"physical port, agent up", 3, false, {}, -1, -1, {3}, 3, s1 + "3\r\n", 7, kNone},
-        {"physical port past the last slot", 12, false, {}, -1, -1, {}, kNone,
-         s1 + "12\r\n", kNone, kNone},
+        {"physical port past the last slot",
+         12,
+         false,
+         {},
+         -1,
+         -1,
+         {},
+         kNone,
+         s1 + "12\r\n",
+         kNone,
+         kNone},
         {"no secondary configured", -1, false, {}, -1, -1, {}, kNone, noSec, 1, kNone},
         {"designated member active", -1, true, {5, 2}, 1, -1, {2, 5}, 2, s2 + "2\r\n", 2, 5},
-        {"third member is the first on an active card", -1, true, {2, 4, 6, 7}, 0, -1, {6, 7},
-         6, s3 + "6\r\n", 6, 7},
-        {"unusable members skipped", -1, true, {4, kZero, kPastTable, kNoRecord, 8}, 0, -1,
-         {8}, 8, s3 + "8\r\n", 4, 8},
-        {"designated member 0 stops the walk", -1, true, {2, 6}, -1, -1, {2, 6}, kNone, none,
-         2, 6},
-        {"designated member without record", -1, true, {kNoRecord, 6}, 0, -1, {6}, kNone,
-         none, 1, 6},
+        {"third member is the first on an active card",
+         -1,
+         true,
+         {2, 4, 6, 7},
+         0,
+         -1,
+         {6, 7},
+         6,
+         s3 + "6\r\n",
+         6,
+         7},
+        {"unusable members skipped",
+         -1,
+         true,
+         {4, kZero, kPastTable, kNoRecord, 8},
+         0,
+         -1,
+         {8},
+         8,
+         s3 + "8\r\n",
+         4,
+         8},
+        {"designated member 0 stops the walk", -1, true, {2, 6}, -1, -1, {2, 6}, kNone, none, 2, 6},
+        {"designated member without record",
+         -1,
+         true,
+         {kNoRecord, 6},
+         0,
+         -1,
+         {6},
+         kNone,
+         none,
+         1,
+         6},
         {"no member on an active card", -1, true, {2, 4}, 0, -1, {}, kNone, none, 1, kNone},
         {"only active card excluded", -1, true, {2, 4}, 0, -1, {4}, 4, s3 + "4\r\n", 4, kNone},
-        {"members past the used count ignored", -1, true, {2, 6}, 0, 1, {6}, kNone, none, 1,
-         kNone},
+        {"members past the used count ignored", -1, true, {2, 6}, 0, 1, {6}, kNone, none, 1, kNone},
         {"empty list", -1, true, {2}, 0, 0, {2}, 2, s2 + "2\r\n", 1, kNone},
         {"used count beyond the list", -1, true, {2, 6}, 0, 200, {6}, 6, s3 + "6\r\n", 1, 6},
     };
@@ -69,9 +112,9 @@ TEST_F(DesgLineCardTest, RulesInOrderAndReplacement) {
             ring->u2SecPortNum = giPortNum(c.physSlot, 0);
         }
         if (c.lagSecondary) {
-            VornPortEntry* po = makePort(lag(9));
-            ASSERT_NE(po->pLagPortList, nullptr);
-            VornLagPortList& list = *po->pLagPortList;
+            VornPortEntry* lagPort = makePort(po(9));
+            ASSERT_NE(lagPort->pLagPortList, nullptr);
+            VornLagPortList& list = *lagPort->pLagPortList;
             for (size_t i = 0; i < c.members.size(); ++i) {
                 int slot = c.members[i];
                 uint16_t portNum = 0;
@@ -92,8 +135,8 @@ TEST_F(DesgLineCardTest, RulesInOrderAndReplacement) {
         vornDbgPrint = 1;
         std::string out = captureStdout([&] { EXPECT_EQ(vornGetDesgLineCard(ring), c.want); });
         EXPECT_EQ(out, c.trace);
-        out = captureStdout(
-            [&] { EXPECT_EQ(vornGetNewDesgLineCard(ring, c.excluded), c.wantNew); });
+        out =
+            captureStdout([&] { EXPECT_EQ(vornGetNewDesgLineCard(ring, c.excluded), c.wantNew); });
         EXPECT_EQ(out, "") << "the replacement logs nothing";
         vornDbgPrint = 0;
         EXPECT_EQ(ring->u2DesgLineCard, kNone) << "selection stores nothing";

@@ -44,24 +44,24 @@ protected:
     static std::vector<uint8_t> records(const std::vector<uint8_t>& m, uint32_t count) {
         EXPECT_GE(m.size(), 132u);
         if (m.size() < 132) return {};
-        EXPECT_EQ(msgU32(m, ipc::kOffMtype), kMsgIfInfo);
-        EXPECT_EQ(msgU32(m, ipc::kOffMlen), m.size());
-        EXPECT_EQ(msgU32(m, 124), m.size() - 132) << "IfInfoLen";
-        EXPECT_EQ(msgU32(m, 128), count) << "record count";
+        // Type, length, IfInfoLen (the record bytes) and the record count.
+        EXPECT_EQ(words(m, {ipc::kOffMtype, ipc::kOffMlen, 124, 128}),
+                  (std::vector<uint32_t>{kMsgIfInfo, uint32_t(m.size()), uint32_t(m.size() - 132),
+                                         count}));
         return {m.begin() + 132, m.end()};
     }
 };
 
 TEST_F(IfInfoTest, FullDownloadIsByteExact) {
     QelKey agent = addAgent(2);
-    VornVlanEntry* v20 = vornCreateVlanEntry(ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, 20), 1);
-    VornVlanEntry* v7 = vornCreateVlanEntry(ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, 7), 1);
+    VornVlanEntry* v20 = vornCreateVlanEntry(vl(20), 1);
+    VornVlanEntry* v7 = vornCreateVlanEntry(vl(7), 1);
     ASSERT_TRUE(v20 && v7);
     v7->u4IfmAttr = 0x01020304;
     // Gi 1/2 (port 195): up, member of Po 5, VLANs 7 and 4095. Po 5 (port 5): no VLANs.
     // Gi 1/3 (port 196): down, its LAG parent 6 has no record.
     VornPortEntry* gi12 = makePort(gi(1, 2), 1);
-    VornPortEntry* po5 = makePort(lag(5), 0);
+    VornPortEntry* po5 = makePort(po(5), 0);
     VornPortEntry* gi13 = makePort(gi(1, 3), 0);
     ASSERT_TRUE(gi12 && po5 && gi13);
     gi12->u2LagParent = 5;
@@ -73,7 +73,7 @@ TEST_F(IfInfoTest, FullDownloadIsByteExact) {
     po5->u2OperState = 0x0101;  // only the low byte goes out
 
     ASSERT_EQ(vornDnldIfInfoToAgt(2), 0);
-    EXPECT_TRUE(recvOn(agent, 50).empty()) << "pending until the flush";
+    EXPECT_TRUE(recvOn(agent, 0).empty()) << "pending until the flush";
     vornFlushPendingMsgs();
     std::vector<uint8_t> m = recvOn(agent);
     std::vector<uint8_t> got = records(m, 5);
@@ -81,14 +81,89 @@ TEST_F(IfInfoTest, FullDownloadIsByteExact) {
 
     const uint8_t head[] = {
         // Vl 7: ifIndex, attribute word, the rest zero
-        0x18, 0x00, 0x00, 0x07,  0x01, 0x02, 0x03, 0x04,  0, 0, 0, 0,  0, 0, 0, 0, 0, 0,  0, 0,
+        0x18,
+        0x00,
+        0x00,
+        0x07,
+        0x01,
+        0x02,
+        0x03,
+        0x04,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
         // Vl 20
-        0x18, 0x00, 0x00, 0x14,  0, 0, 0, 0,  0, 0, 0, 0,  0, 0, 0, 0, 0, 0,  0, 0,
+        0x18,
+        0x00,
+        0x00,
+        0x14,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
         // Po 5 (port 5): no LAG, no MAC, oper 0x01 (low byte), no VLANs
-        0x16, 0x00, 0x00, 0x05,  0, 0, 0, 0,  0, 0, 0, 0,  0, 0, 0, 0, 0, 0,  0x01, 0,
+        0x16,
+        0x00,
+        0x00,
+        0x05,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0,
+        0x01,
+        0,
         // Gi 1/2 (port 195): LAG Po 5, MAC, up, VLAN bitmap follows
-        0x0A, 0x01, 0x02, 0x00,  0, 0, 0, 0,  0x16, 0x00, 0x00, 0x05,
-        0x00, 0x01, 0xE8, 0xAA, 0xBB, 0xCC,  0x01, 0x01,
+        0x0A,
+        0x01,
+        0x02,
+        0x00,
+        0,
+        0,
+        0,
+        0,
+        0x16,
+        0x00,
+        0x00,
+        0x05,
+        0x00,
+        0x01,
+        0xE8,
+        0xAA,
+        0xBB,
+        0xCC,
+        0x01,
+        0x01,
     };
     std::vector<uint8_t> want(std::begin(head), std::end(head));
     std::vector<uint8_t> vlans(512);
@@ -97,7 +172,7 @@ TEST_F(IfInfoTest, FullDownloadIsByteExact) {
     want.insert(want.end(), vlans.begin(), vlans.end());
     const uint8_t tail[] = {
         // Gi 1/3 (port 196): the parent without a record gives 0; down; no VLANs
-        0x0A, 0x01, 0x03, 0x00,  0, 0, 0, 0,  0, 0, 0, 0,  0x02, 0, 0, 0, 0, 0x09,  0, 0,
+        0x0A, 0x01, 0x03, 0x00, 0, 0, 0, 0, 0, 0, 0, 0, 0x02, 0, 0, 0, 0, 0x09, 0, 0,
     };
     want.insert(want.end(), std::begin(tail), std::end(tail));
     EXPECT_EQ(got, want);
@@ -178,16 +253,17 @@ TEST_F(IfInfoTest, LostBufferLosesOnlyThatRecord) {
     EXPECT_EQ(out, "vornFillAndSendIfInfo(): Buffer alloc failed. LineCard = 1\r\n");
     EXPECT_EQ(gapVornIfDnldBuf[1], nullptr);
     records(recvOn(agent), 15);
-    out = captureStdout([&] { EXPECT_EQ(vornFillAndSendIfInfo(12, r.head.data(), nullptr, 20), -1); });
+    out = captureStdout(
+        [&] { EXPECT_EQ(vornFillAndSendIfInfo(12, r.head.data(), nullptr, 20), -1); });
     EXPECT_EQ(gapVornIfDnldBuf, decltype(gapVornIfDnldBuf){}) << "nothing taken for a bad slot";
 }
 
 TEST_F(IfInfoTest, DumpAtTheFlush) {
     QelKey agent = addAgent(0);
-    ASSERT_NE(vornCreateVlanEntry(ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, 10), 1), nullptr);
+    ASSERT_NE(vornCreateVlanEntry(vl(10), 1), nullptr);
     VornPortEntry* p = makePort(gi(1, 2), 1);
     p->macAddr = {0x00, 0x01, 0xE8, 0x0A, 0x0B, 0xFF};
-    makePort(lag(3), 0);
+    makePort(po(3), 0);
     p->u2LagParent = 3;
     bmp::set(p->vlanBmap, 10);
     bmp::set(p->vlanBmap, 300);

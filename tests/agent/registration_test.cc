@@ -14,7 +14,7 @@
 namespace vorn::test {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using W = std::vector<uint32_t>;
 
 class RegistrationTest : public AgentTest {
 protected:
@@ -49,19 +49,19 @@ protected:
         for (;;) {
             Bytes m = recvServing(agents_[slot], timeoutMs);
             if (m.empty()) return got;
-            if (m.size() >= swp::kCtrlMsgLen && msgU32(m, swp::kOffMagic) == swp::kMagic) {
-                EXPECT_EQ(qelSwpCkSeqAndAck(m.data(), rcv_[slot].data(),
-                                            Key_getReqQueue(agents_[slot])),
-                          swp::kCkAccepted);
+            if (m.size() >= swp::kCtrlMsgLen && u32At(m, swp::kOffMagic) == swp::kMagic) {
+                EXPECT_EQ(
+                    qelSwpCkSeqAndAck(m.data(), rcv_[slot].data(), Key_getReqQueue(agents_[slot])),
+                    swp::kCkAccepted);
             }
             got.push_back(m);
-            if (msgU32(m, ipc::kOffMtype) == last) return got;
+            if (u32At(m, ipc::kOffMtype) == last) return got;
         }
     }
 
-    static std::vector<uint32_t> types(const std::vector<Bytes>& msgs) {
-        std::vector<uint32_t> out;
-        for (const Bytes& m : msgs) out.push_back(msgU32(m, ipc::kOffMtype));
+    static W types(const std::vector<Bytes>& msgs) {
+        W out;
+        for (const Bytes& m : msgs) out.push_back(u32At(m, ipc::kOffMtype));
         return out;
     }
 
@@ -77,45 +77,37 @@ TEST_F(RegistrationTest, ReplyThenBracketedDownloadInOrderAndAgainOnReRegistrati
     std::vector<Bytes> first = drain(slot, agt::kMtEndCfg);
     ASSERT_FALSE(first.empty());
     // The reply: 60 bytes, the manager's identity and the agent's words echoed.
+    namespace rr = agt::regreply;
     const Bytes& reply = first.front();
-    ASSERT_EQ(reply.size(), agt::regreply::kLen);
-    EXPECT_EQ(msgU32(reply, ipc::kOffMtype), agt::kMtRegister);
-    EXPECT_EQ(msgU32(reply, ipc::kOffMlen), 60u);
-    EXPECT_EQ(msgU32(reply, agt::regreply::kOffZero36), 0u);
-    EXPECT_EQ(msgU32(reply, agt::regreply::kOffRpAddr), 0x7F000001u);
-    EXPECT_EQ(msgU32(reply, agt::regreply::kOffMgrQueue), qel_getQueueId(226, 0, 1));
-    EXPECT_EQ(msgU32(reply, agt::regreply::kOffSlot), 4u);
-    EXPECT_EQ(msgU32(reply, agt::regreply::kOffValueA), 0x7F000104u);
-    EXPECT_EQ(msgU32(reply, agt::regreply::kOffValueB), qel_getQueueId(227, 4, 1));
+    ASSERT_EQ(reply.size(), rr::kLen);
+    EXPECT_EQ(words(reply, {ipc::kOffMtype, ipc::kOffMlen, rr::kOffZero36, rr::kOffRpAddr,
+                            rr::kOffMgrQueue, rr::kOffSlot, rr::kOffValueA, rr::kOffValueB}),
+              (W{agt::kMtRegister, 60, 0, 0x7F000001, qel_getQueueId(226, 0, 1), 4, 0x7F000104,
+                 qel_getQueueId(227, 4, 1)}));
     // Without rings: exactly START_CFG, the interface information and END_CFG after the
     // line-card types.
-    EXPECT_EQ(types(first), (std::vector<uint32_t>{agt::kMtRegister, agt::kMtLcType,
-                                                   agt::kMtStartCfg, agt::kMtIfInfo,
-                                                   agt::kMtEndCfg}));
-    for (const Bytes& m : first) {
-        uint32_t t = msgU32(m, ipc::kOffMtype);
-        if (t != agt::kMtStartCfg && t != agt::kMtEndCfg) continue;
-        ASSERT_EQ(m.size(), agt::kBracketLen);
-        for (size_t i = ipc::kSwpBodyOff; i < m.size(); ++i) EXPECT_EQ(m[i], 0) << i;
+    ASSERT_EQ(types(first), (W{agt::kMtRegister, agt::kMtLcType, agt::kMtStartCfg, agt::kMtIfInfo,
+                               agt::kMtEndCfg}));
+    for (const Bytes& m : {first[2], first[4]}) {  // the brackets: a zero body
+        EXPECT_EQ(Bytes(m.begin() + ipc::kSwpBodyOff, m.end()),
+                  Bytes(agt::kBracketLen - ipc::kSwpBodyOff));
     }
     EXPECT_EQ(gVornActiveLineCards[slot], 1);
-    EXPECT_EQ(vornTcb.lcType[slot], 0x21u);
-    EXPECT_EQ(vornTcb.lcPortPipe[slot][0], 0xA0u);
-    EXPECT_EQ(vornTcb.lcPortPipe[slot][1], 0xA1u);
-    EXPECT_EQ(vornTcb.agtInitDone[slot], 1u);
+    EXPECT_EQ(W({vornTcb.lcType[slot], vornTcb.lcPortPipe[slot][0], vornTcb.lcPortPipe[slot][1],
+                 vornTcb.agtInitDone[slot]}),
+              (W{0x21, 0xA0, 0xA1, 1}));
 
     // The same slot registers again with a ring configured: the whole download again, its
     // ring configuration before END_CFG, on the flushed queue (numbers from 1, new epoch).
     makeReadyRing(5, 10, gi(2, 1), gi(3, 1), 0);
     registerAgent(slot);
     std::vector<Bytes> second = drain(slot, agt::kMtEndCfg);
-    EXPECT_EQ(types(second), (std::vector<uint32_t>{agt::kMtRegister, agt::kMtLcType,
-                                                    agt::kMtStartCfg, agt::kMtIfInfo,
-                                                    agt::kMtRingCfg, agt::kMtEndCfg}));
+    EXPECT_EQ(types(second), (W{agt::kMtRegister, agt::kMtLcType, agt::kMtStartCfg, agt::kMtIfInfo,
+                                agt::kMtRingCfg, agt::kMtEndCfg}));
     ASSERT_GE(second.size(), 2u);
-    EXPECT_EQ(msgU32(first[1], swp::kOffSeq), 1u);
-    EXPECT_EQ(msgU32(second[1], swp::kOffSeq), 1u);
-    EXPECT_NE(msgU32(first[1], swp::kOffEpoch), msgU32(second[1], swp::kOffEpoch));
+    EXPECT_EQ(u32At(first[1], swp::kOffSeq), 1u);
+    EXPECT_EQ(u32At(second[1], swp::kOffSeq), 1u);
+    EXPECT_NE(u32At(first[1], swp::kOffEpoch), u32At(second[1], swp::kOffEpoch));
 }
 
 TEST_F(RegistrationTest, OnlyTheOtherAgentsLearnTheNewDesignatedCard) {
@@ -130,9 +122,8 @@ TEST_F(RegistrationTest, OnlyTheOtherAgentsLearnTheNewDesignatedCard) {
     std::vector<Bytes> own = drain(0, agt::kMtDbgCfg);
     // The registering agent gets its download, then the ring's debug settings, and no
     // designated-card record.
-    EXPECT_EQ(types(own), (std::vector<uint32_t>{agt::kMtRegister, agt::kMtLcType,
-                                                 agt::kMtStartCfg, agt::kMtIfInfo, agt::kMtRingCfg,
-                                                 agt::kMtEndCfg, agt::kMtDbgCfg}));
+    EXPECT_EQ(types(own), (W{agt::kMtRegister, agt::kMtLcType, agt::kMtStartCfg, agt::kMtIfInfo,
+                             agt::kMtRingCfg, agt::kMtEndCfg, agt::kMtDbgCfg}));
     const QelSwpQueueCtrlBlock* cb = host::swpQueueByHandle(vornTcb.vornaSwpHandle[0]);
     ASSERT_NE(cb, nullptr);
     EXPECT_EQ(cb->nextSeq, own.size());  // the reply is no SWP message: nothing else was sent
@@ -140,17 +131,15 @@ TEST_F(RegistrationTest, OnlyTheOtherAgentsLearnTheNewDesignatedCard) {
     // The other agent: the new line-card types, then one record: action 1, no flags, ring
     // action 1, designated card 0.
     std::vector<Bytes> other = drain(1, agt::kMtRingCfg);
-    ASSERT_EQ(types(other), (std::vector<uint32_t>{agt::kMtLcType, agt::kMtRingCfg}));
+    ASSERT_EQ(types(other), (W{agt::kMtLcType, agt::kMtRingCfg}));
     const Bytes& m = other.back();
-    EXPECT_EQ(msgU32(m, agt::rcfg::kOffCount), 1u);
-    auto rec = ringCfgRecord(m, 0);
-    ASSERT_FALSE(rec.empty());
-    be::Reader rd(rec.data(), rec.size());
-    EXPECT_EQ(rd.u16(agt::rcfg::kOffAction), 1);
-    EXPECT_EQ(rd.u16(agt::rcfg::kOffRingId), 5);
-    EXPECT_EQ(rd.u32(agt::rcfg::kOffRingAction), 1u);
-    EXPECT_EQ(rd.u32(agt::rcfg::kOffCfgFlags), 0u);
-    EXPECT_EQ(rd.u16(agt::rcfg::kOffDesgAgent), 0);
+    EXPECT_EQ(u32At(m, agt::rcfg::kOffCount), 1u);
+    Bytes want(544);
+    be::Writer w(want.data(), want.size());
+    w.u16(agt::rcfg::kOffAction, 1);
+    w.u16(agt::rcfg::kOffRingId, 5);
+    w.u32(agt::rcfg::kOffRingAction, 1);
+    EXPECT_EQ(ringCfgRecord(m, 0), want);  // no flags, designated card 0
 }
 
 TEST_F(RegistrationTest, SlotOutsideTheChassisIsRefused) {
@@ -190,7 +179,7 @@ TEST_F(RegistrationTest, CardDownMovesRingsOrTakesTheirPorts) {
     r5->u2DesgLineCard = 0;
     makePort(gi(0, 2));
     makePort(gi(2, 2));
-    VornRingEntry* r6 = makeReadyRing(6, 11, gi(1, 3), lag(1), 0);
+    VornRingEntry* r6 = makeReadyRing(6, 11, gi(1, 3), po(1), 0);
     r6->u2DesgLineCard = 0;
     VornPortEntry* po = vornGetPort(1);
     ASSERT_NE(po, nullptr);
@@ -205,19 +194,18 @@ TEST_F(RegistrationTest, CardDownMovesRingsOrTakesTheirPorts) {
 
     Bytes ev = cardEvent(0);
     ASSERT_EQ(vornEventCardDown(ev.data()), 0);
-    EXPECT_EQ(gVornActiveLineCards[0], 0);
-    EXPECT_EQ(vornTcb.vornaSwpHandle[0], 0u);
-    EXPECT_EQ(vornTcb.lcType[0], 0u);
-    EXPECT_EQ(r5->u2DesgLineCard, VORN_NO_LINE_CARD);
-    EXPECT_EQ(r5->isSecReady, 0);
-    EXPECT_EQ(r5->isRingOwnedByMgr, 1);
-    EXPECT_EQ(r6->u2DesgLineCard, 2);
-    EXPECT_EQ(r6->isRingOwnedByMgr, 0);
-    EXPECT_EQ(r7->u2DesgLineCard, 2);
+    EXPECT_EQ(W({uint32_t(gVornActiveLineCards[0]), vornTcb.vornaSwpHandle[0], vornTcb.lcType[0]}),
+              (W{0, 0, 0}));
+    // Designated card, secondary ready, owned by the manager.
+    auto state = [](const VornRingEntry* r) {
+        return W{r->u2DesgLineCard, r->isSecReady, r->isRingOwnedByMgr};
+    };
+    EXPECT_EQ(state(r5), (W{VORN_NO_LINE_CARD, 0, 1}));
+    EXPECT_EQ(state(r6), (W{2, 0, 0}));
+    EXPECT_EQ(state(r7), (W{2, 1, 0}));
     // Only the live agent is told, and only of the rings that moved.
     EXPECT_TRUE(ifmt::queuedRingActions(0).empty());
-    EXPECT_EQ(ifmt::queuedRingActions(2),
-              (std::vector<std::pair<int, int>>{{5, 4}, {6, 4}}));
+    EXPECT_EQ(ifmt::queuedRingActions(2), (std::vector<std::pair<int, int>>{{5, 4}, {6, 4}}));
 
     // A ready ring that moves gets ring action 2 when nothing stopped before it.
     vornFlushPendingMsgs();
@@ -247,11 +235,10 @@ TEST_F(RegistrationTest, CardUpGivesWaitingRingsToTheCard) {
     Bytes ev = cardEvent(3);
     ASSERT_EQ(vornEventCardUp(ev.data()), 0);
     EXPECT_EQ(gVornActiveLineCards[3], 1);
-    EXPECT_EQ(r5->u2DesgLineCard, 3);
-    EXPECT_EQ(r5->isSecReady, 1);
-    EXPECT_EQ(r5->u4SecPortState, VORN_PORT_DISABLED);  // handed back for the agent to decide
-    EXPECT_EQ(r6->u2DesgLineCard, 4);
-    EXPECT_EQ(r7->u2DesgLineCard, VORN_NO_LINE_CARD);
+    // Ring 5's secondary state is handed back for the agent to decide.
+    EXPECT_EQ(W({r5->u2DesgLineCard, r5->isSecReady, r5->u4SecPortState}),
+              (W{3, 1, VORN_PORT_DISABLED}));
+    EXPECT_EQ(W({r6->u2DesgLineCard, r7->u2DesgLineCard}), (W{4, VORN_NO_LINE_CARD}));
 }
 
 }  // namespace
