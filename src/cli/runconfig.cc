@@ -23,10 +23,12 @@ size_t countLines(const std::string& text) {
     return n;
 }
 
-// Reads DIR/running-config into *text. A manager that has not been configured yet has not
-// written the file: its running configuration is empty. Without a manager, a missing file
-// is an error.
-bool readRunningConfig(const Client& client, std::string* text, std::string* err) {
+// Reads DIR/running-config into *text. A running manager is asked first to write what it
+// holds (its shell runs between two messages, so every change it has answered is then in
+// the file). A manager that has not been configured yet has not written the file: its
+// running configuration is empty. Without a manager, a missing file is an error.
+bool readRunningConfig(Client& client, std::string* text, std::string* err) {
+    if (client.peerRunning(ipc::kSvcManager, 0)) client.shell("qelCfgCommit");
     std::string path = client.rundir() + "/running-config";
     std::ifstream in(path, std::ios::binary);
     if (!in) {

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "platform/cfgstore.h"
 #include "platform/swp.h"
 #include "agent/agent.h"
 #include "config/config.h"
@@ -96,7 +97,11 @@ int vornProcessIpcMsg(uint8_t* msg) {
             VORN_DBG("%s: default \r\n", kFn);
             break;
     }
-    return vornFlushPendingMsgs();
+    int rc = vornFlushPendingMsgs();
+    // Host adaptation: the configuration store writes the files this message changed, once,
+    // now that the message is done.
+    vorn::host::cfgStoreCommit();
+    return rc;
 }
 
 int vornProcessEvhNotif(uint8_t* msg) {

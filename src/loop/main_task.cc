@@ -109,6 +109,9 @@ int vornMainLoopPass(long timeoutUsec) {
     add(reqFd);
     add(tmrFd);
     add(pipeFd);
+    // Host adaptation: SIGTERM and SIGINT arrive as this event, served between messages.
+    int stopFd = vorn::host::stopEventFd();
+    add(stopFd);
     if (qelIsZilEnabled() != 0) {
         iclFd = vornZilIclSocket();
         add(iclFd);
@@ -132,6 +135,7 @@ int vornMainLoopPass(long timeoutUsec) {
             qelSwpReadPipe(vornTcb.swpPipefd);
         }
         if (qelIsZilEnabled() != 0 && iclFd >= 0 && ready(iclFd)) vornProcessZilPeerMsg();
+        if (ready(stopFd)) vorn::host::stopNow();
     } else if (n == -1 && errno != EINTR) {
         VORN_DBG("%s: select failed with errno(%d)\r\n", "vornMainThr", errno);
     }

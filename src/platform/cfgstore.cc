@@ -108,10 +108,8 @@ bool commitLocked(Store& s) {
     return ok;
 }
 
-// Marks the file of a changed line, and makes sure the process commits before it sends.
+// Marks the file of a changed line for the next commit.
 void markDirty(Store& s, const QelCfgRecord& record) {
-    static std::once_flag hooked;
-    std::call_once(hooked, [] { vorn::host::setBeforeSendHook(vorn::host::cfgStoreCommit); });
     if (record.section == QelCfgSection::kRing)
         s.runningDirty = true;
     else

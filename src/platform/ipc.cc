@@ -67,7 +67,6 @@ AtomicStats& stats() {
 }
 
 std::atomic<bool> gShellService{false};
-std::atomic<bool (*)()> gBeforeSend{nullptr};
 std::atomic<uint32_t> gNextXid{1};
 
 bool makeAddr(const std::string& path, sockaddr_un* addr, socklen_t* len) {
@@ -152,7 +151,6 @@ int sendToAddr(int fd, const sockaddr_un& addr, socklen_t alen, void* buf, size_
         errno = EMSGSIZE;
         return -1;
     }
-    runBeforeSendHook();
     stampHeader(buf, len, reply);
     ssize_t n;
     do {
@@ -322,11 +320,7 @@ int recvValidated(int fd, void* buf, size_t len, int timeoutMs) {
 
 void countStaleReply() { stats().droppedStaleReply++; }
 
-void setBeforeSendHook(bool (*hook)()) { gBeforeSend = hook; }
 
-void runBeforeSendHook() {
-    if (auto hook = gBeforeSend.load(std::memory_order_relaxed)) hook();
-}
 
 void serveShellFor(int ms) {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
@@ -336,6 +330,8 @@ void serveShellFor(int ms) {
         std::lock_guard<std::mutex> lock(r.mu);
         for (const auto& [key, ep] : r.endpoints) watched.push_back({ep.reqFd, POLLIN, 0});
     }
+    // The stop event ends the wait: the caller then stops the program.
+    if (stopEventFd() >= 0) watched.push_back({stopEventFd(), POLLIN, 0});
     std::array<uint8_t, ipc::kMaxMsgLen> buf;
     for (int left = ms; left > 0; left = msLeft(deadline)) {
         if (watched.empty()) {
@@ -348,6 +344,7 @@ void serveShellFor(int ms) {
                 ++i;
                 continue;
             }
+            if (watched[i].fd == stopEventFd()) return;
             std::array<uint8_t, 16> head{};
             ssize_t n = recv(watched[i].fd, head.data(), head.size(), MSG_PEEK | MSG_DONTWAIT);
             be::Reader rd(head.data(), n > 0 ? static_cast<size_t>(n) : 0);

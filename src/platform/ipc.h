@@ -188,4 +188,14 @@ void printIpcStats();  // the qelIpcStats shell command
 // Closes every endpoint, forgets every key and resets the statistics (tests only).
 void resetIpcForTest();
 
+
+// The clean stop on SIGTERM and SIGINT (set up by QEL_NbsdpInit). The signal only makes
+// stopEventFd() readable (-1 before the set-up); the program's own thread, between two
+// messages, then calls stopNow(): the configuration store's files are written, every bound
+// socket and the service lock are removed, the standard streams flushed, and the process
+// ends with status 0. taskDelay does it by itself when a stop arrives while it waits.
+int stopEventFd();
+bool stopRequested();
+[[noreturn]] void stopNow();
+
 }  // namespace vorn::host

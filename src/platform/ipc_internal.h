@@ -28,19 +28,16 @@ int recvValidated(int fd, void* buf, size_t len, int timeoutMs);
 // Milliseconds until deadline, rounded up; 0 once it has passed.
 int msLeft(std::chrono::steady_clock::time_point deadline);
 // Sleeps ms milliseconds while serving debug-shell lines that arrive on this process's request
-// queues; any other message stays queued for its owner.
+// queues; any other message stays queued for its owner. A stop event ends the wait early.
 void serveShellFor(int ms);
-// Registers a function that runs before every datagram this process sends, and at its clean
-// exit (the configuration store commits its files there). One hook at most.
-void setBeforeSendHook(bool (*hook)());
-void runBeforeSendHook();
 // Counts a stale send-and-wait reply.
 void countStaleReply();
-// Unlinks the socket of every open endpoint (async-signal context is not required: the
-// clean exit calls it from a thread of its own).
+// Unlinks the socket of every open endpoint.
 void unlinkAllSockets();
-// Blocks SIGTERM and SIGINT and ends the process cleanly when one arrives.
+// Turns SIGTERM and SIGINT into the stop event (stopEventFd in ipc.h).
 void installCleanExit();
+// Removes the lock file of the service this process runs, if it holds one.
+void releaseServiceLock();
 // Turns the debug-shell service of the request queues on or off.
 void enableShellService(bool on);
 bool shellServiceEnabled();

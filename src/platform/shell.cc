@@ -13,6 +13,7 @@
 #include <mutex>
 #include <sstream>
 
+#include "platform/cfgstore.h"
 #include "platform/codec.h"
 #include "platform/ipc.h"
 #include "platform/ipc_internal.h"
@@ -44,6 +45,8 @@ void registerBuiltins(Registry& r) {
                                  "memory pools: blocks in use, peak, total, failures"};
     r.functions["qelIpcStats"] = {[](const std::vector<long>&) { host::printIpcStats(); },
                                   "datagrams sent, received and dropped, by reason"};
+    r.functions["qelCfgCommit"] = {[](const std::vector<long>&) { host::cfgStoreCommit(); },
+                                   "write the configuration files the store has changed"};
 }
 
 Registry& regWithBuiltins() {

@@ -2,6 +2,7 @@
 // exit on SIGTERM and SIGINT. The command line is read in host_options.cc.
 
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/file.h>
@@ -96,29 +97,8 @@ bool lockService(int service, int instance, std::string* err) {
     return true;
 }
 
-// Blocks SIGTERM and SIGINT in every thread and waits for them on a thread of its own,
-// which unlinks every bound socket, flushes the standard output and ends the process with
-// status 0. The process's own threads are never interrupted halfway through a message.
-void installCleanExit() {
-    static std::once_flag once;
-    std::call_once(once, [] {
-        sigset_t set;
-        sigemptyset(&set);
-        sigaddset(&set, SIGTERM);
-        sigaddset(&set, SIGINT);
-        pthread_sigmask(SIG_BLOCK, &set, nullptr);
-        std::thread([set] {
-            int sig = 0;
-            while (sigwait(&set, &sig) != 0) {
-            }
-            runBeforeSendHook();  // what the last request changed reaches its files
-            unlinkAllSockets();
-            if (!gLockPath.empty()) unlink(gLockPath.c_str());
-            std::fflush(stdout);
-            std::fflush(stderr);
-            _exit(0);
-        }).detach();
-    });
+void releaseServiceLock() {
+    if (!gLockPath.empty()) unlink(gLockPath.c_str());
 }
 
 }  // namespace vorn::host
@@ -194,9 +174,15 @@ int taskDelay(int ticks) {
     int ms = static_cast<int>(ticks * 1000L / sysClkRateGet());
     // A task that waits (a registration retry, say) still answers the debug shell, so an
     // operator can watch it retry.
-    if (host::tCurrentTaskKey != -1 && host::shellServiceEnabled())
+    // A stop asked for meanwhile ends the wait, and the program, at once.
+    if (host::tCurrentTaskKey != -1 && host::shellServiceEnabled()) {
         host::serveShellFor(ms);
-    else
+    } else if (host::stopEventFd() >= 0) {
+        pollfd p{host::stopEventFd(), POLLIN, 0};
+        poll(&p, 1, ms);
+    } else {
         std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+    }
+    if (host::tCurrentTaskKey != -1 && host::stopRequested()) host::stopNow();
     return 0;
 }
