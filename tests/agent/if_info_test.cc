@@ -79,102 +79,19 @@ TEST_F(IfInfoTest, FullDownloadIsByteExact) {
     std::vector<uint8_t> got = records(m, 5);
     ASSERT_EQ(got.size(), 4u * 20 + 532);
 
-    const uint8_t head[] = {
-        // Vl 7: ifIndex, attribute word, the rest zero
-        0x18,
-        0x00,
-        0x00,
-        0x07,
-        0x01,
-        0x02,
-        0x03,
-        0x04,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        // Vl 20
-        0x18,
-        0x00,
-        0x00,
-        0x14,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        // Po 5 (port 5): no LAG, no MAC, oper 0x01 (low byte), no VLANs
-        0x16,
-        0x00,
-        0x00,
-        0x05,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0,
-        0x01,
-        0,
-        // Gi 1/2 (port 195): LAG Po 5, MAC, up, VLAN bitmap follows
-        0x0A,
-        0x01,
-        0x02,
-        0x00,
-        0,
-        0,
-        0,
-        0,
-        0x16,
-        0x00,
-        0x00,
-        0x05,
-        0x00,
-        0x01,
-        0xE8,
-        0xAA,
-        0xBB,
-        0xCC,
-        0x01,
-        0x01,
-    };
-    std::vector<uint8_t> want(std::begin(head), std::end(head));
-    std::vector<uint8_t> vlans(512);
-    vlans[0] = 0x01;    // VLAN 7
-    vlans[511] = 0x01;  // VLAN 4095
+    // The records: ifIndex, attribute word, LAG parent, MAC address, oper state, whether a
+    // VLAN bitmap follows. Vl 7 and Vl 20; Po 5 with the low byte of its oper state;
+    // Gi 1/2 in Po 5, up, with VLANs 7 and 4095; Gi 1/3, whose parent has no record: 0.
+    Bytes want =
+        hex("18000007 01020304 00000000 000000000000 00 00"
+            "18000014 00000000 00000000 000000000000 00 00"
+            "16000005 00000000 00000000 000000000000 01 00"
+            "0a010200 00000000 16000005 0001e8aabbcc 01 01");
+    Bytes vlans(512);
+    vlans[0] = vlans[511] = 0x01;  // VLANs 7 and 4095
     want.insert(want.end(), vlans.begin(), vlans.end());
-    const uint8_t tail[] = {
-        // Gi 1/3 (port 196): the parent without a record gives 0; down; no VLANs
-        0x0A, 0x01, 0x03, 0x00, 0, 0, 0, 0, 0, 0, 0, 0, 0x02, 0, 0, 0, 0, 0x09, 0, 0,
-    };
-    want.insert(want.end(), std::begin(tail), std::end(tail));
+    Bytes tail = hex("0a010300 00000000 00000000 020000000009 00 00");
+    want.insert(want.end(), tail.begin(), tail.end());
     EXPECT_EQ(got, want);
 }
 

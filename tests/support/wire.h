@@ -23,4 +23,20 @@ inline std::vector<uint32_t> words(const Bytes& m, std::initializer_list<size_t>
     return out;
 }
 
+// "00 01 0a ff" as bytes: pairs of hex digits, with blanks between pairs as the eye wants
+// them.
+inline Bytes hex(const char* text) {
+    auto digit = [](char c) { return c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10; };
+    Bytes out;
+    for (const char* p = text; p[0] != '\0' && p[1] != '\0';) {
+        if (*p == ' ') {
+            ++p;
+            continue;
+        }
+        out.push_back(static_cast<uint8_t>(digit(p[0]) << 4 | digit(p[1])));
+        p += 2;
+    }
+    return out;
+}
+
 }  // namespace vorn::test
