@@ -8,11 +8,12 @@
 #include <vector>
 
 #include "cli/grammar.h"
+#include "platform/limits.h"
 
 namespace vorn::cli {
 
-inline constexpr uint32_t kMinRingId = 1;
-inline constexpr uint32_t kMaxRingId = 255;
+inline constexpr uint32_t kMinRingId = limits::kMinRingId;
+inline constexpr uint32_t kMaxRingId = limits::kMaxRingId;
 inline constexpr uint32_t kMinHello = 50;
 inline constexpr uint32_t kMaxHello = 2000;
 inline constexpr uint32_t kMinDead = 50;

@@ -16,13 +16,14 @@
 
 #include "platform/ifindex.h"
 #include "platform/number.h"
+#include "platform/limits.h"
 
 namespace vorn::cli {
 
-inline constexpr uint32_t kMaxSlot = 11;
-inline constexpr uint32_t kMaxPort = 63;
-inline constexpr uint32_t kMinLag = 1;
-inline constexpr uint32_t kMaxLag = 128;
+inline constexpr uint32_t kMaxSlot = limits::kMaxSlot;
+inline constexpr uint32_t kMaxPort = limits::kMaxPort;
+inline constexpr uint32_t kMinLag = limits::kMinLag;
+inline constexpr uint32_t kMaxLag = limits::kMaxLag;
 
 // One kind of interface that can carry a ring.
 struct IfType {

@@ -7,10 +7,12 @@
 #include <string>
 #include <string_view>
 
+#include "platform/limits.h"
+
 namespace vorn::cli {
 
-inline constexpr uint32_t kMinVlan = 1;
-inline constexpr uint32_t kMaxVlan = 4095;
+inline constexpr uint32_t kMinVlan = limits::kMinVlan;
+inline constexpr uint32_t kMaxVlan = limits::kMaxVlan;
 
 // Bit v in byte v / 8 under the mask 0x80 >> (v % 8): the wire order of the request.
 using VlanBitmap = std::array<uint8_t, 512>;

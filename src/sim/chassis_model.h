@@ -27,16 +27,17 @@
 
 #include "sim/ifm_notif.h"
 #include "sim/vlan_set.h"
+#include "platform/limits.h"
 
 namespace vorn::sim {
 
 class ChassisModel {
   public:
     static constexpr uint32_t kSlots = 12;
-    static constexpr uint32_t kMaxPortsPerCard = 64;
+    static constexpr uint32_t kMaxPortsPerCard = limits::kPortsPerSlot;
     static constexpr uint32_t kDefaultPortsPerCard = 8;
-    static constexpr uint32_t kMaxLag = 128;
-    static constexpr size_t kMaxLagMembers = 32;
+    static constexpr uint32_t kMaxLag = limits::kMaxLag;
+    static constexpr size_t kMaxLagMembers = limits::kMaxLagMembers;
 
     // A physical port or a LAG.
     struct Interface {

@@ -4,6 +4,7 @@
 
 #include "platform/bitmap.h"
 #include "platform/codec.h"
+#include "platform/limits.h"
 
 namespace vorn::sim {
 namespace {
@@ -42,7 +43,7 @@ constexpr size_t kOffMapFlag = 124;
 constexpr size_t kOffStgInstance = 128;
 constexpr size_t kOffStgVlans = 132;
 
-constexpr uint32_t kMaxVlan = 4095;
+constexpr uint32_t kMaxVlan = limits::kMaxVlan;
 
 // How many records of recLen fit behind `first` in a message of len bytes, and a note when
 // the message claims more.

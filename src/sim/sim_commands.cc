@@ -6,11 +6,12 @@
 #include "platform/number.h"
 #include "sim/chassis_sim.h"
 #include "sim/log.h"
+#include "platform/limits.h"
 
 namespace vorn::sim {
 namespace {
 
-constexpr uint32_t kMaxSlot = 11;
+constexpr uint32_t kMaxSlot = limits::kMaxSlot;
 
 // A peer that can be told to refuse and to go absent, seen through four small functions.
 struct Switchable {

@@ -9,13 +9,14 @@
 #include <string_view>
 
 #include "platform/bitmap.h"
+#include "platform/limits.h"
 
 namespace vorn::sim {
 
 using VlanSet = std::array<uint8_t, bmp::kVlanBmapBytes>;
 
-inline constexpr uint32_t kMinVlan = 1;
-inline constexpr uint32_t kMaxVlan = 4095;
+inline constexpr uint32_t kMinVlan = limits::kMinVlan;
+inline constexpr uint32_t kMaxVlan = limits::kMaxVlan;
 
 // Parses "10", "20-30" or a comma list of both ("10,20-30"). False, with a message that
 // names the bad item, for an empty item, a bad number, a VLAN outside 1..4095 or a range
