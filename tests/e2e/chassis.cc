@@ -72,6 +72,13 @@ bool eventually(const std::function<bool()>& cond, int timeoutMs) {
     return true;
 }
 
+std::vector<std::string> words(const std::string& line) {
+    std::vector<std::string> out;
+    std::istringstream in(line);
+    for (std::string w; in >> w;) out.push_back(w);
+    return out;
+}
+
 Chassis::Chassis() {
     char tmpl[] = "/tmp/vorn-e2e-XXXXXX";
     if (mkdtemp(tmpl) == nullptr) throw std::runtime_error("mkdtemp failed");
@@ -92,6 +99,16 @@ void Chassis::start(const std::vector<std::string>& simOptions) {
     sim_ = spawn(argv, simOut_);
 }
 
+bool Chassis::startAndWait(const std::string& startup) {
+    if (!startup.empty()) {
+        std::filesystem::create_directory(dir_);
+        std::filesystem::permissions(dir_, std::filesystem::perms::owner_all);
+        std::ofstream(dir_ + "/startup-config", std::ios::binary) << startup;
+    }
+    start({"--vornctl", VORNCTL_PATH});
+    return eventually([this] { return ctl({"shell", "qelIpcStats"}) == 0; }, 20000);
+}
+
 int Chassis::stop() {
     if (sim_ <= 0) return -1;
     kill(sim_, SIGTERM);
@@ -108,6 +125,23 @@ int Chassis::ctl(const std::vector<std::string>& args, std::string* out) const {
     int rc = runToEnd(argv, file, out);
     std::filesystem::remove(file);
     return rc;
+}
+
+std::string Chassis::run(const std::string& first, const std::string& line) const {
+    std::string out;
+    EXPECT_EQ(ctl(words(first + " " + line), &out), 0) << first << " " << line << ": " << out;
+    return out;
+}
+
+::testing::AssertionResult Chassis::shows(const std::string& first, const std::string& line,
+                                          const std::string& want) const {
+    std::string last;
+    if (eventually([&] { return (last = run(first, line)).find(want) != std::string::npos; },
+                   10000))
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << first << " " << line << ": wanted\n"
+                                         << want << "\ngot\n"
+                                         << last;
 }
 
 long Chassis::counter(const std::string& label) const {

@@ -2,6 +2,7 @@
 // directory, driven through vornctl as an operator would.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <functional>
@@ -19,6 +20,8 @@ int runToEnd(const std::vector<std::string>& argv, const std::string& outFile, s
 int waitEnd(pid_t pid, int timeoutMs);
 // Polls cond every 20 ms until it holds or timeoutMs passes.
 bool eventually(const std::function<bool()>& cond, int timeoutMs);
+// "sim port Gi 0/1 up" as vornctl's arguments.
+std::vector<std::string> words(const std::string& line);
 
 class Chassis {
 public:
@@ -30,10 +33,18 @@ public:
 
     // Starts vornsim with extra options (it starts vornd unless told otherwise).
     void start(const std::vector<std::string>& simOptions = {});
+    // Starts vornsim with vornctl to replay DIR/startup-config (written first when `startup`
+    // is not empty) and waits until the manager answers the shell.
+    bool startAndWait(const std::string& startup = "");
     // SIGTERM to vornsim; returns its wait status (-1 if it had to be killed).
     int stop();
     // Runs vornctl with --rundir and the arguments; returns its exit status.
     int ctl(const std::vector<std::string>& args, std::string* out = nullptr) const;
+    // vornctl with the words of `line` after `first`, expected to succeed; returns its output.
+    std::string run(const std::string& first, const std::string& line) const;
+    // Waits until what `first line` prints holds `want`.
+    ::testing::AssertionResult shows(const std::string& first, const std::string& line,
+                                     const std::string& want) const;
     // The value of a counter line of vornPrintCounters, or -1 when the shell did not answer.
     long counter(const std::string& label) const;
     // What vornsim printed so far.

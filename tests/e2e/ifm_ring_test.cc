@@ -10,9 +10,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <regex>
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "chassis.h"
 
@@ -30,65 +28,37 @@ const char* const kRingFive =
     " mode master\n"
     " no disable\n";
 
-// "sim port Gi 0/1 up" as vornctl's arguments.
-std::vector<std::string> words(const std::string& first, const std::string& line) {
-    std::vector<std::string> out = {first};
-    std::istringstream in(line);
-    for (std::string w; in >> w;)
-        out.push_back(w);
-    return out;
-}
-
-std::string sim(const Chassis& c, const std::string& line) {
-    std::string out;
-    EXPECT_EQ(c.ctl(words("sim", line), &out), 0) << line << ": " << out;
-    return out;
-}
-
 std::string shell(const Chassis& c, const std::string& function) {
     std::string out;
-    return c.ctl(words("shell", function), &out) == 0 ? out : "(failed) " + out;
+    return c.ctl(e2e::words("shell " + function), &out) == 0 ? out : "(failed) " + out;
 }
 
 // Waits until L2PM's model of the port says that the manager owns it and which of its VLANs
 // forward and which block.
 ::testing::AssertionResult portState(const Chassis& c, const std::string& port,
                                      const std::string& forwarding, const std::string& blocking) {
-    std::string want = "owned by the manager\n  forwarding: " + forwarding +
-                       "\n  blocking: " + blocking + "\n";
-    std::string last;
-    if (e2e::eventually(
-            [&] {
-                last = sim(c, "show l2pm port " + port);
-                return last.find(want) != std::string::npos;
-            },
-            kSettleMs))
-        return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << port << ": wanted\n" << want << "got\n" << last;
-}
-
-bool bringUp(Chassis& c) {
-    c.start({"--vornctl", VORNCTL_PATH});
-    return e2e::eventually([&c] { return c.ctl({"shell", "qelIpcStats"}) == 0; }, 20000);
+    return c.shows(
+        "sim", "show l2pm port " + port,
+        "owned by the manager\n  forwarding: " + forwarding + "\n  blocking: " + blocking + "\n");
 }
 
 // The chassis and ring 5 as the tests want them: the VLANs and Po 1 exist before the ring
 // is configured, then both ring interfaces join VLAN 10 tagged and VLANs 20-30.
 void configureRing(Chassis& c) {
-    sim(c, "vlan 10,20-30");
-    sim(c, "lag 1");
+    c.run("sim", "vlan 10,20-30");
+    c.run("sim", "lag 1");
     std::string file = c.base() + "/ring5.cfg", out;
     std::ofstream(file) << kRingFive;
     ASSERT_EQ(c.ctl({"-f", file}, &out), 0) << out;
     for (const char* ifName : {"Gi 0/1", "Po 1"}) {
-        sim(c, std::string("vlan 10 add ") + ifName + " tagged");
-        sim(c, std::string("vlan 20-30 add ") + ifName + " tagged");
+        c.run("sim", std::string("vlan 10 add ") + ifName + " tagged");
+        c.run("sim", std::string("vlan 20-30 add ") + ifName + " tagged");
     }
 }
 
 TEST(IfmRing, InterfaceEventsMoveTheRingsForwardingState) {
     Chassis c;
-    ASSERT_TRUE(bringUp(c)) << c.simLog();
+    ASSERT_TRUE(c.startAndWait()) << c.simLog();
     configureRing(c);
     // Both ports down: the manager owns the ring and blocks everything.
     EXPECT_TRUE(portState(c, "Gi 0/1", "none", "10,20-30"));
@@ -96,20 +66,20 @@ TEST(IfmRing, InterfaceEventsMoveTheRingsForwardingState) {
     EXPECT_NE(shell(c, "vornPrintRing 5").find("Ring Owned by VORN Mgr   : YES"),
               std::string::npos);
 
-    sim(c, "port Gi 0/1 up");
+    c.run("sim", "port Gi 0/1 up");
     EXPECT_TRUE(portState(c, "Gi 0/1", "10,20-30", "none"));
     EXPECT_TRUE(portState(c, "Po 1", "none", "10,20-30"));
 
-    sim(c, "port gi0/1 down");
+    c.run("sim", "port gi0/1 down");
     EXPECT_TRUE(portState(c, "Gi 0/1", "none", "10,20-30"));
-    sim(c, "port gi0/1 up");
+    c.run("sim", "port gi0/1 up");
     EXPECT_TRUE(portState(c, "Gi 0/1", "10,20-30", "none"));
 
     // An up member makes Po 1 ready and up: the manager gives the ring to the agent of its
     // card (slot 1), which starts it as master: the primary forwards, the secondary blocks
     // the member VLANs.
-    sim(c, "port Gi 1/2 up");
-    std::string joined = sim(c, "lag 1 add Gi 1/2");
+    c.run("sim", "port Gi 1/2 up");
+    std::string joined = c.run("sim", "lag 1 add Gi 1/2");
     EXPECT_NE(joined.find("Po 1 is up; 2 IFM records sent"), std::string::npos) << joined;
     EXPECT_TRUE(portState(c, "Gi 0/1", "10,20-30", "none"));
     EXPECT_TRUE(portState(c, "Po 1", "10", "20-30"));
@@ -128,11 +98,11 @@ std::string interfaceRecords(const Chassis& c) {
 
 TEST(IfmRing, AManagerKilledAndStartedAgainRebuildsItsStateUnderTheRunningChassis) {
     Chassis c;
-    ASSERT_TRUE(bringUp(c)) << c.simLog();
+    ASSERT_TRUE(c.startAndWait()) << c.simLog();
     configureRing(c);
-    sim(c, "port Gi 0/1 up");
-    sim(c, "port Gi 1/2 up");
-    sim(c, "lag 1 add Gi 1/2");
+    c.run("sim", "port Gi 0/1 up");
+    c.run("sim", "port Gi 1/2 up");
+    c.run("sim", "lag 1 add Gi 1/2");
     ASSERT_TRUE(portState(c, "Po 1", "10", "20-30"));  // the agent of slot 1 runs the ring
     std::string out;
     ASSERT_EQ(c.ctl({"write", "memory"}, &out), 0) << out;
@@ -144,13 +114,15 @@ TEST(IfmRing, AManagerKilledAndStartedAgainRebuildsItsStateUnderTheRunningChassi
         ASSERT_NE(before.find(seen), std::string::npos) << seen << " in\n" << before;
 
     std::smatch pid;
-    std::string status = sim(c, "status");
+    std::string status = c.run("sim", "status");
     ASSERT_TRUE(std::regex_search(status, pid, std::regex(R"(running, pid (\d+))"))) << status;
     ASSERT_EQ(kill(std::stoi(pid[1]), SIGKILL), 0);
     ASSERT_TRUE(e2e::eventually(
-        [&] { return sim(c, "status").find("ended: killed by signal 9") != std::string::npos; },
+        [&] {
+            return c.run("sim", "status").find("ended: killed by signal 9") != std::string::npos;
+        },
         kSettleMs));
-    std::string started = sim(c, "manager start");
+    std::string started = c.run("sim", "manager start");
     EXPECT_NE(started.find("it will replay"), std::string::npos) << started;
 
     EXPECT_TRUE(e2e::eventually(
@@ -167,7 +139,9 @@ TEST(IfmRing, AManagerKilledAndStartedAgainRebuildsItsStateUnderTheRunningChassi
             return after == before;
         },
         kSettleMs))
-        << "before:\n" << before << "after:\n" << after;
+        << "before:\n"
+        << before << "after:\n"
+        << after;
     // The new manager learned the interfaces from the download, not from IFM notifications.
     EXPECT_EQ(c.counter("IFM Notification"), 0);
     EXPECT_GE(c.counter("L2PM Notification"), 2);

@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <thread>
 
 #include "chassis.h"
 
@@ -19,20 +18,20 @@ using Clock = std::chrono::steady_clock;
 TEST(Spine, WaitsForL2pmAndFinishesStartUpSoonAfterItAppears) {
     Chassis c;
     c.start({"--no-l2pm"});
-    // The manager waits for L2PM's queue, answering the shell meanwhile.
+    // The manager waits for L2PM's queue before it subscribes, answering the shell meanwhile.
     ASSERT_TRUE(eventually([&] { return c.counter("EV-H reg success") == 0; }, 10000))
         << c.simLog();
-    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-    EXPECT_EQ(c.counter("L2PM reg success"), 0) << "registered without L2PM";
 
     auto appeared = Clock::now();
     std::string out;
     ASSERT_EQ(c.ctl({"sim", "l2pm", "absent", "off"}, &out), 0) << out;
-    ASSERT_TRUE(eventually([&] { return c.counter("L2PM reg success") == 1; }, 5000))
+    ASSERT_TRUE(eventually([&] { return c.counter("L2PM reg success") == 1; }, 20000))
         << c.simLog();
+    // It looks for L2PM once a second; allow for a loaded machine, not for a much slower poll.
     auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - appeared);
-    EXPECT_LT(took.count(), 2000) << "start-up finished " << took.count() << " ms after L2PM";
+    EXPECT_LT(took.count(), 5000) << "start-up finished " << took.count() << " ms after L2PM";
     EXPECT_EQ(c.counter("EV-H reg success"), 1);
+    // A registration tried while L2PM was absent would have failed and been counted.
     EXPECT_EQ(c.counter("L2PM reg failure"), 0);
 }
 
@@ -41,19 +40,21 @@ TEST(Spine, RefusedSubscriptionIsRetriedOnceASecond) {
     c.start({"--evh-refuse"});
     ASSERT_TRUE(eventually([&] { return c.counter("EV-H reg failure") >= 1; }, 10000))
         << c.simLog();
-    long first = c.counter("EV-H reg failure");
+    // At least three retries within a generous deadline, and not more than one a second:
+    // the interval runs from before the first count was read to after the last one.
     auto t0 = Clock::now();
-    std::this_thread::sleep_for(std::chrono::milliseconds(3000));
-    long later = c.counter("EV-H reg failure");
+    long first = c.counter("EV-H reg failure");
+    long last = first;
+    ASSERT_TRUE(
+        eventually([&] { return (last = c.counter("EV-H reg failure")) >= first + 3; }, 30000))
+        << "retries: " << last - first;
     double secs = std::chrono::duration<double>(Clock::now() - t0).count();
-    // One failure a second: allow for where in its second each sample fell.
-    EXPECT_GE(later - first, static_cast<long>(secs) - 1);
-    EXPECT_LE(later - first, static_cast<long>(secs) + 1);
+    EXPECT_LE(last - first, static_cast<long>(secs) + 2) << "in " << secs << " s";
     EXPECT_EQ(c.counter("L2PM reg success"), 0) << "L2PM comes only after the event handler";
 
     std::string out;
     ASSERT_EQ(c.ctl({"sim", "evh", "refuse", "off"}, &out), 0) << out;
-    ASSERT_TRUE(eventually([&] { return c.counter("L2PM reg success") == 1; }, 5000));
+    ASSERT_TRUE(eventually([&] { return c.counter("L2PM reg success") == 1; }, 10000));
     EXPECT_EQ(c.counter("EV-H reg success"), 1);
 }
 
@@ -84,8 +85,7 @@ TEST(Spine, ManagerAloneEndsWithStatusZeroOnSigterm) {
     std::filesystem::create_directory(c.rundir());
     std::filesystem::permissions(c.rundir(), std::filesystem::perms::owner_all);
     pid_t pid = spawn({VORND_PATH, "--rundir", c.rundir()}, c.base() + "/vornd.out");
-    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(c.rundir() + "/226.0.1"); },
-                           5000));
+    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(c.rundir() + "/226.0.1"); }, 5000));
     ASSERT_EQ(kill(pid, SIGTERM), 0);
     int status = waitEnd(pid, 5000);
     ASSERT_TRUE(WIFEXITED(status));
