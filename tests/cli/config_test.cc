@@ -21,46 +21,20 @@
 namespace vorn {
 namespace {
 
-// A request in words, read at the layout's offsets: "5 member-vlan(3) no 20-21".
-std::string summary(const std::vector<uint8_t>& m) {
-    be::Reader rd(m.data(), m.size());
-    std::string s = std::to_string(rd.u16(90)) + " type " + std::to_string(rd.u32(72)) +
-                    (rd.u16(82) != 0 ? " no" : "");
-    switch (rd.u32(72)) {
-        case 1:
-            s += " '" + std::string(reinterpret_cast<const char*>(m.data() + 624)) + "'";
-            break;
-        case 2:
-            s += " " + std::to_string(rd.u32(100)) + " " + std::to_string(rd.u32(104)) + " " +
-                 std::to_string(rd.u32(108) & 0xFFF);
-            break;
-        case 3:
-            for (uint32_t v = 1; v < 4096; ++v)
-                if ((m[112 + v / 8] & (0x80 >> (v % 8))) != 0)
-                    s += " " + std::to_string(v);
-            break;
-        case 4:
-            s += " mode " + std::to_string(rd.u8(92));
-            break;
-        case 6:
-            s += " " + std::to_string(rd.u16(96));
-            break;
-        case 7:
-            s += " " + std::to_string(rd.u16(94));
-            break;
-    }
-    return s;
-}
-
+// The requests the manager got, as "RING type TYPE [no]" (their fields are the request
+// tests' business).
 std::vector<std::string> summaries(const test::NmManager& mgr) {
     std::vector<std::string> out;
-    for (const auto& r : mgr.requests())
-        out.push_back(summary(r));
+    for (const auto& m : mgr.requests()) {
+        be::Reader rd(m.data(), m.size());
+        out.push_back(std::to_string(rd.u16(90)) + " type " + std::to_string(rd.u32(72)) +
+                      (rd.u16(82) != 0 ? " no" : ""));
+    }
     return out;
 }
 
 class ConfigTest : public test::PlatformTest {
-  protected:
+protected:
     std::string file(const std::string& name, const std::string& text) {
         std::string path = rundir_.path() + "/" + name;
         std::ofstream(path, std::ios::binary) << text;
@@ -154,12 +128,14 @@ TEST_F(ConfigTest, AManagerThatIsMissingOrSilentIsNamed) {
 TEST_F(ConfigTest, AnAnswerThatIsNotAWholeRequestIsReportedAtOnce) {
     test::NmManager mgr;
     mgr.truncateAnswers(88);
-    cli::Cli cli(rundir_.path(), out_, err_, 5000);
+    // Reported at once, not after the (long) wait for an answer.
+    cli::Cli cli(rundir_.path(), out_, err_, 60000);
     auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(cli.runLine("protocol vorn 5"), cli::kExitFailed);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
-    EXPECT_EQ(err_.str(), "% Error: the manager's answer (88 bytes, expected 1024) could not be "
-                          "read; the command may or may not have taken effect\n");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
+    EXPECT_EQ(err_.str(),
+              "% Error: the manager's answer (88 bytes, expected 1024) could not be "
+              "read; the command may or may not have taken effect\n");
     EXPECT_EQ(cli.context(), cli::Context{});
 }
 
@@ -203,15 +179,16 @@ TEST_F(ConfigTest, TheFirstRefusalStopsAReplayAndNamesItsLine) {
     std::atomic<int> seen{0};
     test::NmManager mgr([&seen](const test::NmManager::Request&) { return ++seen == 4 ? 2 : 0; });
     cli::Cli cli(rundir_.path(), out_, err_, 2000);
-    std::string path = file("cfg", "protocol vorn 5\n member-vlan 20\n\n ! note\n"
-                                   " timer dead-interval 900\n no mode master\n no disable\n");
+    std::string path = file("cfg",
+                            "protocol vorn 5\n member-vlan 20\n\n ! note\n"
+                            " timer dead-interval 900\n no mode master\n no disable\n");
     EXPECT_EQ(cli.replay(path), cli::kExitFailed);
     EXPECT_EQ(err_.str(), "% Error: ring 5 is not in mode master; its mode was left as it is\n% " +
                               path +
                               " line 6: 'no mode master': replay stopped here; the 3 command "
                               "lines before it were applied\n");
-    EXPECT_EQ(summaries(mgr), (std::vector<std::string>{"5 type 0", "5 type 3 20",
-                                                        "5 type 6 900", "5 type 4 no mode 1"}));
+    EXPECT_EQ(summaries(mgr),
+              (std::vector<std::string>{"5 type 0", "5 type 3", "5 type 6", "5 type 4 no"}));
 }
 
 TEST_F(ConfigTest, RunningConfigurationIsShownNormalisedAndSavedWhole) {

@@ -13,6 +13,7 @@
 #include "cli/commands.h"
 #include "nm_manager.h"
 #include "support/rundir.h"
+#include "support/wire.h"
 
 namespace vorn {
 namespace {
@@ -47,21 +48,15 @@ std::vector<uint8_t> expectedBytes(const Body& b) {
     put(100, b.primary, 4);
     put(104, b.secondary, 4);
     put(108, b.ctrlVlanIf, 4);
-    for (uint16_t v : b.vlans)
-        m[112 + v / 8] |= static_cast<uint8_t>(0x80 >> (v % 8));
+    for (uint16_t v : b.vlans) m[112 + v / 8] |= static_cast<uint8_t>(0x80 >> (v % 8));
     std::copy(b.description.begin(), b.description.end(), m.begin() + 624);
     return m;
 }
 
 std::vector<uint16_t> range(uint16_t lo, uint16_t hi) {
     std::vector<uint16_t> out;
-    for (uint32_t v = lo; v <= hi; ++v)
-        out.push_back(static_cast<uint16_t>(v));
+    for (uint32_t v = lo; v <= hi; ++v) out.push_back(static_cast<uint16_t>(v));
     return out;
-}
-
-uint32_t u32(const std::vector<uint8_t>& m, size_t off) {
-    return be::Reader(m.data(), m.size()).u32(off);
 }
 
 class RequestTest : public test::PlatformTest {};
@@ -78,13 +73,19 @@ TEST_F(RequestTest, EveryCommandCarriesItsFieldsAndNothingElse) {
         {"interface primary te1/2 secondary po5 control-vlan 4095",
          {.type = 2, .primary = 0x0B010200, .secondary = 0x16000005, .ctrlVlanIf = 0x18000FFF}},
         {"no interface primary GigabitEthernet 0/1 secondary Port-channel 128 control-vlan 1",
-         {.type = 2, .noForm = 1, .primary = 0x0A000100, .secondary = 0x16000080,
+         {.type = 2,
+          .noForm = 1,
+          .primary = 0x0A000100,
+          .secondary = 0x16000080,
           .ctrlVlanIf = 0x18000001}},
-        {"member-vlan 20-30,40", {.type = 3, .vlans = [] {
-                                      auto v = range(20, 30);
-                                      v.push_back(40);
-                                      return v;
-                                  }()}},
+        {"member-vlan 20-30,40",
+         {.type = 3,
+          .vlans =
+              [] {
+                  auto v = range(20, 30);
+                  v.push_back(40);
+                  return v;
+              }()}},
         {"member-vlan 1,4095", {.type = 3, .vlans = {1, 4095}}},
         {"no member-vlan 25", {.type = 3, .noForm = 1, .vlans = {25}}},
         {"no member-vlan", {.type = 3, .noForm = 1}},
@@ -119,20 +120,14 @@ TEST_F(RequestTest, EveryCommandCarriesItsFieldsAndNothingElse) {
         const std::vector<uint8_t>& m = got[i];
         SCOPED_TRACE(i == 0 ? std::string("protocol vorn 5") : cases[i - 1].line);
         ASSERT_EQ(m.size(), 1024u);
-        // Header: magic, no reply flag, length, type, an exchange id of its own, the
-        // sender's request queue (service 40, kind 1) and the manager's request queue.
-        EXPECT_EQ(u32(m, 0), 0x51454C31u);
-        EXPECT_EQ(u32(m, 4), 0u);
-        EXPECT_EQ(u32(m, 8), 1024u);
-        EXPECT_EQ(u32(m, 12), 6001u);
-        EXPECT_TRUE(exchanges.insert(u32(m, 16)).second);
-        EXPECT_EQ(u32(m, 44) >> 20, 40u);
-        EXPECT_EQ(u32(m, 44) & 0xF, 1u);
-        EXPECT_EQ(u32(m, 52), 0x7F000001u);
-        EXPECT_EQ(u32(m, 56), (226u << 20) | 1);
+        // Header: magic, no reply flag, length, type, the manager's card and request queue,
+        // the sender's request queue (service 40, kind 1), an exchange id of its own.
+        EXPECT_EQ(test::words(m, {0, 4, 8, 12, 52, 56}),
+                  (std::vector<uint32_t>{0x51454C31, 0, 1024, 6001, 0x7F000001, (226u << 20) | 1}));
+        EXPECT_EQ(test::u32At(m, 44) & 0xFFF0000F, (40u << 20) | 1);
+        EXPECT_TRUE(exchanges.insert(test::u32At(m, 16)).second);
         // Body: every byte from 60 on.
-        std::vector<uint8_t> want =
-            expectedBytes(i == 0 ? Body{.type = 0} : cases[i - 1].body);
+        std::vector<uint8_t> want = expectedBytes(i == 0 ? Body{.type = 0} : cases[i - 1].body);
         for (size_t off = 60; off < 1024; ++off)
             if (m[off] != want[off]) {
                 ADD_FAILURE() << "byte " << off << " is " << int(m[off]) << ", expected "

@@ -25,6 +25,8 @@ namespace {
 using sim::ChassisModel;
 using sim::IfmRecord;
 using test::u32At;
+using test::words;
+using W = std::vector<uint32_t>;
 
 constexpr uint32_t kGi01 = 0x0A000100;
 constexpr uint32_t kGi12 = 0x0A010200;
@@ -76,26 +78,28 @@ TEST(IfmNotification, RecordsAreLaidOutAsTheManagerReadsThem) {
                                             &count);
     ASSERT_EQ(bodies.size(), 1u);
     EXPECT_EQ(count, 7u);
-    std::vector<uint8_t> want = hex(
-        "00 00 00 09  00 00 00 07  00 00 00 00"  // 124 NumElem 9, 128 Count 7, 132 reserved
-        // add interface Gi 0/1: type 1, length 28, ifIndex, attribute 0, 8 zero bytes,
-        // MAC 02:56:4f:0a:00:01 (type 10, slot 0, port 1), 2 zero bytes
-        " 00 01 00 1c  0a 00 01 00  00 00 00 00  00 00 00 00 00 00 00 00"
-        " 02 56 4f 0a 00 01  00 00"
-        " 00 03 00 08  0a 00 01 00"  // oper up Gi 0/1
-        // Gi 0/1 tagged into VLAN 10: type 40, length 16, VLAN ifIndex, port, tagged 1, pad
-        " 00 28 00 10  18 00 00 0a  0a 00 01 00  00 01  00 00"
-        // Gi 0/1 tagged into VLANs 20 and 21: type 42, length 28, port, tagged, 6 zero
-        // bytes, count 2, the VLAN ifIndexes
-        " 00 2a 00 1c  0a 00 01 00  00 01  00 00 00 00 00 00  00 00 00 02"
-        " 18 00 00 14  18 00 00 15"
-        " 00 2f 00 0c  16 00 00 01  0a 01 02 00"          // Gi 1/2 into Po 1
-        " 00 29 00 10  18 00 00 05  16 00 00 01  00 00  00 00"  // Po 1 out of VLAN 5, untagged
-        " 00 30 00 0c  16 00 00 01  0a 01 02 00"          // Gi 1/2 out of Po 1
-        " 00 04 00 08  16 00 00 01"                       // oper down Po 1
-        // delete VLAN 10, MAC 02:56:4f:18:00:0a
-        " 00 02 00 1c  18 00 00 0a  00 00 00 00  00 00 00 00 00 00 00 00"
-        " 02 56 4f 18 00 0a  00 00");
+    std::vector<uint8_t> want =
+        hex("00 00 00 09  00 00 00 07  00 00 00 00"  // 124 NumElem 9, 128 Count 7, 132 reserved
+                                                     // add interface Gi 0/1: type 1, length 28,
+                                                     // ifIndex, attribute 0, 8 zero bytes, MAC
+                                                     // 02:56:4f:0a:00:01 (type 10, slot 0, port 1),
+                                                     // 2 zero bytes
+            " 00 01 00 1c  0a 00 01 00  00 00 00 00  00 00 00 00 00 00 00 00"
+            " 02 56 4f 0a 00 01  00 00"
+            " 00 03 00 08  0a 00 01 00"  // oper up Gi 0/1
+            // Gi 0/1 tagged into VLAN 10: type 40, length 16, VLAN ifIndex, port, tagged 1, pad
+            " 00 28 00 10  18 00 00 0a  0a 00 01 00  00 01  00 00"
+            // Gi 0/1 tagged into VLANs 20 and 21: type 42, length 28, port, tagged, 6 zero
+            // bytes, count 2, the VLAN ifIndexes
+            " 00 2a 00 1c  0a 00 01 00  00 01  00 00 00 00 00 00  00 00 00 02"
+            " 18 00 00 14  18 00 00 15"
+            " 00 2f 00 0c  16 00 00 01  0a 01 02 00"                // Gi 1/2 into Po 1
+            " 00 29 00 10  18 00 00 05  16 00 00 01  00 00  00 00"  // Po 1 out of VLAN 5, untagged
+            " 00 30 00 0c  16 00 00 01  0a 01 02 00"                // Gi 1/2 out of Po 1
+            " 00 04 00 08  16 00 00 01"                             // oper down Po 1
+            // delete VLAN 10, MAC 02:56:4f:18:00:0a
+            " 00 02 00 1c  18 00 00 0a  00 00 00 00  00 00 00 00 00 00 00 00"
+            " 02 56 4f 18 00 0a  00 00");
     EXPECT_EQ(bodies[0], want);
 }
 
@@ -107,8 +111,7 @@ int walk(const std::vector<uint8_t>& body) {
     int n = 0;
     while (off + 4 <= body.size()) {
         uint16_t len = rd.u16(off + 2);
-        if (len < 4)
-            return -1;
+        if (len < 4) return -1;
         off += len;
         ++n;
     }
@@ -153,8 +156,7 @@ TEST(L2pmDownload, RecordsComeVlansFirstThenLagsThenPortsLaidOutAsRead) {
     auto bodies = sim::dnld::pack(sim::dnld::records(m));
     ASSERT_EQ(bodies.size(), 1u);
     std::vector<uint8_t> msg = asMessage(bodies[0]);
-    EXPECT_EQ(u32At(msg, 248), 2u);   // kind: download
-    EXPECT_EQ(u32At(msg, 252), 10u);  // 2 VLANs, Po 1 twice, 6 ports
+    EXPECT_EQ(words(msg, {248, 252}), (W{2, 10}));  // download: 2 VLANs, Po 1 twice, 6 ports
 
     struct Rec {
         uint32_t ifIndex;
@@ -165,27 +167,20 @@ TEST(L2pmDownload, RecordsComeVlansFirstThenLagsThenPortsLaidOutAsRead) {
         const char* vlans;  // nullptr: no bitmap
     };
     const Rec want[] = {
-        {0x18000005, 144, 0, 0, 0, nullptr},
-        {0x1800000A, 144, 0, 0, 0, nullptr},
-        {kPo1, 1680, 0, 16, 1, "10"},     // up: its member is; the tagged VLANs first
-        {kPo1, 1680, 0, 0, 0, "5"},       // then the untagged one, without oper and LAG
-        {0x0A000000, 144, 0, 0, 0, nullptr},
-        {kGi01, 1680, 0, 0, 1, "10"},
-        {0x0A000200, 144, 0, 0, 0, nullptr},
-        {0x0A010000, 144, 0, 0, 0, nullptr},
-        {0x0A010100, 144, 0, 0, 0, nullptr},
-        {kGi12, 144, kPo1, 16, 0, nullptr},
+        {0x18000005, 144, 0, 0, 0, nullptr}, {0x1800000A, 144, 0, 0, 0, nullptr},
+        {kPo1, 1680, 0, 16, 1, "10"},  // up: its member is; the tagged VLANs first
+        {kPo1, 1680, 0, 0, 0, "5"},    // then the untagged one, without oper and LAG
+        {0x0A000000, 144, 0, 0, 0, nullptr}, {kGi01, 1680, 0, 0, 1, "10"},
+        {0x0A000200, 144, 0, 0, 0, nullptr}, {0x0A010000, 144, 0, 0, 0, nullptr},
+        {0x0A010100, 144, 0, 0, 0, nullptr}, {kGi12, 144, kPo1, 16, 0, nullptr},
     };
     size_t off = 256;
     for (const Rec& r : want) {
         SCOPED_TRACE(r.ifIndex);
         ASSERT_LE(off + r.len, msg.size());
         be::Reader rd(msg.data() + off, r.len);
-        EXPECT_EQ(rd.u32(0), r.ifIndex);
-        EXPECT_EQ(rd.u32(4), r.lag);
-        EXPECT_EQ(rd.u32(22), r.oper);
-        EXPECT_EQ(rd.u8(33), r.tagged);
-        EXPECT_EQ(rd.u8(50), r.vlans != nullptr ? 1 : 0);
+        EXPECT_EQ(W({rd.u32(0), rd.u32(4), rd.u32(22), rd.u8(33), rd.u8(50)}),
+                  (W{r.ifIndex, r.lag, r.oper, r.tagged, r.vlans != nullptr}));
         if ((r.ifIndex >> 24) != 24) {
             std::vector<uint8_t> mac(6);
             rd.bytes(26, mac.data(), mac.size());
@@ -203,8 +198,7 @@ TEST(L2pmDownload, RecordsComeVlansFirstThenLagsThenPortsLaidOutAsRead) {
 
     std::vector<uint8_t> eoc = asMessage(sim::dnld::endOfConfig());
     EXPECT_EQ(eoc.size(), 256u);
-    EXPECT_EQ(u32At(eoc, 248), 4u);
-    EXPECT_EQ(u32At(eoc, 252), 0u);
+    EXPECT_EQ(words(eoc, {248, 252}), (W{4, 0}));
 }
 
 TEST(L2pmDownload, AFullChassisSpreadsOverNotificationsInOrder) {
@@ -233,7 +227,7 @@ TEST(L2pmDownload, AFullChassisSpreadsOverNotificationsInOrder) {
 
 // The chassis in attach mode, with the test as its manager.
 class ChassisWireTest : public test::PlatformTest {
-  protected:
+protected:
     void SetUp() override {
         sim::SimOptions opts;
         opts.rundir = rundir_.path();
@@ -272,40 +266,29 @@ class ChassisWireTest : public test::PlatformTest {
 TEST_F(ChassisWireTest, ChangesGoOutAsIfmNotificationsAndARegistrationGetsTheDownload) {
     sim::CommandResult r = chassis_->commands().run("vlan 10 add gi 0/1 tagged");
     ASSERT_TRUE(r.ok) << r.text;
-    EXPECT_NE(r.text.find("2 IFM records sent to the manager in 1 notification"),
-              std::string::npos)
+    EXPECT_NE(r.text.find("2 IFM records sent to the manager in 1 notification"), std::string::npos)
         << r.text;
     std::vector<uint8_t> ifm = receive();
     ASSERT_EQ(ifm.size(), 124u + 12 + 28 + 16);
-    EXPECT_EQ(u32At(ifm, 8), ifm.size());
-    EXPECT_EQ(u32At(ifm, 12), 10908u);
-    EXPECT_EQ(u32At(ifm, 60), swp::kMagic);
-    EXPECT_EQ(u32At(ifm, 124), 2u);
+    EXPECT_EQ(words(ifm, {8, 12, 60, 124}), (W{uint32_t(ifm.size()), 10908, swp::kMagic, 2}));
     const uint32_t oldEpoch = u32At(ifm, 72);
     // Not acknowledged: a manager that dies leaves it outstanding.
 
     ASSERT_EQ(registerWithL2pm(), 0);
+    // The download: VLAN 10, Gi 0/0, Gi 0/1, Gi 1/0, Gi 1/1. It starts a new stream: the
+    // notification the earlier manager did not acknowledge is dropped, not resent before it.
     std::vector<uint8_t> dnld = receive();
-    ASSERT_FALSE(dnld.empty());
-    EXPECT_EQ(u32At(dnld, 12), 18402u);
-    EXPECT_EQ(u32At(dnld, 248), 2u);
-    EXPECT_EQ(u32At(dnld, 252), 1u + 4);  // VLAN 10, Gi 0/0, Gi 0/1, Gi 1/0, Gi 1/1
-    EXPECT_EQ(u32At(dnld, 256), 0x1800000Au);
-    // The download starts a new stream: the notification the earlier manager did not
-    // acknowledge is dropped, not resent before it.
-    EXPECT_EQ(u32At(dnld, 64), 1u);
+    EXPECT_EQ(words(dnld, {12, 248, 252, 256, 64}), (W{18402, 2, 5, 0x1800000A, 1}));
     EXPECT_NE(u32At(dnld, 72), oldEpoch);
     // The end of configuration follows once the new stream is acknowledged.
     uint32_t state[2] = {0, 0};
     EXPECT_EQ(qelSwpCkSeqAndAck(dnld.data(), state, mgr_->reqFd()), 0);
     std::vector<uint8_t> eoc = receive();
-    EXPECT_EQ(u32At(eoc, 12), 18402u);
-    EXPECT_EQ(u32At(eoc, 248), 4u);
-    EXPECT_EQ(u32At(eoc, 64), 2u);
+    EXPECT_EQ(words(eoc, {12, 248, 64}), (W{18402, 4, 2}));
     EXPECT_TRUE(chassis_->l2pm().downloadPending());
     EXPECT_EQ(qelSwpCkSeqAndAck(eoc.data(), state, mgr_->reqFd()), 0);
-    EXPECT_TRUE(test::serveUntil(chassis_->loop(),
-                                 [&] { return !chassis_->l2pm().downloadPending(); }));
+    EXPECT_TRUE(
+        test::serveUntil(chassis_->loop(), [&] { return !chassis_->l2pm().downloadPending(); }));
 }
 
 }  // namespace

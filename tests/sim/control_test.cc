@@ -10,25 +10,24 @@
 #include "platform/evtlog.h"
 #include "sim/chassis_sim.h"
 #include "sim/commands.h"
-#include "sim/control_wire.h"
 #include "sim_test_util.h"
 #include "support/rundir.h"
+#include "wire/simctl.h"
 
 namespace vorn {
 namespace {
 
 using test::FakeManager;
 using test::u32At;
+using test::words;
+using W = std::vector<uint32_t>;
 using test::whileServing;
 
 TEST(ControlWire, RequestsAreReadOnlyWhenWellFormed) {
     std::vector<uint8_t> req;
     ASSERT_TRUE(simctl::encodeRequest("card up 3", 77, (40u << 20) | (5u << 4) | 1, &req));
     ASSERT_EQ(req.size(), 60u + 9 + 1);
-    EXPECT_EQ(u32At(req, 8), req.size());
-    EXPECT_EQ(u32At(req, 12), 5001u);
-    EXPECT_EQ(u32At(req, 16), 77u);
-    EXPECT_EQ(u32At(req, 56), (50u << 20) | 1);
+    EXPECT_EQ(words(req, {8, 12, 16, 56}), (W{70, 5001, 77, (50u << 20) | 1}));
     std::string cmd, why;
     ASSERT_TRUE(simctl::decodeRequest(req.data(), req.size(), &cmd, &why)) << why;
     EXPECT_EQ(cmd, "card up 3");
@@ -64,8 +63,7 @@ TEST(ControlWire, LongAnswersTravelInPartsAndComeBackWhole) {
     for (const Case& c : {Case{0, 1}, Case{8120, 1}, Case{8121, 2}, Case{20000, 3}}) {
         SCOPED_TRACE(c.textLen);
         std::string text;
-        for (size_t i = 0; i < c.textLen; ++i)
-            text += static_cast<char>('a' + i % 26);
+        for (size_t i = 0; i < c.textLen; ++i) text += static_cast<char>('a' + i % 26);
         auto parts = simctl::encodeAnswer(req.data(), simctl::kStatusRefused, text);
         ASSERT_EQ(parts.size(), c.parts);
         std::string back;
@@ -94,8 +92,7 @@ TEST(CommandTable, MatchesTheLongestRunOfWordsAndChecksArguments) {
     auto record = [&seen](const std::string& tag) {
         return [&seen, tag](const sim::CommandTable::Args& args) {
             std::string s = tag;
-            for (const auto& a : args)
-                s += "|" + a;
+            for (const auto& a : args) s += "|" + a;
             seen.push_back(s);
             return sim::done("ok " + tag);
         };
@@ -142,7 +139,7 @@ TEST(CommandTable, MatchesTheLongestRunOfWordsAndChecksArguments) {
 
 // The chassis in attach mode (no manager process), driven through vornctl's client.
 class ChassisControlTest : public test::PlatformTest {
-  protected:
+protected:
     void SetUp() override {
         sim::SimOptions opts;
         opts.rundir = rundir_.path();
@@ -189,18 +186,16 @@ TEST_F(ChassisControlTest, CommandsChangeTheChassisAndSayWhat) {
         EXPECT_EQ(a.ok, c.ok);
         EXPECT_NE(a.text.find(c.inAnswer), std::string::npos) << a.text;
     }
-    // What the commands did, as the manager sees it: one card event (the unfollowed
-    // card-down sent none); the ports of the new card come as IFM notifications, and its
-    // agent registers.
+    // What the commands did, as the manager sees it (all sent before they were answered):
+    // one card event (the unfollowed card-down sent none); the ports of the new card come as
+    // IFM notifications, and its agent registers.
     std::vector<std::vector<uint8_t>> events;
-    for (std::vector<uint8_t> m = mgr.receive(); !m.empty(); m = mgr.receive(20)) {
-        if (u32At(m, 12) != 10908 && u32At(m, 12) != 0x6401)
-            events.push_back(m);
+    for (std::vector<uint8_t> m = mgr.receive(0); !m.empty(); m = mgr.receive(0)) {
+        if (u32At(m, 12) != 10908 && u32At(m, 12) != 0x6401) events.push_back(m);
     }
     ASSERT_EQ(events.size(), 1u);
     ASSERT_EQ(events[0].size(), 72u);
-    EXPECT_EQ(u32At(events[0], 64), 0x118011u);
-    EXPECT_EQ(u32At(events[0], 68), 7u);
+    EXPECT_EQ(words(events[0], {64, 68}), (W{0x118011, 7}));      // card up, slot 7
     EXPECT_EQ(qelEvhSubscribeEvt(evlog, 1, sim::kEvCardUp), -1);  // absent
     EXPECT_EQ(chassis_->cardMask(), 0x3u);                        // 7 went up and down again
     EXPECT_TRUE(chassis_->l2pm().refusing());

@@ -18,17 +18,16 @@
 namespace vorn {
 namespace {
 
-constexpr uint32_t kGi01 = 0x0A000100;  // GigabitEthernet 0/1
-constexpr uint32_t kGi11 = 0x0A010100;  // GigabitEthernet 1/1
-constexpr uint32_t kPo5 = 0x16000005;   // Port-channel 5
+constexpr uint32_t kGi01 = 0x0A000100;      // GigabitEthernet 0/1
+constexpr uint32_t kGi11 = 0x0A010100;      // GigabitEthernet 1/1
+constexpr uint32_t kPo5 = 0x16000005;       // Port-channel 5
 constexpr uint32_t kVlan10If = 0x1800000A;  // a VLAN interface: no port
 
 using Vlans = std::vector<uint16_t>;
 using Bitmap = sim::ForwardingModel::VlanBitmap;
 
 void setVlans(std::vector<uint8_t>& m, size_t off, const Vlans& vlans) {
-    for (uint16_t v : vlans)
-        m[off + v / 8] |= static_cast<uint8_t>(0x80 >> (v % 8));
+    for (uint16_t v : vlans) m[off + v / 8] |= static_cast<uint8_t>(0x80 >> (v % 8));
 }
 
 struct PortRec {
@@ -110,8 +109,7 @@ std::string list(const Bitmap& b) {
 // "fwd 20-22 blk 23" for a port, "" when the model has no state for it.
 std::string stateOf(const sim::ForwardingModel& m, uint32_t ifIndex) {
     auto it = m.ports().find(ifIndex);
-    if (it == m.ports().end())
-        return "";
+    if (it == m.ports().end()) return "";
     Bitmap blocking{};
     BITMAP_DIFF_BITMAPS(blocking, it->second.known, it->second.forwarding);
     return "fwd " + list(it->second.forwarding) + " blk " + list(blocking);
@@ -197,8 +195,7 @@ TEST(ForwardingModel, AMessageNeverChangesMoreThanItHolds) {
 TEST(ForwardingModel, FlushesAreCountedPerPortAndVlanAndTheLastOnesKept) {
     sim::ForwardingModel m;
     std::vector<std::tuple<uint32_t, uint16_t, uint32_t>> recs = {{82, 20, kGi01}, {82, 20, kPo5}};
-    for (uint16_t v = 100; v < 120; ++v)
-        recs.emplace_back(82, v, kGi11);
+    for (uint16_t v = 100; v < 120; ++v) recs.emplace_back(82, v, kGi11);
     auto msg = flushMsg(recs);
     m.apply(sim::ForwardingModel::kMtFlush, msg.data(), msg.size());
     m.apply(sim::ForwardingModel::kMtFlush, msg.data(), msg.size());

@@ -9,6 +9,7 @@
 
 #include "sim/manager_proc.h"
 #include "sim/options.h"
+#include "support/rundir.h"
 
 namespace vorn {
 namespace {
@@ -17,8 +18,7 @@ sim::ParseOutcome parse(std::vector<std::string> words, sim::SimOptions* opts,
                         std::string* message) {
     words.insert(words.begin(), "vornsim");
     std::vector<char*> argv;
-    for (std::string& w : words)
-        argv.push_back(w.data());
+    for (std::string& w : words) argv.push_back(w.data());
     return sim::parseOptions(static_cast<int>(argv.size()), argv.data(), opts, message);
 }
 
@@ -87,13 +87,12 @@ TEST(ManagerProcess, ReportsAStartThatCannotWorkAndHowTheChildEnded) {
         std::string how;
         bool clean = false;
         if (c.stopIt) {
-            for (int i = 0; i < 1000 && access(ready.c_str(), F_OK) != 0; ++i)
-                usleep(5000);
+            ASSERT_TRUE(test::waitFor([&] { return access(ready.c_str(), F_OK) == 0; }, 10000));
             unlink(ready.c_str());
-            how = p.stop(300, &clean);
+            // Time enough for a loaded machine to run the trap before the SIGKILL.
+            how = p.stop(2000, &clean);
         } else {
-            for (int i = 0; i < 400 && !p.reap(&how); ++i)
-                usleep(5000);
+            ASSERT_TRUE(test::waitFor([&] { return p.reap(&how); }, 10000));
         }
         EXPECT_EQ(clean, c.expectClean);
         EXPECT_NE(how.find(c.expectEnd), std::string::npos) << how;

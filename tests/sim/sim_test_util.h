@@ -12,6 +12,7 @@
 #include "platform/codec.h"
 #include "platform/ipc.h"
 #include "sim/loop.h"
+#include "support/wire.h"
 
 namespace vorn::test {
 
@@ -30,8 +31,7 @@ template <typename F>
 bool serveUntil(sim::EventLoop& loop, F cond, int timeoutMs = 2000) {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!cond()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
+        if (std::chrono::steady_clock::now() > deadline) return false;
         loop.runOnce(5);
     }
     return true;
@@ -39,14 +39,13 @@ bool serveUntil(sim::EventLoop& loop, F cond, int timeoutMs = 2000) {
 
 // The manager's endpoint, opened by the test.
 class FakeManager {
-  public:
+public:
     FakeManager() : key_(qelIpcTmrOpen(ipc::kSvcManager, 0)), buf_(ipc::kMaxMsgLen) {
         EXPECT_GE(key_, 0);
     }
     ~FakeManager() { close(); }
     void close() {
-        if (key_ >= 0)
-            qelIpcClose(key_);
+        if (key_ >= 0) qelIpcClose(key_);
         key_ = -1;
     }
     QelKey key() const { return key_; }
@@ -54,19 +53,14 @@ class FakeManager {
     // Waits up to timeoutMs for a message on the request queue; empty on time-out.
     std::vector<uint8_t> receive(int timeoutMs = 1000) {
         int n = qelIpcRecvWait(reqFd(), buf_.data(), static_cast<int>(buf_.size()), timeoutMs);
-        if (n < 0)
-            return {};
+        if (n < 0) return {};
         return std::vector<uint8_t>(buf_.begin(), buf_.begin() + n);
     }
 
-  private:
+private:
     QelKey key_;
     std::vector<uint8_t> buf_;
 };
-
-inline uint32_t u32At(const std::vector<uint8_t>& msg, size_t off) {
-    return be::Reader(msg.data(), msg.size()).u32(off);
-}
 
 constexpr uint32_t kQueue226 = (226u << 20) | 1;
 constexpr uint32_t kQueue166 = (166u << 20) | 1;
@@ -89,9 +83,26 @@ inline int exchange(sim::EventLoop& loop, FakeManager& mgr, std::vector<uint8_t>
                     int waitSecs = 3) {
     const int mtype = static_cast<int>(u32At(msg, 12));
     return whileServing(loop, [&] {
-        return qelIpcSendWait(mgr.key(), msg.data(), static_cast<int>(msg.size()), waitSecs,
-                              mtype, 0);
+        return qelIpcSendWait(mgr.key(), msg.data(), static_cast<int>(msg.size()), waitSecs, mtype,
+                              0);
     });
+}
+
+// Sends msg from the manager's request queue and serves the loop until the peer's counter
+// of dropped messages has grown by one. Nothing may have come back: an answer would be
+// waiting by then.
+template <typename F>
+::testing::AssertionResult dropsUnanswered(sim::EventLoop& loop, FakeManager& mgr,
+                                           std::vector<uint8_t> msg, F dropped) {
+    const uint64_t before = dropped();
+    if (qelIpcSend(mgr.reqFd(), msg.data(), static_cast<int>(msg.size())) != 0)
+        return ::testing::AssertionFailure() << "not sent";
+    if (!serveUntil(loop, [&] { return dropped() == before + 1; }))
+        return ::testing::AssertionFailure() << "not counted as dropped";
+    std::vector<uint8_t> answer = mgr.receive(0);
+    if (!answer.empty())
+        return ::testing::AssertionFailure() << "answered with type " << u32At(answer, 12);
+    return ::testing::AssertionSuccess();
 }
 
 }  // namespace vorn::test
