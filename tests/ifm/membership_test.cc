@@ -10,6 +10,7 @@ namespace {
 using namespace l2pmt;
 using namespace ifmt;
 
+using W = std::vector<uint32_t>;
 const uint32_t P = gi(0, 5), S = gi(0, 11), O = gi(1, 1);
 
 // Ring 5 has control VLAN 10 and member VLAN 100 on primary P and secondary S, all up and
@@ -112,33 +113,30 @@ TEST_F(MembershipTest, VlanJoinSetsMembershipAndForwardingState) {
 
 TEST_F(MembershipTest, RingInterfacesJoinTheControlVlanTaggedOnly) {
     L2pmSwpPeer l2pm(l2pmKey_);
+    // Tagged in: primary, secondary; owned by the manager; the two port states.
+    auto state = [this] {
+        return W{ring_->isPriTagged, ring_->isSecTagged, ring_->isRingOwnedByMgr,
+                 ring_->u4PriPortState, ring_->u4SecPortState};
+    };
     EXPECT_EQ(addVlanPort(10, P, 0), 0);
     EXPECT_EQ(membership(10, P), (std::array<bool, 3>{})) << "no trace of an untagged join";
-    EXPECT_EQ(ring_->isPriTagged, 0);
+    EXPECT_EQ(state(), (W{0, 0, 0, 0, 0}));
     EXPECT_EQ(gpVornL2PmPortStateBuf, nullptr);
-
+    // Not ready with one interface.
     EXPECT_EQ(addVlanPort(10, P, 1), 0);
-    EXPECT_EQ(ring_->isPriTagged, 1);
-    EXPECT_EQ(ring_->isRingOwnedByMgr, 0) << "not ready with one interface";
+    EXPECT_EQ(state(), (W{1, 0, 0, 0, 0}));
     EXPECT_EQ(sent(l2pm), (std::vector<PortStateRec>{{P, {10}, {10}}}));
-
     // The second interface makes the ring ready; with the secondary not ready the manager
     // drives both ports itself.
     EXPECT_EQ(addVlanPort(10, S, 1), 0);
-    EXPECT_EQ(ring_->isSecTagged, 1);
-    EXPECT_EQ(ring_->isRingOwnedByMgr, 1);
-    EXPECT_EQ(ring_->u4PriPortState, 2u);
-    EXPECT_EQ(ring_->u4SecPortState, 2u);
+    EXPECT_EQ(state(), (W{1, 1, 1, 2, 2}));
     vornFlushPendingMsgs();
     std::vector<PortStateRec> recs = portStateRecs(l2pm.next());
     ASSERT_FALSE(recs.empty());
     EXPECT_EQ(recs[0], (PortStateRec{S, {10}, {10}}));
-
     // The secondary leaving the control VLAN gives the ports back.
     EXPECT_EQ(delVlanPort(10, S), 0);
-    EXPECT_EQ(ring_->isSecTagged, 0);
-    EXPECT_EQ(ring_->u4PriPortState | ring_->u4SecPortState, 0u);
-    EXPECT_EQ(ring_->isPriTagged, 1);
+    EXPECT_EQ(state(), (W{1, 0, 1, 0, 0}));
 }
 
 TEST_F(MembershipTest, AgentRingStartsAndStopsWithItsControlVlan) {
@@ -177,11 +175,12 @@ TEST_F(MembershipTest, LagMemberReadiesSecondaryAndStartsRing) {
         return handler(d.data(), d.size());
     };
     using Actions = std::vector<std::pair<int, int>>;
+    // The secondary ready, the ports given back, the ring started on its agent.
     EXPECT_EQ(lagOp(vornProcessAddLagPort, m1), 0);
-    EXPECT_EQ(ring->isSecReady, 1);
-    EXPECT_EQ(ring->u4PriPortState | ring->u4SecPortState, 0u) << "ports given back";
+    EXPECT_EQ(
+        W({ring->isSecReady, ring->u4PriPortState, ring->u4SecPortState, port(m1)->u2LagParent}),
+        (W{1, 0, 0, 4}));
     EXPECT_EQ(queuedRingActions(0), (Actions{{6, 2}}));
-    EXPECT_EQ(port(m1)->u2LagParent, 4);
 
     EXPECT_EQ(lagOp(vornProcessAddLagPort, m2), 0);
     EXPECT_EQ(queuedRingActions(0), (Actions{{6, 2}})) << "already running";

@@ -539,48 +539,6 @@ TEST_F(SwpTest, AcksOfLaterMessagesResendOneWhoseAckWasLost) {
     EXPECT_EQ(gLedger.liveCount(), 0u);
 }
 
-TEST_F(SwpTest, PeerMissingAtCreationAndMessagesToAPeerThatComesBack) {
-    uint32_t h = 0;
-    EXPECT_EQ(qelSwpQueueCreateQs(0, 0, 10, 1, kSenderSvc, 0, sender_, 138, 0, 0, 0, 0, nullptr, 0,
-                                  releaseBuffer, onQueueError, &h, pipe_),
-              swp::kCreatePeerMissing);
-    EXPECT_EQ(h, 0u);
-
-    h = create(10, 1);
-    ASSERT_EQ(qelIpcClose(peer_), 0);
-    for (uint32_t i = 1; i <= 3; ++i) ASSERT_EQ(qelSwpEnqueue(h, newMessage(i), kMsgLen), 0);
-    ASSERT_TRUE(waitFor([&] {  // at least one retransmission into the void
-        pumpOnce(2);
-        return stats(h).retransmitted >= 1;
-    }));
-
-    peer_ = qelIpcTmrOpen(kPeerSvc, 0);
-    ASSERT_GE(peer_, 0);
-    peerReq_ = Key_getReqQueue(peer_);
-    uint32_t state[2] = {0, 0};
-    std::vector<uint32_t> delivered;
-    waitFor(
-        [&] {
-            pumpSender(5);
-            Seen s = receive(state, 5);
-            if (s.result == 0) delivered.push_back(s.index);
-            // Only a retransmission can have reached it first.
-            if (s.result == 0 && s.seq == 1) {
-                EXPECT_EQ(s.swpFlags, 1u);
-            }
-            return delivered.size() == 3;
-        },
-        10000);
-    EXPECT_EQ(delivered, (W{1, 2, 3}));
-    EXPECT_TRUE(waitFor(
-        [&] {
-            pumpSender(5);
-            return stats(h).outstanding + stats(h).held == 0;
-        },
-        10000));
-    EXPECT_EQ(gLedger.liveCount(), 0u);
-}
-
 TEST_F(SwpTest, ThreeTimeoutsInARowCallTheOwnerOnceAndPostANotice) {
     uint32_t h = create(10, 1);
     ASSERT_EQ(qelIpcClose(peer_), 0);  // sends now fail at once
