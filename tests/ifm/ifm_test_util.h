@@ -23,8 +23,9 @@ namespace vorn::test::ifmt {
 using Bytes = std::vector<uint8_t>;
 using Mac = std::array<uint8_t, 6>;
 
-inline uint32_t vl(uint32_t vlan) { return ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, vlan); }
-inline uint32_t ma() { return ifmCreateIfIndex(ifm::kTypeManagement, 0, 0, 0); }
+inline uint32_t ma() {
+    return ifmCreateIfIndex(ifm::kTypeManagement, 0, 0, 0);
+}
 
 // Record data, field by field (big-endian).
 class Data {
@@ -50,7 +51,9 @@ private:
 };
 
 // Data holding one 32-bit word, e.g. the ifIndex of an oper-state record.
-inline Bytes word(uint32_t v) { return Data().u32(v); }
+inline Bytes word(uint32_t v) {
+    return Data().u32(v);
+}
 
 // One record: its header (type, and the length it states, by default the true one) and data.
 inline Bytes rec(uint16_t type, const Bytes& data = {}, std::optional<uint16_t> length = {}) {
@@ -59,7 +62,9 @@ inline Bytes rec(uint16_t type, const Bytes& data = {}, std::optional<uint16_t> 
     return r;
 }
 
-inline Bytes ifRec(uint16_t type, uint32_t ifIndex) { return rec(type, Data().u32(ifIndex)); }
+inline Bytes ifRec(uint16_t type, uint32_t ifIndex) {
+    return rec(type, Data().u32(ifIndex));
+}
 // Interface add or delete: ifIndex, attribute word, MAC address at data offset 16.
 inline Bytes addIfRec(uint16_t type, uint32_t ifIndex, uint32_t attr, const Mac& m) {
     return rec(type, Data().u32(ifIndex).u32(attr).zeros(8).mac(m));

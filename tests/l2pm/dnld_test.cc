@@ -8,18 +8,18 @@
 #include <string>
 #include <vector>
 
+#include "agent/agent.h"
 #include "agent/pending.h"
+#include "config/config.h"
 #include "ifm/ifm.h"
 #include "l2pm/l2pm_test_util.h"
-#include "support/mgr_fixture.h"
-#include "agent/agent.h"
-#include "config/config.h"
 #include "loop/loop.h"
 #include "peer/peer.h"
 #include "show/show.h"
+#include "support/mgr_fixture.h"
+#include "task/msgtypes.h"
 #include "task/register.h"
 #include "task/swpq.h"
-#include "task/msgtypes.h"
 #include "task/tcb.h"
 #include "task/trace.h"
 
@@ -27,9 +27,9 @@ namespace vorn::test {
 namespace {
 
 using namespace l2pmt;
+using W = std::vector<uint32_t>;
 
-uint32_t vl(uint32_t id) { return ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, id); }
-uint32_t mgmt() { return ifmCreateIfIndex(ifm::kTypeManagement, 0, 0, 0); }
+const uint32_t kMgmt = ifmCreateIfIndex(ifm::kTypeManagement, 0, 0, 0);
 // Neither management, VLAN, physical port nor LAG.
 constexpr uint32_t kOtherIf = 0x1E000001;
 
@@ -138,7 +138,7 @@ TEST_F(DnldTest, RebuildsPortsVlansAndLagsInOrder) {
     auto before = gVornCounters;
 
     Dnld d;
-    d.ifOnly(mgmt()).ifOnly(vl(10)).ifOnly(vl(20));
+    d.ifOnly(kMgmt).ifOnly(vl(10)).ifOnly(vl(20));
     d.port({.ifIndex = po(5), .up = true});
     d.port({.ifIndex = gi(1, 2),
             .up = true,
@@ -152,28 +152,30 @@ TEST_F(DnldTest, RebuildsPortsVlansAndLagsInOrder) {
 
     ASSERT_EQ(vlansPresent(), (std::vector<int>{10, 20, 30}));
     for (int id : {10, 20, 30}) {
-        EXPECT_EQ(gVornVlan[id]->u4IfmAttr, 0u);
-        EXPECT_EQ(gVornVlan[id]->isCreatedByIfm, 1);
+        EXPECT_EQ(W({gVornVlan[id]->u4IfmAttr, gVornVlan[id]->isCreatedByIfm}), (W{0, 1})) << id;
     }
     ASSERT_EQ(portsPresent(), (std::vector<uint32_t>{po(5), gi(1, 2), gi(1, 3)}));
+    // Oper state, LAG parent, taken by IFM; the member added to its LAG after its creation.
+    auto port = [](uint32_t ifIndex) {
+        const VornPortEntry* p = gVornPort[vornPortNumOf(ifIndex)];
+        return W{p->u2OperState, p->u2LagParent, p->isCreatedByIfm};
+    };
+    EXPECT_EQ(port(po(5)), (W{1, 0, 1}));
+    EXPECT_EQ(port(gi(1, 2)), (W{1, 5, 1}));
+    EXPECT_EQ(port(gi(1, 3)), (W{0, 0, 1}));
     const uint16_t n12 = vornPortNumOf(gi(1, 2));
-    VornPortEntry* lagPort = gVornPort[5];
-    EXPECT_EQ(lagPort->u2OperState, 1);
-    EXPECT_EQ(lagPort->pLagPortList->members[0], n12) << "member added after its creation";
-    EXPECT_EQ(lagPort->pLagPortList->lastEmptyIndex, 1);
-    EXPECT_EQ(owned->isCreatedByIfm, 1);
+    EXPECT_EQ(
+        W({gVornPort[5]->pLagPortList->members[0], gVornPort[5]->pLagPortList->lastEmptyIndex}),
+        (W{n12, 1}));
     EXPECT_EQ(owned->macAddr, (std::array<uint8_t, 6>{0x00, 0x01, 0xE8, 0x12, 0x34, 0x56}));
-    EXPECT_EQ(owned->u2OperState, 1);
-    EXPECT_EQ(owned->u2LagParent, 5);
+    EXPECT_EQ(gVornPort[vornPortNumOf(gi(1, 3))]->macAddr,
+              (std::array<uint8_t, 6>{0x02, 0, 0, 0, 0, 0x33}));
     EXPECT_EQ(vlanList(owned->vlanBmap), (std::vector<int>{10, 20}));
     for (int id : {10, 20}) {
-        EXPECT_TRUE(bmp::test(gVornVlan[id]->portBmap, n12));
-        EXPECT_TRUE(bmp::test(gVornVlan[id]->taggedPortBmap, n12));
+        EXPECT_TRUE(bmp::test(gVornVlan[id]->portBmap, n12) &&
+                    bmp::test(gVornVlan[id]->taggedPortBmap, n12))
+            << id;
     }
-    VornPortEntry* gi13 = gVornPort[vornPortNumOf(gi(1, 3))];
-    EXPECT_EQ(gi13->u2OperState, 0);
-    EXPECT_EQ(gi13->macAddr, (std::array<uint8_t, 6>{0x02, 0, 0, 0, 0, 0x33}));
-    EXPECT_EQ(gi13->u2LagParent, 0);
 
     // The record creation counts; the intake's own counters stay untouched.
     auto expected = before;
@@ -198,13 +200,14 @@ TEST_F(DnldTest, RecordLengthsCountsAndStall) {
         std::vector<uint32_t> ports;
         bool stopped;  // the walk was cut at the message's edge, with an error line
     } cases[] = {
+        // clang-format off
         {"port without bitmap: 144", Dnld().port(shortPort).ifOnly(vl(30)).msg(), {30}, {gi(0, 1)},
          false},
         {"port with bitmap: 1680", Dnld().port(longPort).ifOnly(vl(30)).msg(), {30}, {gi(0, 2)},
          false},
         {"LAG with bitmap: 1680", Dnld().port({.ifIndex = po(9), .vlans = {30}}).ifOnly(vl(31)).msg(),
          {31}, {po(9)}, false},
-        {"management port skipped", Dnld().ifOnly(mgmt()).ifOnly(vl(30)).msg(), {30}, {}, false},
+        {"management port skipped", Dnld().ifOnly(kMgmt).ifOnly(vl(30)).msg(), {30}, {}, false},
         {"other interface stalls", Dnld().ifOnly(vl(30)).ifOnly(kOtherIf).ifOnly(vl(31)).msg(),
          {30}, {}, false},
         {"count 0", Dnld().ifOnly(vl(30)).msg(0), {}, {}, false},
@@ -223,6 +226,7 @@ TEST_F(DnldTest, RecordLengthsCountsAndStall) {
          {30}, {}, true},
         {"flag byte outside", cut(Dnld().ifOnly(vl(30)).port(shortPort).msg(), 256 + 144 + 20),
          {30}, {}, true},
+        // clang-format on
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

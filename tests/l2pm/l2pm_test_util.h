@@ -7,30 +7,24 @@
 #include <initializer_list>
 #include <vector>
 
-#include "platform/bitmap.h"
-#include "platform/codec.h"
-#include "platform/ifindex.h"
-#include "platform/swp.h"
-#include "ringdb/ringdb.h"
-#include "support/mgr_fixture.h"
 #include "agent/agent.h"
 #include "config/config.h"
 #include "ifm/ifm.h"
 #include "loop/loop.h"
 #include "peer/peer.h"
+#include "platform/bitmap.h"
+#include "platform/codec.h"
+#include "platform/ifindex.h"
+#include "platform/swp.h"
+#include "ringdb/ringdb.h"
 #include "show/show.h"
+#include "support/ifidx.h"
+#include "support/mgr_fixture.h"
+#include "task/pools.h"
 #include "task/register.h"
 #include "task/swpq.h"
-#include "task/pools.h"
 
 namespace vorn::test::l2pmt {
-
-inline uint32_t gi(uint32_t slot, uint32_t port) {
-    return ifmCreateIfIndex(ifm::kTypeGigabit, slot, port, 0);
-}
-inline uint32_t po(uint32_t lag) {
-    return ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag);
-}
 
 inline VornVlanBmap vlanSet(std::initializer_list<int> ids) {
     VornVlanBmap b{};

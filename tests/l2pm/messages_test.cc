@@ -6,6 +6,7 @@
 #include "l2pm/l2pm_test_util.h"
 #include "platform/mem.h"
 #include "support/mgr_fixture.h"
+#include "support/wire.h"
 #include "task/tcb.h"
 #include "task/trace.h"
 
@@ -27,11 +28,8 @@ TEST_F(L2pmMessagesTest, InstancePortOwnership) {
     vornFlushPendingMsgs();
     auto m = l2pm.next();
     EXPECT_EQ(be::Reader(m.data(), m.size()).u32(ipc::kOffMtype), 18406u);
-    EXPECT_EQ(body(m), (std::vector<uint8_t>{
-                           0, 0, 0,    2,                             // numArr
-                           1, 0, 0x00, 0x40, 0x0A, 0x00, 0x05, 0x00,  // add Gi 0/5 to 64
-                           7, 0, 0x12, 0x34, 0x16, 0x00, 0x00, 0x03,  // action's low byte only
-                       }));
+    // numArr 2; add Gi 0/5 to instance 64; the action's low byte only, Po 3 to 0x1234.
+    EXPECT_EQ(body(m), hex("00000002  01 00 0040 0a000500  07 00 1234 16000003"));
 
     // Record 1009 sends the first 1008, dumped first with 128 as the "record size".
     for (uint32_t i = 0; i < 1008; ++i)
@@ -61,10 +59,8 @@ TEST_F(L2pmMessagesTest, VlanStgMessageLeavesAtOnce) {
         ASSERT_EQ(halVornSendVlanStgMsgToL2Pm(70, vlans.data(), mapFlag), 0);
         auto m = l2pm.next();
         ASSERT_EQ(m.size(), 652u);
-        be::Reader r(m.data(), m.size());
-        EXPECT_EQ(r.u32(ipc::kOffMtype), 18476u);
-        EXPECT_EQ(std::vector<uint32_t>({r.u32(124), r.u32(128), r.u32(644), r.u32(648)}),
-                  std::vector<uint32_t>({mapFlag, 70u << 16, 1, 5}));
+        EXPECT_EQ(words(m, {ipc::kOffMtype, 124, 128, 644, 648}),
+                  (std::vector<uint32_t>{18476, mapFlag, 70u << 16, 1, 5}));
         EXPECT_EQ(std::vector<uint8_t>(m.begin() + 132, m.begin() + 644),
                   std::vector<uint8_t>(vlans.begin(), vlans.end()));
     }
@@ -85,9 +81,8 @@ TEST_F(L2pmMessagesTest, LineCardTypesToEveryAgentWithAQueue) {
     for (QelKey agent : {agent1, agent3}) {
         auto m = recvOn(agent);
         ASSERT_EQ(m.size(), 172u);
-        be::Reader r(m.data(), m.size());
-        EXPECT_EQ(r.u32(ipc::kOffMtype), 25613u);
-        for (size_t i = 0; i < 12; ++i) EXPECT_EQ(r.u32(124 + 4 * i), 0x01020300 + i);
+        EXPECT_EQ(u32At(m, ipc::kOffMtype), 25613u);
+        for (size_t i = 0; i < 12; ++i) EXPECT_EQ(u32At(m, 124 + 4 * i), 0x01020300 + i);
     }
     // No memory for slot 1: slot 3 goes without the table too.
     vornErrPrint = 1;

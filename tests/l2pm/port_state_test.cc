@@ -9,6 +9,7 @@
 #include "platform/evtlog.h"
 #include "platform/mem.h"
 #include "support/mgr_fixture.h"
+#include "support/wire.h"
 #include "task/tcb.h"
 #include "task/trace.h"
 
@@ -32,19 +33,17 @@ TEST_F(PortStateTest, RecordsLeaveAtTheFlushByteExact) {
     auto ps = l2pm.next();  // port states leave before the flushes
     ASSERT_EQ(ps.size(), 260u + 2 * 1032);
     const std::pair<size_t, uint8_t> bytes[] = {
-        {259, 2},     {260, 0x0A},  {262, 0x05},   // count; Gi 0/5
-        {265, 0x20},  {775, 0x01},  {777, 0x20},   // VLAN set 10, 4095; forwarding set 10
-        {1292, 0x16}, {1295, 0x07}, {1809, 0x00},  // Po 7, no forwarding set
-    };
+        {259, 2},     {260, 0x0A},  {262, 0x05},    // count; Gi 0/5
+        {265, 0x20},  {775, 0x01},  {777, 0x20},    // VLAN set 10, 4095; forwarding set 10
+        {1292, 0x16}, {1295, 0x07}, {1809, 0x00}};  // Po 7, no forwarding set
     for (auto [off, value] : bytes) EXPECT_EQ(ps[off], value) << "offset " << off;
     EXPECT_EQ(portStateRecs(ps),
               (std::vector<PortStateRec>{{gi(0, 5), {10, 4095}, {10}}, {po(7), {10, 4095}, {}}}));
-
+    // Kind 82, length 24, VLAN 4095 at 12, Gi 11/63 at 16.
     auto fl = l2pm.next();
-    const std::vector<uint8_t> rec0 = {0,    0,    0, 82, 0,    0,    0,    24, 0, 0, 0, 0,
-                                       0x0F, 0xFF, 0, 0,  0x0A, 0x0B, 0x3F, 0,  0, 0, 0, 0};
     ASSERT_EQ(fl.size(), 260u + 2 * 24);
-    EXPECT_EQ(std::vector<uint8_t>(fl.begin() + 260, fl.begin() + 284), rec0);
+    EXPECT_EQ(Bytes(fl.begin() + 260, fl.begin() + 284),
+              hex("00000052 00000018 00000000 0fff 0000 0a0b3f00 00000000"));
     EXPECT_EQ(flushRecs(fl), (std::vector<FlushRec>{{4095, gi(11, 63)}, {10, po(128)}}));
 }
 
