@@ -16,37 +16,12 @@
 #include "sim/swp_buffers.h"
 
 namespace vorn::sim {
-namespace {
-
-// Window (messages in flight) and retransmission time-out (units of 100 ms).
-constexpr int kWindow = 10;
-constexpr int kRto = 25;
-
-int releaseBuffer(void* buffer) {
-    return swpbuf::give(buffer);
-}
-
-void onQueueError(void* queue, int errCode) {
-    const QelSwpQueueCtrlBlock* cb = qelSwpGetQueueCtrlBlock(queue);
-    say("agent: SWP queue %ld to 226.0 reports error %d (%u time-outs in a row)",
-        cb != nullptr ? cb->hdl : 0L, errCode, cb != nullptr ? cb->timeoutsInARow : 0U);
-}
-
-}  // namespace
 
 void Agent::createQueue() {
     if (pipeFd_ < 0) return;
-    const int instance = static_cast<int>(slot_);
-    uint32_t handle = 0;
-    int rc = qelSwpQueueCreateQs(0, 0, kWindow, kRto, ipc::kSvcAgent, instance, endpoint_.key(),
-                                 ipc::kSvcManager, 0,
-                                 qel_getQueueId(ipc::kSvcAgent, instance, ipc::kKindSwpSource), 0,
-                                 0, nullptr, 0, releaseBuffer, onQueueError, &handle, pipeFd_);
-    if (rc == swp::kCreatePeerMissing) return;  // gone again already; the next look retries
-    if (rc != 0) {
-        say("%s: creating the SWP queue to 226.0 failed (%d)", name().c_str(), rc);
-        return;
-    }
+    uint32_t handle = swpbuf::createQueueToManager(name().c_str(), ipc::kSvcAgent,
+                                                   static_cast<int>(slot_), endpoint_.key(), pipeFd_);
+    if (handle == 0) return;  // the next look retries
     handle_ = handle;
     say("%s: SWP queue to 226.0 created (handle %u)", name().c_str(), handle_);
 }

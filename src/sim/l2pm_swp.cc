@@ -15,21 +15,8 @@ namespace {
 
 constexpr int kManagerService = ipc::kSvcManager;
 constexpr int kOwnService = ipc::kSvcL2pm;
-// Window (messages in flight) and retransmission time-out (units of 100 ms).
-constexpr int kWindow = 10;
-constexpr int kRto = 25;
 // How often run() looks whether the manager came or went.
 constexpr long kSyncIntervalMs = 100;
-
-int releaseBuffer(void* buffer) {
-    return swpbuf::give(buffer);
-}
-
-void onQueueError(void* queue, int errCode) {
-    const QelSwpQueueCtrlBlock* cb = qelSwpGetQueueCtrlBlock(queue);
-    say("l2pm: SWP queue %ld to 226.0 reports error %d (%u time-outs in a row)",
-        cb != nullptr ? cb->hdl : 0L, errCode, cb != nullptr ? cb->timeoutsInARow : 0U);
-}
 
 }  // namespace
 
@@ -60,16 +47,8 @@ void L2pm::syncWithManager() {
 }
 
 void L2pm::createQueue() {
-    uint32_t handle = 0;
-    int rc = qelSwpQueueCreateQs(0, 0, kWindow, kRto, kOwnService, 0, endpoint_.key(),
-                                 kManagerService, 0, qel_getQueueId(kOwnService, 0, 3), 0, 0,
-                                 nullptr, 0, releaseBuffer, onQueueError, &handle, pipeFd_);
-    if (rc == swp::kCreatePeerMissing)
-        return;  // gone again already; the next pass retries
-    if (rc != 0) {
-        say("l2pm: creating the SWP queue to 226.0 failed (%d)", rc);
-        return;
-    }
+    uint32_t handle = swpbuf::createQueueToManager("l2pm", kOwnService, 0, endpoint_.key(), pipeFd_);
+    if (handle == 0) return;  // the next pass retries
     handle_ = handle;
     say("l2pm: manager 226.0 is up; SWP queue to it created (handle %u)", handle_);
 }

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace vorn::sim::swpbuf {
 
@@ -18,5 +19,12 @@ void* take(size_t len);
 int give(void* buffer);
 // Buffers handed out and not yet given back.
 size_t live();
+
+// Creates a sender queue of service.instance (whose IPC key is `key`) to the manager's
+// request queue 226.0.1, with this ledger's buffers and the simulator's window (10) and
+// retransmission time-out (2.5 s), its timer work signalled on pipeFd. Returns the handle;
+// 0 when the manager's queue is gone again (the caller retries later) or creation failed
+// (said in the log, under `who`).
+uint32_t createQueueToManager(const char* who, int service, int instance, long key, int pipeFd);
 
 }  // namespace vorn::sim::swpbuf
