@@ -4,20 +4,21 @@
 #include <atomic>
 #include <thread>
 
-#include "platform/codec.h"
-#include "platform/mem.h"
-#include "platform/swp.h"
-#include "support/mgr_fixture.h"
 #include "agent/agent.h"
 #include "config/config.h"
 #include "ifm/ifm.h"
 #include "loop/loop.h"
 #include "peer/peer.h"
+#include "platform/codec.h"
+#include "platform/mem.h"
+#include "platform/swp.h"
 #include "show/show.h"
-#include "task/register.h"
-#include "task/swpq.h"
+#include "support/mgr_fixture.h"
+#include "support/wire.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
+#include "task/register.h"
+#include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
 
@@ -28,9 +29,7 @@ using test::MgrTest;
 
 class SwpQueueTest : public MgrTest {
 protected:
-    uint8_t* buffer(uint32_t len = 200) {
-        return static_cast<uint8_t*>(vornVarPoolMalloc(len));
-    }
+    uint8_t* buffer(uint32_t len = 200) { return static_cast<uint8_t*>(vornVarPoolMalloc(len)); }
 };
 
 TEST_F(SwpQueueTest, L2pmSendFillsTheHeader) {
@@ -40,17 +39,13 @@ TEST_F(SwpQueueTest, L2pmSendFillsTheHeader) {
     ASSERT_EQ(vornSwpSendToL2Pm(MT_L2PM_PORT_STATE, b, 200), 0);
     auto m = recvOn(l2pm);
     ASSERT_EQ(m.size(), 200u);
-    be::Reader rd(m.data(), m.size());
-    EXPECT_EQ(rd.u32(ipc::kOffMtype), MT_L2PM_PORT_STATE);
-    EXPECT_EQ(rd.u32(ipc::kOffMlen), 200u);
-    EXPECT_EQ(rd.u32(ipc::kOffW20), 0u);
-    EXPECT_EQ(rd.u32(ipc::kOffSrcSlot), 0u);
-    EXPECT_EQ(rd.u32(ipc::kOffSrcCard), 0x7F000001u);
-    EXPECT_EQ(rd.u32(ipc::kOffSrcSvce), qel_getQueueId(226, 0, 1));
-    EXPECT_EQ(rd.u32(ipc::kOffDstCard), 0x7F000001u);
-    EXPECT_EQ(rd.u32(ipc::kOffDstSvce), qel_getQueueId(166, 0, 1));
-    EXPECT_EQ(rd.u32(ipc::kOffSenderTask), 0u) << "not set on sends to L2PM";
-    EXPECT_EQ(rd.u32(swp::kOffSeq), 1u);
+    // The sender task is not set on sends to L2PM.
+    EXPECT_EQ(
+        test::words(m, {ipc::kOffMtype, ipc::kOffMlen, ipc::kOffW20, ipc::kOffSrcSlot,
+                        ipc::kOffSrcCard, ipc::kOffSrcSvce, ipc::kOffDstCard, ipc::kOffDstSvce,
+                        ipc::kOffSenderTask, swp::kOffSeq}),
+        (std::vector<uint32_t>{MT_L2PM_PORT_STATE, 200, 0, 0, 0x7F000001, qel_getQueueId(226, 0, 1),
+                               0x7F000001, qel_getQueueId(166, 0, 1), 0, 1}));
 }
 
 TEST_F(SwpQueueTest, SendsToMissingAgentsAndAddressFailures) {
@@ -67,11 +62,8 @@ TEST_F(SwpQueueTest, SendsToMissingAgentsAndAddressFailures) {
 
     // The L2PM send frees the buffer when L2PM's address cannot be found.
     vornErrPrint = 1;
-    std::string out = captureStdout([] {
-        EXPECT_EQ(vornSwpSendToL2Pm(MT_L2PM_FLUSH,
-                                    vornVarPoolMalloc(300), 300),
-                  -1);
-    });
+    std::string out = captureStdout(
+        [] { EXPECT_EQ(vornSwpSendToL2Pm(MT_L2PM_FLUSH, vornVarPoolMalloc(300), 300), -1); });
     EXPECT_EQ(out, "vornSwpSendToL2Pm: GetIpAddr for DST failed.\r\n");
     EXPECT_EQ(varBlocksInUse(), start);
 }
@@ -88,12 +80,10 @@ TEST_F(SwpQueueTest, AgentQueueCreateFlushAndReset) {
     ASSERT_NE(handle, 0u);
     ASSERT_EQ(vornSwpSendToAgent(MT_VORN_RING_CFG, buffer(), 200, 5), 0);
     auto first = recvOn(agent);
-    ASSERT_FALSE(first.empty());
-    be::Reader rd(first.data(), first.size());
-    EXPECT_EQ(rd.u32(ipc::kOffDstCard), 0x7F000105u);
-    EXPECT_EQ(rd.u32(ipc::kOffDstSvce), qel_getQueueId(227, 5, 1));
-    EXPECT_EQ(rd.u32(ipc::kOffSenderTask), static_cast<uint32_t>(taskIdSelf()));
-    uint32_t epoch = rd.u32(swp::kOffEpoch);
+    EXPECT_EQ(test::words(first, {ipc::kOffDstCard, ipc::kOffDstSvce, ipc::kOffSenderTask}),
+              (std::vector<uint32_t>{0x7F000105, qel_getQueueId(227, 5, 1),
+                                     static_cast<uint32_t>(taskIdSelf())}));
+    uint32_t epoch = test::u32At(first, swp::kOffEpoch);
 
     // A second registration flushes the queue: same handle, numbering from 1, new epoch.
     uint64_t held = varBlocksInUse();
@@ -102,9 +92,8 @@ TEST_F(SwpQueueTest, AgentQueueCreateFlushAndReset) {
     EXPECT_EQ(varBlocksInUse(), held - 1) << "the unacknowledged buffer was released";
     ASSERT_EQ(vornSwpSendToAgent(MT_VORN_RING_CFG, buffer(), 200, 5), 0);
     auto second = recvOn(agent);
-    ASSERT_FALSE(second.empty());
-    EXPECT_EQ(be::Reader(second.data(), second.size()).u32(swp::kOffSeq), 1u);
-    EXPECT_NE(be::Reader(second.data(), second.size()).u32(swp::kOffEpoch), epoch);
+    EXPECT_EQ(test::u32At(second, swp::kOffSeq), 1u);
+    EXPECT_NE(test::u32At(second, swp::kOffEpoch), epoch);
 
     vornTcb.vornaSwpRcvState[5] = {9, 9};
     vornVornaSwpReset(5);
@@ -181,15 +170,13 @@ TEST_F(SwpQueueTest, L2pmRegistrationRetriesUntilAccepted) {
     EXPECT_EQ(gVornCounters[VORN_CNT_L2PM_REG_FAIL], 2u);
     EXPECT_EQ(gVornCounters[VORN_CNT_L2PM_REG_OK], 1u);
 
-    be::Reader rd(seen.data(), 124);
-    EXPECT_EQ(rd.u32(ipc::kOffMtype), MT_L2PM_REGISTER);
-    EXPECT_EQ(rd.u32(ipc::kOffMlen), 124u);
-    const std::pair<size_t, uint32_t> words[] = {
-        {60, 0},           {64, 0},          {68, 7},       {72, 226},     {76, 0},
-        {80, 0x807f703f},  {84, 0x01000000}, {88, 0},       {92, 0x003c0000}, {96, 0xb000},
-        {100, 0},          {116, 0},         {120, 0x01000000},
-    };
-    for (auto [off, value] : words) EXPECT_EQ(rd.u32(off), value) << "offset " << off;
+    // Type and length; from 60: result 0, protocol kind 7, service 226, the type words, the
+    // register flag in the byte at 120.
+    EXPECT_EQ(test::words(test::Bytes(seen.begin(), seen.begin() + 124),
+                          {ipc::kOffMtype, ipc::kOffMlen, 60, 64, 68, 72, 76, 80, 84, 88, 92, 96,
+                           100, 116, 120}),
+              (std::vector<uint32_t>{MT_L2PM_REGISTER, 124, 0, 0, 7, 226, 0, 0x807f703f, 0x01000000,
+                                     0, 0x003c0000, 0xb000, 0, 0, 0x01000000}));
 }
 
 }  // namespace
