@@ -2,6 +2,8 @@
 // event-handler and L2PM notifications. Each message is one transaction: the handlers
 // append to pending buffers, and the dispatch flushes them once at the end.
 
+#include <poll.h>
+
 #include <cstdio>
 
 #include "platform/cfgstore.h"
@@ -26,6 +28,20 @@ namespace {
 // one receive state).
 int checkNotifSeq(uint8_t* msg) {
     return qelSwpCkSeqAndAck(msg, vornTcb.notifSwpRcvState.data(), vornTcb.reqQfd);
+}
+
+// Host adaptation: the configuration store writes the files changed so far now that a
+// message is done, unless more messages already wait on the request queue (at most 32 in a
+// row): a burst of changes costs one write. The shell's qelCfgCommit and the clean stop
+// write whatever is left.
+void commitConfigStore() {
+    constexpr int kMaxDeferred = 32;
+    static int deferred = 0;
+    pollfd waiting{Key_getSocketFd(vornTcb.reqQfd), POLLIN, 0};
+    bool more = waiting.fd >= 0 && poll(&waiting, 1, 0) > 0 && (waiting.revents & POLLIN) != 0;
+    if (more && ++deferred < kMaxDeferred) return;
+    deferred = 0;
+    vorn::host::cfgStoreCommit();
 }
 
 }  // namespace
@@ -98,9 +114,7 @@ int vornProcessIpcMsg(uint8_t* msg) {
             break;
     }
     int rc = vornFlushPendingMsgs();
-    // Host adaptation: the configuration store writes the files this message changed, once,
-    // now that the message is done.
-    vorn::host::cfgStoreCommit();
+    commitConfigStore();
     return rc;
 }
 
