@@ -78,7 +78,7 @@ TEST_F(CtrlVlanTest, SecondaryLagIsReadyOnlyWithMembers) {
         EXPECT_EQ(runningConfig(), kRingLine +
                                        " interface primary GigabitEthernet 0/5 secondary "
                                        "Port-channel 3 control-vlan 10 \r\n");
-        ASSERT_EQ(status(CliReq(VORN_CLI_CTRL_VLAN, 5).no().ifs(gi(0, 5), po(3), 10)), 0);
+        ASSERT_EQ(status(CliReq(vorn::nm::kTypeCtrlVlan, 5).no().ifs(gi(0, 5), po(3), 10)), 0);
         EXPECT_EQ(gVornPort[3], nullptr);  // ring configuration's record went with the ring use
         EXPECT_EQ(gVornRing[5]->isSecReady, 0);
     }
@@ -94,35 +94,37 @@ TEST_F(CtrlVlanTest, RefusalsChangeNothing) {
         CliReq req;
         uint32_t status;
     } cases[] = {
-        {"no such ring", false, CliReq(VORN_CLI_CTRL_VLAN, 7).ifs(gi(0, 5), gi(0, 11), 10), 1},
-        {"ring 0", false, CliReq(VORN_CLI_CTRL_VLAN, 0).ifs(gi(0, 5), gi(0, 11), 10), 1},
-        {"same interfaces", false, CliReq(VORN_CLI_CTRL_VLAN, 5).ifs(gi(0, 5), gi(0, 5), 10), 11},
+        {"no such ring", false, CliReq(vorn::nm::kTypeCtrlVlan, 7).ifs(gi(0, 5), gi(0, 11), 10), 1},
+        {"ring 0", false, CliReq(vorn::nm::kTypeCtrlVlan, 0).ifs(gi(0, 5), gi(0, 11), 10), 1},
+        {"same interfaces", false, CliReq(vorn::nm::kTypeCtrlVlan, 5).ifs(gi(0, 5), gi(0, 5), 10),
+         11},
         {"same interfaces on a configured ring", true,
-         CliReq(VORN_CLI_CTRL_VLAN, 5).ifs(gi(0, 7), gi(0, 7), 12), 11},
+         CliReq(vorn::nm::kTypeCtrlVlan, 5).ifs(gi(0, 7), gi(0, 7), 12), 11},
         {"another ring's control VLAN", false,
-         CliReq(VORN_CLI_CTRL_VLAN, 5).ifs(gi(0, 5), gi(0, 11), 20), 6},
+         CliReq(vorn::nm::kTypeCtrlVlan, 5).ifs(gi(0, 5), gi(0, 11), 20), 6},
         {"change to another ring's control VLAN", true,
-         CliReq(VORN_CLI_CTRL_VLAN, 5).ifs(gi(0, 5), gi(0, 11), 20), 6},
-        {"member VLAN", false, CliReq(VORN_CLI_CTRL_VLAN, 5).ifs(gi(0, 5), gi(0, 11), 30), 7},
+         CliReq(vorn::nm::kTypeCtrlVlan, 5).ifs(gi(0, 5), gi(0, 11), 20), 6},
+        {"member VLAN", false, CliReq(vorn::nm::kTypeCtrlVlan, 5).ifs(gi(0, 5), gi(0, 11), 30), 7},
         {"change to a member VLAN", true,
-         CliReq(VORN_CLI_CTRL_VLAN, 5).ifs(gi(0, 5), gi(0, 11), 30), 7},
+         CliReq(vorn::nm::kTypeCtrlVlan, 5).ifs(gi(0, 5), gi(0, 11), 30), 7},
         {"remove naming another primary", true,
-         CliReq(VORN_CLI_CTRL_VLAN, 5).no().ifs(gi(0, 6), gi(0, 11), 10), 3},
+         CliReq(vorn::nm::kTypeCtrlVlan, 5).no().ifs(gi(0, 6), gi(0, 11), 10), 3},
         {"remove naming another secondary", true,
-         CliReq(VORN_CLI_CTRL_VLAN, 5).no().ifs(gi(0, 5), gi(0, 12), 10), 4},
+         CliReq(vorn::nm::kTypeCtrlVlan, 5).no().ifs(gi(0, 5), gi(0, 12), 10), 4},
         {"remove naming another control VLAN", true,
-         CliReq(VORN_CLI_CTRL_VLAN, 5).no().ifs(gi(0, 5), gi(0, 11), 11), 5},
+         CliReq(vorn::nm::kTypeCtrlVlan, 5).no().ifs(gi(0, 5), gi(0, 11), 11), 5},
         {"remove from a ring without one", false,
-         CliReq(VORN_CLI_CTRL_VLAN, 5).no().ifs(gi(0, 5), gi(0, 11), 10), 0},
+         CliReq(vorn::nm::kTypeCtrlVlan, 5).no().ifs(gi(0, 5), gi(0, 11), 10), 0},
         {"remove from a missing ring", false,
-         CliReq(VORN_CLI_CTRL_VLAN, 7).no().ifs(gi(0, 5), gi(0, 11), 10), 0},
+         CliReq(vorn::nm::kTypeCtrlVlan, 7).no().ifs(gi(0, 5), gi(0, 11), 10), 0},
     };
     for (auto c : cases) {
         SCOPED_TRACE(c.name);
         const bool has = (gVornRing[5]->u4Flags & VORN_RING_CFG_CTRL_VLAN) != 0;
         if (c.configured && !has) ctrlVlan(5, gi(0, 5), gi(0, 11), 10);
         if (!c.configured && has) {
-            ASSERT_EQ(status(CliReq(VORN_CLI_CTRL_VLAN, 5).no().ifs(gi(0, 5), gi(0, 11), 10)), 0);
+            ASSERT_EQ(status(CliReq(vorn::nm::kTypeCtrlVlan, 5).no().ifs(gi(0, 5), gi(0, 11), 10)),
+                      0);
         }
         const Snapshot before = snapshot();
         EXPECT_EQ(status(c.req), c.status);
@@ -146,10 +148,10 @@ TEST_F(CtrlVlanTest, InterfaceSideRefusalRepliesEighteen) {
     int64_t st = -2;
     vornDbgPrint = 1;
     std::string out = captureStdout(
-        [&] { st = status(CliReq(VORN_CLI_CTRL_VLAN, 5).ifs(gi(0, 5), gi(0, 11), 10)); });
+        [&] { st = status(CliReq(vorn::nm::kTypeCtrlVlan, 5).ifs(gi(0, 5), gi(0, 11), 10)); });
     vornDbgPrint = 0;
     peer.join();
-    EXPECT_EQ(st, VORN_CLI_ERR_IFM_REFUSED);
+    EXPECT_EQ(st, vorn::nm::kStatusIfmRefused);
     EXPECT_EQ(snapshot(), before);
     EXPECT_NE(out.find(" vornAddCtrlVlan 2839, vornIfmRMirrReqInfo return\n"), std::string::npos)
         << out;
@@ -191,7 +193,7 @@ TEST_F(CtrlVlanTest, PortSharedByTwoRingsSurvivesOneRemoval) {
     ctrlVlan(5, gi(0, 5), gi(0, 11), 10);
     ctrlVlan(6, gi(0, 11), gi(0, 12), 20);  // Gi 0/11: secondary of 5, primary of 6
     ASSERT_EQ(gVornPort[kSec]->i2RingCount, 2);
-    ASSERT_EQ(status(CliReq(VORN_CLI_CTRL_VLAN, 5).no().ifs(gi(0, 5), gi(0, 11), 10)), 0);
+    ASSERT_EQ(status(CliReq(vorn::nm::kTypeCtrlVlan, 5).no().ifs(gi(0, 5), gi(0, 11), 10)), 0);
     const VornPortEntry* shared = gVornPort[kSec];
     ASSERT_NE(shared, nullptr);
     EXPECT_EQ(shared->i2RingCount, 1);

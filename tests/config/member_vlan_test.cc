@@ -62,15 +62,16 @@ TEST_F(MemberVlanTest, RefusalsAndNoOpsChangeNothing) {
         CliReq req;
         uint32_t status;
     } cases[] = {
-        {"a control VLAN among valid ones", CliReq(VORN_CLI_MEMBER_VLAN, 5).vlans({30, 20, 40}),
-         VORN_CLI_ERR_CTRL_AS_MEMBER},
-        {"add to a missing ring", CliReq(VORN_CLI_MEMBER_VLAN, 7).vlans({30}),
-         VORN_CLI_ERR_NO_RING},
-        {"add to ring 0", CliReq(VORN_CLI_MEMBER_VLAN, 0).vlans({30}), VORN_CLI_ERR_NO_RING},
-        {"remove VLANs the ring does not have", CliReq(VORN_CLI_MEMBER_VLAN, 5).no().vlans({102}),
-         0},
-        {"remove from a ring without members", CliReq(VORN_CLI_MEMBER_VLAN, 6).no(), 0},
-        {"remove from a missing ring", CliReq(VORN_CLI_MEMBER_VLAN, 7).no(), 0},
+        {"a control VLAN among valid ones",
+         CliReq(vorn::nm::kTypeMemberVlan, 5).vlans({30, 20, 40}), vorn::nm::kStatusMemberIsCtrl},
+        {"add to a missing ring", CliReq(vorn::nm::kTypeMemberVlan, 7).vlans({30}),
+         vorn::nm::kStatusNoRing},
+        {"add to ring 0", CliReq(vorn::nm::kTypeMemberVlan, 0).vlans({30}),
+         vorn::nm::kStatusNoRing},
+        {"remove VLANs the ring does not have",
+         CliReq(vorn::nm::kTypeMemberVlan, 5).no().vlans({102}), 0},
+        {"remove from a ring without members", CliReq(vorn::nm::kTypeMemberVlan, 6).no(), 0},
+        {"remove from a missing ring", CliReq(vorn::nm::kTypeMemberVlan, 7).no(), 0},
     };
     for (auto c : cases) {
         SCOPED_TRACE(c.name);
@@ -87,7 +88,7 @@ TEST_F(MemberVlanTest, RemoveSomeThenAll) {
     members(6, {400});
     // VLAN 400 is ring 6's; naming it with ring 5's own takes it out of the global set and
     // its record too, while ring 6's bitmap keeps it.
-    ASSERT_EQ(status(CliReq(VORN_CLI_MEMBER_VLAN, 5).no().vlans({100, 201, 400})), 0);
+    ASSERT_EQ(status(CliReq(vorn::nm::kTypeMemberVlan, 5).no().vlans({100, 201, 400})), 0);
     EXPECT_EQ(runningConfig(), kRingLine + " member-vlan 200,300 \r\n" +
                                    "!\r\nprotocol vorn 6  \r\n member-vlan 400 \r\n");
     EXPECT_EQ(gVornVlan[100], nullptr);  // only ring configuration held it
@@ -95,11 +96,11 @@ TEST_F(MemberVlanTest, RemoveSomeThenAll) {
     EXPECT_FALSE(bmp::test(gVornMemVlanBmap, 400));
     EXPECT_EQ(gVornVlan[400], nullptr);
     EXPECT_TRUE(bmp::test(gVornRing[6]->memberVlanBmap, 400));
-    ASSERT_EQ(status(CliReq(VORN_CLI_PROTO, 6).no()), 0);
+    ASSERT_EQ(status(CliReq(vorn::nm::kTypeProto, 6).no()), 0);
     EXPECT_EQ(gVornRing[5]->u4Flags, VORN_RING_CFG_MEMBER_VLAN);
 
     // An empty bitmap removes all of them.
-    ASSERT_EQ(status(CliReq(VORN_CLI_MEMBER_VLAN, 5).no()), 0);
+    ASSERT_EQ(status(CliReq(vorn::nm::kTypeMemberVlan, 5).no()), 0);
     EXPECT_EQ(runningConfig(), kRingLine);
     EXPECT_EQ(gVornRing[5]->u4Flags, 0u);
     EXPECT_TRUE(BITMAP_IS_EMPTY(gVornRing[5]->memberVlanBmap));
@@ -118,7 +119,7 @@ TEST_F(MemberVlanTest, LongListsAreSplitAfterWholeItems) {
               kRingLine + line(ids, 0, 53) + line(ids, 53, 106) + line(ids, 106, 120));
 
     // Taking the first item away moves every break by one item; the third line goes.
-    ASSERT_EQ(status(CliReq(VORN_CLI_MEMBER_VLAN, 5).no().vlans({1000})), 0);
+    ASSERT_EQ(status(CliReq(vorn::nm::kTypeMemberVlan, 5).no().vlans({1000})), 0);
     const std::vector<uint16_t> rest(ids.begin() + 1, ids.end());
     EXPECT_EQ(runningConfig(),
               kRingLine + line(rest, 0, 53) + line(rest, 53, 106) + line(rest, 106, 119));
@@ -126,7 +127,7 @@ TEST_F(MemberVlanTest, LongListsAreSplitAfterWholeItems) {
     // A set that needs more than 19 lines leaves none behind when the ring goes.
     members(5, series(1000, 2, 1548));  // 1000..4094: 7739 characters, 30 lines
     EXPECT_EQ(host::cfgLineCount(), 31u);
-    ASSERT_EQ(status(CliReq(VORN_CLI_PROTO, 5).no()), 0);
+    ASSERT_EQ(status(CliReq(vorn::nm::kTypeProto, 5).no()), 0);
     EXPECT_EQ(host::cfgLineCount(), 0u);
     EXPECT_EQ(runningConfig(), "");
 }

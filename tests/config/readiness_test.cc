@@ -17,15 +17,14 @@
 
 namespace {
 
-using vorn::test::MgrTest;
 using vorn::test::gi;
+using vorn::test::MgrTest;
 namespace ifm = vorn::ifm;
 
 constexpr uint16_t kRing = 5;
 constexpr uint16_t kCtrlVlan = 10;
 constexpr uint16_t kPri = 134;  // Gi 0/5
 constexpr uint16_t kSec = 140;  // Gi 0/11
-
 
 // The state line that every evaluation of an existing ring starts with.
 std::string stateLine(const VornRingEntry& r) {
@@ -89,8 +88,8 @@ TEST_F(ReadinessTest, EachTestFailsInItsOrderWithItsTrace) {
         {"disabled", [](VornRingEntry& r) { r.u4Flags = 0x7B; }, 0, kNotMandatory},
         {"no control VLAN flag", [](VornRingEntry& r) { r.u4Flags = 0x06; }, 0, kNotMandatory},
         {"control VLAN record gone",
-         [](VornRingEntry&) { vornCheckAndDeleteVlanEntry(kCtrlVlan, VORN_CREATOR_RING_CONF); },
-         0, kNoCtrlVlan + "10 \r\n"},
+         [](VornRingEntry&) { vornCheckAndDeleteVlanEntry(kCtrlVlan, VORN_CREATOR_RING_CONF); }, 0,
+         kNoCtrlVlan + "10 \r\n"},
         {"control VLAN 0", [](VornRingEntry& r) { r.u2CtrlVlanId = 0; }, 0, kNoCtrlVlan + "0 \r\n"},
         {"control VLAN 4096", [](VornRingEntry& r) { r.u2CtrlVlanId = 4096; }, 0,
          kNoCtrlVlan + "4096 \r\n"},
@@ -158,26 +157,25 @@ TEST_F(PreCheckTest, ControlAndMemberVlansInUseAreRefused) {
         uint32_t status;
     } cases[] = {
         {"own control VLAN, new interfaces", 10, 10, 0, 0},
-        {"another ring's control VLAN", 10, 20, -1, VORN_CLI_ERR_CTRL_VLAN_IN_USE},
-        {"new ring on a used control VLAN", 0, 10, -1, VORN_CLI_ERR_CTRL_VLAN_IN_USE},
-        {"member VLAN", 10, 30, -1, VORN_CLI_ERR_MEMBER_VLAN},
-        {"control and member VLAN", 10, 50, -1, VORN_CLI_ERR_CTRL_VLAN_IN_USE},
-        {"own control VLAN that is a member VLAN", 60, 60, -1, VORN_CLI_ERR_MEMBER_VLAN},
+        {"another ring's control VLAN", 10, 20, -1, vorn::nm::kStatusCtrlVlanInUse},
+        {"new ring on a used control VLAN", 0, 10, -1, vorn::nm::kStatusCtrlVlanInUse},
+        {"member VLAN", 10, 30, -1, vorn::nm::kStatusVlanIsMember},
+        {"control and member VLAN", 10, 50, -1, vorn::nm::kStatusCtrlVlanInUse},
+        {"own control VLAN that is a member VLAN", 60, 60, -1, vorn::nm::kStatusVlanIsMember},
         {"unused VLAN", 10, 40, 0, 0},
         {"unused VLAN 4095", 0, 4095, 0, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         // The interfaces have no port records, so taking them asks nothing of L2PM.
-        std::array<uint8_t, VORN_CLI_REQ_LEN> request{};
-        EXPECT_EQ(vornPreCheckRingConfig(request.data(), c.oldVlan, c.newVlan, gi(0, 5),
-                                         gi(0, 11)),
+        std::array<uint8_t, vorn::nm::kLen> request{};
+        EXPECT_EQ(vornPreCheckRingConfig(request.data(), c.oldVlan, c.newVlan, gi(0, 5), gi(0, 11)),
                   c.result);
         vorn::be::Reader r(request.data(), request.size());
-        EXPECT_EQ(r.u16(VORN_CLI_STATUS_OFF), c.status);
+        EXPECT_EQ(r.u16(vorn::nm::kOffStatus), c.status);
         // Nothing but the status word is written.
-        std::array<uint8_t, VORN_CLI_REQ_LEN> expected{};
-        vorn::be::Writer(expected.data(), expected.size()).u16(VORN_CLI_STATUS_OFF, c.status);
+        std::array<uint8_t, vorn::nm::kLen> expected{};
+        vorn::be::Writer(expected.data(), expected.size()).u16(vorn::nm::kOffStatus, c.status);
         EXPECT_EQ(request, expected);
     }
 }

@@ -134,7 +134,7 @@ TEST_F(PortOwnershipTest, TakingRingInterfaces) {
             port->isOwnedByRingConf = want.owned;
         }
         gHalVornForcePortOwnerShip = c.force;
-        std::array<uint8_t, VORN_CLI_REQ_LEN> request{};
+        std::array<uint8_t, vorn::nm::kLen> request{};
         OwnershipL2pm l2pm(key, {{P, c.p.answer}, {S, c.s.answer}});
         EXPECT_EQ(vornTakeRingInterfaceOwnership(request.data(), P, S), c.status == 0 ? 0 : -1);
         l2pm.stop();
@@ -143,7 +143,7 @@ TEST_F(PortOwnershipTest, TakingRingInterfaces) {
             asked.emplace_back(be::Reader(m.data(), m.size()).u32(256),
                                be::Reader(m.data(), m.size()).u32(264));
         EXPECT_EQ(asked, c.asked);
-        EXPECT_EQ(be::Reader(request.data(), request.size()).u16(VORN_CLI_STATUS_OFF), c.status);
+        EXPECT_EQ(be::Reader(request.data(), request.size()).u16(vorn::nm::kOffStatus), c.status);
         const VornPortEntry* p = vornGetPort(vornPortNumOf(P));
         const VornPortEntry* s = vornGetPort(vornPortNumOf(S));
         EXPECT_EQ(p ? p->isOwnedByRingConf : 0, c.pOwned);
@@ -155,9 +155,9 @@ TEST_F(PortOwnershipTest, TakingRingInterfaces) {
     qelIpcClose(key);
     ASSERT_NE(makePort(P, {}), nullptr);
     ASSERT_NE(makePort(S, {}), nullptr);
-    std::array<uint8_t, VORN_CLI_REQ_LEN> request{};
+    std::array<uint8_t, vorn::nm::kLen> request{};
     EXPECT_EQ(vornTakeRingInterfaceOwnership(request.data(), P, S), -1);
-    EXPECT_EQ(be::Reader(request.data(), request.size()).u16(VORN_CLI_STATUS_OFF), 9);
+    EXPECT_EQ(be::Reader(request.data(), request.size()).u16(vorn::nm::kOffStatus), 9);
 }
 
 }  // namespace
