@@ -153,9 +153,9 @@ int main() {
     char tmpl[] = "/tmp/vorn-cfgbench-XXXXXX";
     if (mkdtemp(tmpl) == nullptr) return 2;
     const std::string base = tmpl, dir = base + "/run";
-    pid_t sim = spawn({VORNSIM_PATH, "--rundir", dir, "--vornd", VORND_PATH, "--vornctl",
-                       VORNCTL_PATH},
-                      base + "/vornsim.out");
+    pid_t sim =
+        spawn({VORNSIM_PATH, "--rundir", dir, "--vornd", VORND_PATH, "--vornctl", VORNCTL_PATH},
+              base + "/vornsim.out");
     for (int i = 0; i < 200 && !std::filesystem::exists(dir + "/226.0.1"); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     cli::Client client(dir);

@@ -19,6 +19,11 @@
 #include <thread>
 #include <vector>
 
+#include "agent/agent.h"
+#include "config/config.h"
+#include "ifm/ifm.h"
+#include "loop/loop.h"
+#include "peer/peer.h"
 #include "platform/codec.h"
 #include "platform/ifindex.h"
 #include "platform/ipc.h"
@@ -26,17 +31,12 @@
 #include "platform/swp.h"
 #include "ringdb/records.h"
 #include "ringdb/ringdb.h"
-#include "sim/ifm_notif.h"
-#include "agent/agent.h"
-#include "config/config.h"
-#include "ifm/ifm.h"
-#include "loop/loop.h"
-#include "peer/peer.h"
 #include "show/show.h"
-#include "task/register.h"
-#include "task/swpq.h"
+#include "sim/ifm_notif.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
+#include "task/register.h"
+#include "task/swpq.h"
 #include "task/tcb.h"
 
 namespace {
@@ -115,8 +115,12 @@ void setUpManager() {
     }
 }
 
-void* l2pmAlloc(uint32_t size) { return qelMC_M_sysMalloc(__FILE__, __LINE__, size); }
-int l2pmFree(void* p) { return qelMC_M_sysMemfree(__FILE__, __LINE__, p); }
+void* l2pmAlloc(uint32_t size) {
+    return qelMC_M_sysMalloc(__FILE__, __LINE__, size);
+}
+int l2pmFree(void* p) {
+    return qelMC_M_sysMemfree(__FILE__, __LINE__, p);
+}
 
 // L2PM's side: sends every message over its SWP queue to the manager and serves the acks.
 void sendAll(QelKey l2pm, const std::vector<std::vector<uint8_t>>& msgs, std::atomic<bool>* stop) {
@@ -216,10 +220,10 @@ int main() {
     std::sort(bare.begin(), bare.end());
     double in = intake[intake.size() / 2], b = bare[bare.size() / 2];
 
-    std::printf("IFM intake: %llu VLAN-port adds on 16 owned ports, in %zu notifications of "
-                "%zu bytes on average (median of %d rounds)\n",
-                static_cast<unsigned long long>(records), msgs.size(), bytes / msgs.size(),
-                kRounds);
+    std::printf(
+        "IFM intake: %llu VLAN-port adds on 16 owned ports, in %zu notifications of "
+        "%zu bytes on average (median of %d rounds)\n",
+        static_cast<unsigned long long>(records), msgs.size(), bytes / msgs.size(), kRounds);
     std::printf("  %-30s %12.0f records/s\n", "bare AF_UNIX, same messages", b);
     std::printf("  %-30s %12.0f records/s\n", "manager intake over SWP", in);
     std::printf("  ratio intake/bare              %12.3f\n", in / b);

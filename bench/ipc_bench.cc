@@ -155,7 +155,9 @@ constexpr uint32_t kPart = 0x530000;
 void* benchAlloc(uint32_t size) {
     return qelMC_M_memBlockVarAlloc(__FILE__, __LINE__, 1, size, kPart, 0, 0);
 }
-int benchFree(void* p) { return qelMC_M_memBlockVarFree(__FILE__, __LINE__, p); }
+int benchFree(void* p) {
+    return qelMC_M_memBlockVarFree(__FILE__, __LINE__, p);
+}
 
 double swpThroughput() {
     QelKey tx = qelIpcTmrOpen(226, 0);
@@ -262,8 +264,8 @@ int main() {
     std::printf("  %-22s p50 %7.2f us   p99 %7.2f us\n", "host IPC", hostRt.p50, hostRt.p99);
     std::printf("  ratio host/bare        p50 %7.2f      p99 %7.2f       (goal: p50 <= 1.30)\n",
                 rttRatio, hostRt.p99 / bare.p99);
-    std::printf("throughput, %zu-byte messages (%d messages a round, median of %d rounds)\n", kLarge,
-                kThroughputMsgs, kRounds);
+    std::printf("throughput, %zu-byte messages (%d messages a round, median of %d rounds)\n",
+                kLarge, kThroughputMsgs, kRounds);
     std::printf("  %-22s %10.0f msg/s\n", "bare AF_UNIX", bareRate);
     std::printf("  %-22s %10.0f msg/s\n", "SWP queue (window 10)", swpRate);
     std::printf("  ratio SWP/bare         %7.2f                         (goal: >= 0.50)\n",

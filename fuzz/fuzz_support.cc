@@ -6,17 +6,17 @@
 #include <cstring>
 #include <string>
 
-#include "platform/codec.h"
-#include "platform/ipc.h"
 #include "agent/agent.h"
 #include "config/config.h"
 #include "ifm/ifm.h"
 #include "loop/loop.h"
 #include "peer/peer.h"
+#include "platform/codec.h"
+#include "platform/ipc.h"
 #include "show/show.h"
+#include "task/pools.h"
 #include "task/register.h"
 #include "task/swpq.h"
-#include "task/pools.h"
 #include "task/tcb.h"
 
 namespace vorn::fuzz {
@@ -34,8 +34,7 @@ void initManager() {
     vornInitGlobals();
 }
 
-bool makeMessage(const uint8_t* data, size_t size, uint32_t mtype,
-                 std::array<uint8_t, 8192>* msg) {
+bool makeMessage(const uint8_t* data, size_t size, uint32_t mtype, std::array<uint8_t, 8192>* msg) {
     if (size < ipc::kHdrLen) return false;
     size_t len = std::min(size, msg->size());
     msg->fill(0);

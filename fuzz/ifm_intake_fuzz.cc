@@ -11,21 +11,21 @@
 #include <cstdlib>
 #include <vector>
 
-#include "agent/pending.h"
-#include "fuzz_support.h"
-#include "platform/bitmap.h"
-#include "platform/ifindex.h"
-#include "ringdb/ringdb.h"
 #include "agent/agent.h"
+#include "agent/pending.h"
 #include "config/config.h"
+#include "fuzz_support.h"
 #include "ifm/ifm.h"
 #include "loop/loop.h"
 #include "peer/peer.h"
+#include "platform/bitmap.h"
+#include "platform/ifindex.h"
+#include "ringdb/ringdb.h"
 #include "show/show.h"
-#include "task/register.h"
-#include "task/swpq.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
+#include "task/register.h"
+#include "task/swpq.h"
 #include "task/trace.h"
 
 namespace {

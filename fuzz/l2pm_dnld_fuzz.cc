@@ -8,17 +8,17 @@
 #include <cstdint>
 
 #include "agent/agent.h"
-#include "fuzz_support.h"
-#include "platform/codec.h"
-#include "ringdb/ringdb.h"
 #include "config/config.h"
+#include "fuzz_support.h"
 #include "ifm/ifm.h"
 #include "loop/loop.h"
 #include "peer/peer.h"
+#include "platform/codec.h"
+#include "ringdb/ringdb.h"
 #include "show/show.h"
+#include "task/msgtypes.h"
 #include "task/register.h"
 #include "task/swpq.h"
-#include "task/msgtypes.h"
 
 namespace {
 

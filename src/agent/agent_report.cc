@@ -49,8 +49,8 @@ int applySide(const char* fn, VornRingEntry& ring, const RingSide& own, const Re
                  static_cast<int>(rep.state), rep.flush);
         return 0;
     }
-    int rc = vornProcPortStateFlush(&ring, own.ifIndex, *own.state, rep.state, own.side,
-                                    rep.flush, dispSyslog);
+    int rc = vornProcPortStateFlush(&ring, own.ifIndex, *own.state, rep.state, own.side, rep.flush,
+                                    dispSyslog);
     // The stored state follows the report even when the relay failed.
     if (rep.state != VORN_PORT_NO_CHANGE) *own.state = rep.state;
     return rc != 0 ? -1 : 0;

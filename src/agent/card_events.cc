@@ -5,11 +5,11 @@
 #include <cstdio>
 
 #include "agent/agent.h"
-#include "ringdb/readiness.h"
 #include "l2pm/l2pm.h"
-#include "task/swpq.h"
+#include "ringdb/readiness.h"
 #include "task/msg.h"
 #include "task/msgtypes.h"
+#include "task/swpq.h"
 #include "task/trace.h"
 
 namespace {
@@ -92,8 +92,8 @@ int vornEventCardDown(uint8_t* msg) {
         } else if (oldStatus == 1) {
             ringAction = VORN_RING_ACTION_START;
         }
-        VORN_DBG("   OldAgt: %d, NewAgt: %d, OldRingStatus: %d, RingAction = %d\r\n", slot,
-                 newSlot, static_cast<int>(oldStatus), static_cast<int>(ringAction));
+        VORN_DBG("   OldAgt: %d, NewAgt: %d, OldRingStatus: %d, RingAction = %d\r\n", slot, newSlot,
+                 static_cast<int>(oldStatus), static_cast<int>(ringAction));
         ring->u2DesgLineCard = newSlot;
         for (int other = 0; other < VORN_MAX_SLOTS; ++other) {
             if (vornTcb.vornaSwpHandle[other] == 0) continue;

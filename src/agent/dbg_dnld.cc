@@ -7,9 +7,9 @@
 #include "agent/pending.h"
 #include "platform/codec.h"
 #include "ringdb/records.h"
-#include "task/swpq.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
+#include "task/swpq.h"
 #include "task/trace.h"
 #include "wire/agent.h"
 

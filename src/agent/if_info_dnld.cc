@@ -27,9 +27,9 @@
 #include "platform/bitmap.h"
 #include "platform/codec.h"
 #include "platform/ifindex.h"
-#include "task/swpq.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
+#include "task/swpq.h"
 #include "task/trace.h"
 
 namespace {
@@ -185,6 +185,7 @@ void vornDumpIfInfoNode(const uint8_t* node, size_t len) {
               mac[4], mac[5]);
     VORN_DUMP("\t Oper Status         : %d\r\n", rd.u8(ifi::kOffOperState));
     if (rd.u8(ifi::kOffVlansPresent) == 1) {
-        vornPrintVlanBmap(rd.view(ifi::kOffVlans, VORN_VLAN_BMAP_BYTES), "\t Vlans               : ");
+        vornPrintVlanBmap(rd.view(ifi::kOffVlans, VORN_VLAN_BMAP_BYTES),
+                          "\t Vlans               : ");
     }
 }

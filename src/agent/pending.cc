@@ -8,9 +8,9 @@
 #include "agent/agent.h"
 #include "l2pm/l2pm.h"
 #include "platform/codec.h"
-#include "task/swpq.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
+#include "task/swpq.h"
 #include "task/trace.h"
 
 std::array<uint8_t*, VORN_MAX_SLOTS> gapVornAgtBuf{};

@@ -17,7 +17,7 @@ extern std::array<uint8_t*, VORN_MAX_SLOTS> gapVornDbgDnldBuf;
 extern std::array<int32_t, VORN_MAX_SLOTS> gVornActiveLineCards;
 
 // Record counts and fixed parts of the pending messages, for their lengths.
-inline constexpr size_t VORN_IF_DNLD_COUNT_OFF = 124;     // byte count of the records
+inline constexpr size_t VORN_IF_DNLD_COUNT_OFF = 124;  // byte count of the records
 inline constexpr uint32_t VORN_IF_DNLD_BASE_LEN = 132;
 inline constexpr size_t VORN_RING_CFG_COUNT_OFF = 124;
 inline constexpr uint32_t VORN_RING_CFG_BASE_LEN = 128;

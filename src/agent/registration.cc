@@ -9,10 +9,10 @@
 #include "platform/chassis.h"
 #include "platform/ipc.h"
 #include "ringdb/ringdb.h"
-#include "task/swpq.h"
 #include "task/msg.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
+#include "task/swpq.h"
 #include "task/trace.h"
 
 namespace {
@@ -56,7 +56,9 @@ int sendBracket(const char* fn, uint32_t mtype, const char* sentFmt, int slot) {
 }  // namespace
 
 // The platform starts a card's agent itself; the manager keeps this as its hook.
-int vornCreateAgent() { return 0; }
+int vornCreateAgent() {
+    return 0;
+}
 
 int vornSendStartCfgMsg(int slot) {
     return sendBracket("vornSendStartCfgMsg", vorn::agt::kMtStartCfg,

@@ -6,9 +6,9 @@
 
 #include "agent/agent.h"
 #include "platform/codec.h"
-#include "task/swpq.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
+#include "task/swpq.h"
 #include "task/trace.h"
 
 namespace {

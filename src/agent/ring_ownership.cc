@@ -3,8 +3,8 @@
 // its essential configuration goes, the ports go back to disabled for the agent to decide.
 
 #include "agent/agent.h"
-#include "ringdb/readiness.h"
 #include "l2pm/l2pm.h"
+#include "ringdb/readiness.h"
 #include "task/trace.h"
 
 namespace {

@@ -28,8 +28,7 @@ std::array<std::array<char, 128>, 3> gSocketPaths{};
 
 extern "C" void removeSocketsAndExit(int sig) {
     for (auto& p : gSocketPaths)
-        if (p[0] != '\0')
-            unlink(p.data());
+        if (p[0] != '\0') unlink(p.data());
     _exit(128 + sig);
 }
 
@@ -50,8 +49,7 @@ void rememberSockets(int instance) {
 void forgetSockets() {
     signal(SIGINT, SIG_DFL);
     signal(SIGTERM, SIG_DFL);
-    for (auto& p : gSocketPaths)
-        p[0] = '\0';
+    for (auto& p : gSocketPaths) p[0] = '\0';
 }
 
 bool startsWith(const std::string& s, const char* prefix) {
@@ -60,8 +58,7 @@ bool startsWith(const std::string& s, const char* prefix) {
 
 // "5 s", "0.3 s"
 std::string seconds(int ms) {
-    if (ms % 1000 == 0)
-        return std::to_string(ms / 1000) + " s";
+    if (ms % 1000 == 0) return std::to_string(ms / 1000) + " s";
     char text[32];
     std::snprintf(text, sizeof(text), "%.1f s", ms / 1000.0);
     return text;
@@ -78,8 +75,7 @@ std::string normaliseLineEnds(const std::string& text) {
             continue;
         }
         out += '\n';
-        if (i + 1 < text.size() && text[i + 1] == '\n')
-            ++i;
+        if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
     }
     return out;
 }
@@ -96,13 +92,11 @@ Client::Client(std::string rundir, int timeoutMs)
     }
     // The platform's run directory is set once; a process that set it already keeps it.
     dirUsable_ = host::options().rundir == rundir_ || host::setRunDir(rundir_, &dirError_);
-    if (!dirUsable_)
-        dirProblem_ = dirError_;
+    if (!dirUsable_) dirProblem_ = dirError_;
 }
 
 Client::~Client() {
-    if (key_ < 0)
-        return;
+    if (key_ < 0) return;
     qelIpcClose(key_);
     forgetSockets();
 }
@@ -112,8 +106,7 @@ bool Client::peerRunning(int service, int instance) const {
 }
 
 bool Client::connect(std::string* err) {
-    if (key_ >= 0)
-        return true;
+    if (key_ >= 0) return true;
     if (!dirUsable_) {
         *err = dirError_;
         return false;
@@ -135,12 +128,11 @@ bool Client::connect(std::string* err) {
 
 Answer Client::shell(const std::string& line) {
     Answer a;
-    if (!connect(&a.text))
-        return a;
+    if (!connect(&a.text)) return a;
     std::string out;
     if (!shell::query(key_, ipc::kSvcManager, 0, line, &out, timeoutMs_)) {
-        a.text = "the manager in " + rundir_ + " did not answer within " +
-                 seconds(timeoutMs_) + " (it serves the shell only after it has registered with the event "
+        a.text = "the manager in " + rundir_ + " did not answer within " + seconds(timeoutMs_) +
+                 " (it serves the shell only after it has registered with the event "
                  "handler and L2PM)";
         return a;
     }
@@ -154,8 +146,7 @@ Answer Client::shell(const std::string& line) {
 
 Answer Client::sim(const std::string& command) {
     Answer a;
-    if (!connect(&a.text))
-        return a;
+    if (!connect(&a.text)) return a;
     uint32_t xid = nextExchange_++;
     std::vector<uint8_t> req;
     if (!simctl::encodeRequest(command, xid,
@@ -171,11 +162,9 @@ Answer Client::sim(const std::string& command) {
     }
     bool done = awaitAnswer([&](const uint8_t* msg, size_t len) {
         simctl::AnswerPart part;
-        if (!simctl::decodeAnswerPart(msg, len, &part) || part.exchangeId != xid)
-            return false;
+        if (!simctl::decodeAnswerPart(msg, len, &part) || part.exchangeId != xid) return false;
         a.text += part.text;
-        if (part.more)
-            return false;
+        if (part.more) return false;
         a.ok = part.status == simctl::kStatusOk;
         return true;
     });
@@ -190,8 +179,7 @@ Answer Client::sim(const std::string& command) {
 
 ConfigAnswer Client::configure(const nm::ConfigRequest& req) {
     ConfigAnswer a;
-    if (!connect(&a.error))
-        return a;
+    if (!connect(&a.error)) return a;
     uint32_t xid = nextExchange_++;
     auto msg = nm::encode(req, xid, qel_getQueueId(kCliService, instance_, ipc::kKindRequest));
     if (qelIpcSend(Key_getReqQueue(key_), msg.data(), static_cast<int>(msg.size())) != 0) {
@@ -212,8 +200,8 @@ ConfigAnswer Client::configure(const nm::ConfigRequest& req) {
         return true;
     });
     if (done && !readable) {
-        a.error = "the manager's answer (" + std::to_string(answerLen) +
-                  " bytes, expected " + std::to_string(nm::kLen) +
+        a.error = "the manager's answer (" + std::to_string(answerLen) + " bytes, expected " +
+                  std::to_string(nm::kLen) +
                   ") could not be read; the command may or may not have taken effect";
         return a;
     }
@@ -234,12 +222,10 @@ bool Client::awaitAnswer(const std::function<bool(const uint8_t* msg, size_t len
     for (;;) {
         auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        if (left <= 0)
-            return false;
-        int n = qelIpcRecvWait(fd, buf.data(), static_cast<int>(buf.size()),
-                               static_cast<int>(left));
-        if (n >= 0 && take(buf.data(), static_cast<size_t>(n)))
-            return true;
+        if (left <= 0) return false;
+        int n =
+            qelIpcRecvWait(fd, buf.data(), static_cast<int>(buf.size()), static_cast<int>(left));
+        if (n >= 0 && take(buf.data(), static_cast<size_t>(n))) return true;
     }
 }
 

@@ -26,7 +26,7 @@ struct ConfigAnswer {
 };
 
 class Client {
-  public:
+public:
     // Uses rundir; nothing is opened yet, and the directory is never created.
     explicit Client(std::string rundir, int timeoutMs = 5000);
     // Closes the endpoint and removes its sockets.
@@ -48,7 +48,7 @@ class Client {
     // Sends one configuration request to the manager (226.0.1) and waits for its answer.
     ConfigAnswer configure(const nm::ConfigRequest& req);
 
-  private:
+private:
     // Opens the endpoint 40.<pid % 65536> (or the next free instance) on first use.
     bool connect(std::string* err);
     // Reads the request queue until `take` accepts a message (true) or the time-out passes

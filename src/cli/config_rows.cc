@@ -51,8 +51,7 @@ auto ringInterfaces(bool noForm) {
 auto memberVlans(bool noForm) {
     return [noForm](const Match& m, const Context& ctx) {
         ConfigRequest r = request(Type::MemberVlan, noForm, ctx.ring);
-        if (const Value* v = m.value(Param::VlanList))
-            r.memberVlans = v->vlans;
+        if (const Value* v = m.value(Param::VlanList)) r.memberVlans = v->vlans;
         return send(r);
     };
 }
@@ -68,8 +67,7 @@ auto mode(bool noForm) {
 auto description(bool noForm) {
     return [noForm](const Match& m, const Context& ctx) {
         ConfigRequest r = request(Type::Description, noForm, ctx.ring);
-        if (const Value* v = m.value(Param::Description))
-            r.description = v->text;
+        if (const Value* v = m.value(Param::Description)) r.description = v->text;
         return send(r);
     };
 }
@@ -91,59 +89,58 @@ void Cli::addRingRows() {
         {"transit", "a node that passes the master's frames on"},
         {"timer", "the ring's timers"},
         {"hello-interval", "how often the master sends hellos (default 500 ms)"},
-        {"dead-interval", "how long without a hello before the ring counts as broken "
-                          "(default 1500 ms)"},
+        {"dead-interval",
+         "how long without a hello before the ring counts as broken "
+         "(default 1500 ms)"},
         {"description", "a text that describes the ring"},
         {"disable", "stop the ring ('no disable' starts it)"},
     };
-    for (const auto& [word, help] : words)
-        grammar_.describe(word, help);
+    for (const auto& [word, help] : words) grammar_.describe(word, help);
 
-    grammar_.add(Mode::Exec, "protocol vorn RING",
-                  "create a ring (if needed) and enter its context",
-                  [](const Match& m, const Context&) {
-                      uint16_t ring = number16(m, Param::RingId);
-                      Action a = send(request(Type::Protocol, false, ring));
-                      a.next = Context{Mode::Ring, ring};
-                      return a;
-                  },
-                  true);
+    grammar_.add(
+        Mode::Exec, "protocol vorn RING", "create a ring (if needed) and enter its context",
+        [](const Match& m, const Context&) {
+            uint16_t ring = number16(m, Param::RingId);
+            Action a = send(request(Type::Protocol, false, ring));
+            a.next = Context{Mode::Ring, ring};
+            return a;
+        },
+        true);
     grammar_.add(Mode::Exec, "no protocol vorn RING", "remove a ring and all its configuration",
-                  [](const Match& m, const Context&) {
-                      Action a = send(request(Type::Protocol, true, number16(m, Param::RingId)));
-                      a.next = Context{};
-                      return a;
-                  });
+                 [](const Match& m, const Context&) {
+                     Action a = send(request(Type::Protocol, true, number16(m, Param::RingId)));
+                     a.next = Context{};
+                     return a;
+                 });
     grammar_.add(Mode::Ring, "interface primary IF secondary IF control-vlan VLAN",
-                  "set the control VLAN and the primary and secondary ring interfaces",
-                  ringInterfaces(false));
+                 "set the control VLAN and the primary and secondary ring interfaces",
+                 ringInterfaces(false));
     grammar_.add(Mode::Ring, "no interface primary IF secondary IF control-vlan VLAN",
-                  "remove the control VLAN and the ring interfaces (named as configured)",
-                  ringInterfaces(true));
+                 "remove the control VLAN and the ring interfaces (named as configured)",
+                 ringInterfaces(true));
     grammar_.add(Mode::Ring, "member-vlan VLANS", "add member VLANs", memberVlans(false));
     grammar_.add(Mode::Ring, "no member-vlan [VLANS]",
-                  "remove member VLANs (all of them when no list is given)", memberVlans(true));
+                 "remove member VLANs (all of them when no list is given)", memberVlans(true));
     grammar_.add(Mode::Ring, "mode master|transit", "set the ring node's role", mode(false));
     grammar_.add(Mode::Ring, "no mode master|transit", "remove the ring node's role", mode(true));
     grammar_.add(Mode::Ring, "timer hello-interval HELLO", "set the hello interval",
-                  [](const Match& m, const Context& ctx) {
-                      ConfigRequest r = request(Type::HelloTimer, false, ctx.ring);
-                      r.hello = number16(m, Param::Hello);
-                      return send(r);
-                  });
+                 [](const Match& m, const Context& ctx) {
+                     ConfigRequest r = request(Type::HelloTimer, false, ctx.ring);
+                     r.hello = number16(m, Param::Hello);
+                     return send(r);
+                 });
     grammar_.add(Mode::Ring, "no timer hello-interval", "set the hello interval back to 500 ms",
-                  plain(Type::HelloTimer, true));
+                 plain(Type::HelloTimer, true));
     grammar_.add(Mode::Ring, "timer dead-interval DEAD", "set the dead interval",
-                  [](const Match& m, const Context& ctx) {
-                      ConfigRequest r = request(Type::DeadTimer, false, ctx.ring);
-                      r.dead = number16(m, Param::Dead);
-                      return send(r);
-                  });
+                 [](const Match& m, const Context& ctx) {
+                     ConfigRequest r = request(Type::DeadTimer, false, ctx.ring);
+                     r.dead = number16(m, Param::Dead);
+                     return send(r);
+                 });
     grammar_.add(Mode::Ring, "no timer dead-interval", "set the dead interval back to 1500 ms",
-                  plain(Type::DeadTimer, true));
+                 plain(Type::DeadTimer, true));
     grammar_.add(Mode::Ring, "description TEXT", "describe the ring", description(false));
-    grammar_.add(Mode::Ring, "no description [TEXT]", "remove the description",
-                  description(true));
+    grammar_.add(Mode::Ring, "no description [TEXT]", "remove the description", description(true));
     grammar_.add(Mode::Ring, "disable", "stop the ring", plain(Type::Enable, false));
     grammar_.add(Mode::Ring, "no disable", "start the ring", plain(Type::Enable, true));
 }

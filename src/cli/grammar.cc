@@ -27,8 +27,7 @@ std::vector<std::vector<Elem>> expand(const std::string& syntax) {
     for (const Word& item : splitWords(syntax)) {
         std::string_view text = item.text;
         bool optional = text.size() > 2 && text.front() == '[' && text.back() == ']';
-        if (optional)
-            text = text.substr(1, text.size() - 2);
+        if (optional) text = text.substr(1, text.size() - 2);
         std::vector<Elem> alternatives;
         for (size_t pos = 0; pos <= text.size();) {
             size_t bar = std::min(text.find('|', pos), text.size());
@@ -49,8 +48,7 @@ std::vector<std::vector<Elem>> expand(const std::string& syntax) {
         for (const auto& v : variants) {
             if (!v.empty() && !v.back().isKeyword && takesRestOfLine(v.back().param))
                 throw std::logic_error("words after the rest of the line in '" + syntax + "'");
-            if (optional)
-                next.push_back(v);
+            if (optional) next.push_back(v);
             for (const Elem& e : alternatives) {
                 next.push_back(v);
                 next.back().push_back(e);
@@ -67,21 +65,17 @@ std::vector<std::vector<Elem>> expand(const std::string& syntax) {
 void Grammar::collectRows(const Node& node, std::vector<const Row*>* out) {
     if (node.row != nullptr && std::find(out->begin(), out->end(), node.row) == out->end())
         out->push_back(node.row);
-    for (const auto& c : node.children)
-        collectRows(*c, out);
+    for (const auto& c : node.children) collectRows(*c, out);
 }
 
 std::vector<Word> splitWords(std::string_view line) {
     std::vector<Word> words;
     size_t i = 0;
     while (i < line.size()) {
-        while (i < line.size() && isSpace(line[i]))
-            ++i;
+        while (i < line.size() && isSpace(line[i])) ++i;
         size_t begin = i;
-        while (i < line.size() && !isSpace(line[i]))
-            ++i;
-        if (i > begin)
-            words.push_back({std::string(line.substr(begin, i - begin)), begin, i});
+        while (i < line.size() && !isSpace(line[i])) ++i;
+        if (i > begin) words.push_back({std::string(line.substr(begin, i - begin)), begin, i});
     }
     return words;
 }
@@ -92,8 +86,7 @@ bool Match::has(std::string_view keyword) const {
 
 const Value* Match::value(Param param, size_t nth) const {
     for (const Value& v : values)
-        if (v.param == param && nth-- == 0)
-            return &v;
+        if (v.param == param && nth-- == 0) return &v;
     return nullptr;
 }
 
@@ -107,8 +100,7 @@ void Grammar::describe(const std::string& keyword, const std::string& help) {
 void Grammar::add(Row row) {
     rows_.push_back(std::make_unique<Row>(std::move(row)));
     const Row& r = *rows_.back();
-    if (r.mode == Mode::Exec)
-        insert(*exec_, r);
+    if (r.mode == Mode::Exec) insert(*exec_, r);
     insert(*ring_, r);
 }
 
@@ -126,11 +118,10 @@ void Grammar::insert(Node& root, const Row& row) {
                 child->isKeyword = e.isKeyword;
                 child->keyword = e.keyword;
                 child->param = e.param;
-                child->help = e.isKeyword || e.param == Param::Line ? row.help
-                                                                    : paramInfo(e.param).help;
+                child->help =
+                    e.isKeyword || e.param == Param::Line ? row.help : paramInfo(e.param).help;
                 for (const auto& [word, help] : described_)
-                    if (e.isKeyword && word == e.keyword)
-                        child->help = help;
+                    if (e.isKeyword && word == e.keyword) child->help = help;
                 node->children.push_back(std::move(child));
                 it = node->children.end() - 1;
             }
@@ -151,14 +142,12 @@ std::vector<const Row*> Grammar::rows(Mode mode) const {
     std::vector<const Row*> out;
     for (Mode m : {Mode::Ring, Mode::Exec})
         for (const auto& r : rows_)
-            if (r->mode == m && (m == Mode::Exec || mode == Mode::Ring))
-                out.push_back(r.get());
+            if (r->mode == m && (m == Mode::Exec || mode == Mode::Ring)) out.push_back(r.get());
     return out;
 }
 
 std::string Grammar::display(const Row& row) {
-    if (!row.shows.empty())
-        return row.shows;
+    if (!row.shows.empty()) return row.shows;
     std::string out;
     for (const Word& item : splitWords(row.syntax)) {
         std::string text = item.text;

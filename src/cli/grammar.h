@@ -116,7 +116,7 @@ struct Help {
 };
 
 class Grammar {
-  public:
+public:
     Grammar();
     ~Grammar();
     Grammar(const Grammar&) = delete;
@@ -144,7 +144,7 @@ class Grammar {
     // A row's syntax with parameters in their display form: "protocol vorn <1-255>".
     static std::string display(const Row& row);
 
-  private:
+private:
     struct Node;
     struct Step;
     struct Walked;

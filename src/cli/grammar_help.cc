@@ -19,13 +19,11 @@ bool endsInBlank(std::string_view s) {
 // Keywords first, in order, then parameters; "<cr>" always last.
 void sortItems(std::vector<HelpItem>& items) {
     auto rank = [](const HelpItem& i) {
-        if (i.word == "<cr>")
-            return 2;
+        if (i.word == "<cr>") return 2;
         return i.word[0] == '<' || std::isupper(static_cast<unsigned char>(i.word[0])) ? 1 : 0;
     };
     std::stable_sort(items.begin(), items.end(), [&rank](const HelpItem& a, const HelpItem& b) {
-        if (rank(a) != rank(b))
-            return rank(a) < rank(b);
+        if (rank(a) != rank(b)) return rank(a) < rank(b);
         return rank(a) == 0 && a.word < b.word;
     });
 }
@@ -58,11 +56,9 @@ Help Grammar::help(Mode mode, std::string_view before) const {
     // The children of the node reached, and for a command that enters a ring's context,
     // the commands of that context.
     std::vector<const Node*> next;
-    for (const auto& c : w.node->children)
-        next.push_back(c.get());
+    for (const auto& c : w.node->children) next.push_back(c.get());
     if (w.node->row != nullptr && w.node->row->entersRing)
-        for (const auto& c : ring_->children)
-            next.push_back(c.get());
+        for (const auto& c : ring_->children) next.push_back(c.get());
 
     std::string partial = newWord ? "" : lower(words.back().text);
     for (const Node* c : next) {
@@ -74,8 +70,7 @@ Help Grammar::help(Mode mode, std::string_view before) const {
     if (!newWord && h.items.empty()) {
         // A parameter being typed: free text takes '?' as a character; others show their form.
         for (const Node* c : next) {
-            if (c->isKeyword)
-                continue;
+            if (c->isKeyword) continue;
             if (takesRestOfLine(c->param)) {
                 h.freeText = true;
                 return h;
@@ -83,10 +78,8 @@ Help Grammar::help(Mode mode, std::string_view before) const {
             h.items.push_back({paramInfo(c->param).form, c->help});
         }
     }
-    if (newWord && w.node->row != nullptr)
-        h.items.push_back({"<cr>", "run the command"});
-    if (h.items.empty())
-        h.error = "unknown word '" + words.back().text + "'";
+    if (newWord && w.node->row != nullptr) h.items.push_back({"<cr>", "run the command"});
+    if (h.items.empty()) h.error = "unknown word '" + words.back().text + "'";
     sortItems(h.items);
     return h;
 }
@@ -97,21 +90,17 @@ std::vector<std::string> Grammar::complete(Mode mode, std::string_view before) c
     size_t count = newWord ? words.size() : words.size() - 1;
     Walked w = walk(mode, words, count, before);
     std::vector<std::string> out;
-    if (w.failed || w.freeText)
-        return out;
+    if (w.failed || w.freeText) return out;
     std::string partial = newWord ? "" : lower(words.back().text);
     std::vector<const Node*> next;
-    for (const auto& c : w.node->children)
-        next.push_back(c.get());
+    for (const auto& c : w.node->children) next.push_back(c.get());
     if (w.node->row != nullptr && w.node->row->entersRing)
-        for (const auto& c : ring_->children)
-            next.push_back(c.get());
+        for (const auto& c : ring_->children) next.push_back(c.get());
     for (const Node* c : next) {
         if (c->isKeyword && c->keyword.rfind(partial, 0) == 0)
             out.push_back(c->keyword);
         else if (!c->isKeyword && c->param == Param::Interface && !partial.empty())
-            for (std::string& t : interfaceTypesStartingWith(partial))
-                out.push_back(std::move(t));
+            for (std::string& t : interfaceTypesStartingWith(partial)) out.push_back(std::move(t));
     }
     std::sort(out.begin(), out.end());
     out.erase(std::unique(out.begin(), out.end()), out.end());

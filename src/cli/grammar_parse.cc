@@ -36,13 +36,11 @@ Grammar::Step Grammar::step(const Node& node, const std::vector<Word>& words, si
         return s;
     };
     for (const auto& c : node.children)
-        if (c->isKeyword && c->keyword == w)
-            return takeKeyword(c.get());
+        if (c->isKeyword && c->keyword == w) return takeKeyword(c.get());
     std::string paramError;
     bool needMore = false;
     for (const auto& c : node.children) {
-        if (c->isKeyword)
-            continue;
+        if (c->isKeyword) continue;
         ParamResult r = parseParam(c->param, words, at, line);
         if (r.ok) {
             s.child = c.get();
@@ -57,14 +55,14 @@ Grammar::Step Grammar::step(const Node& node, const std::vector<Word>& words, si
     }
     std::vector<const Node*> partial;
     for (const auto& c : node.children)
-        if (c->isKeyword && startsWith(c->keyword, w))
-            partial.push_back(c.get());
-    if (partial.size() == 1)
-        return takeKeyword(partial[0]);
+        if (c->isKeyword && startsWith(c->keyword, w)) partial.push_back(c.get());
+    if (partial.size() == 1) return takeKeyword(partial[0]);
     if (partial.size() > 1) {
         s.error = "ambiguous word '" + text + "': it may be";
         for (size_t i = 0; i < partial.size(); ++i)
-            s.error += (i == 0 ? " " : i + 1 == partial.size() ? " or " : ", ") +
+            s.error += (i == 0                    ? " "
+                        : i + 1 == partial.size() ? " or "
+                                                  : ", ") +
                        partial[i]->keyword;
         return s;
     }
@@ -80,7 +78,9 @@ Grammar::Step Grammar::step(const Node& node, const std::vector<Word>& words, si
     s.error = "unknown word '" + text + "'; expected";
     for (size_t i = 0; i < node.children.size(); ++i) {
         const Node& c = *node.children[i];
-        s.error += (i == 0 ? " " : i + 1 == node.children.size() ? " or " : ", ") +
+        s.error += (i == 0                          ? " "
+                    : i + 1 == node.children.size() ? " or "
+                                                    : ", ") +
                    formOf(c.isKeyword, c.keyword, c.param);
     }
     return s;
@@ -143,9 +143,11 @@ Parsed Grammar::parse(Mode mode, std::string_view line) const {
         if (s.child == nullptr) {
             p.error = s.error;
             if (mode == Mode::Exec && parse(Mode::Ring, line).ok)
-                p.error = "'" + std::string(line.substr(words[0].begin, words.back().end - words[0].begin)) +
-                          "' is a command of a ring's context: enter one first with "
-                          "'protocol vorn <1-255>'";
+                p.error =
+                    "'" +
+                    std::string(line.substr(words[0].begin, words.back().end - words[0].begin)) +
+                    "' is a command of a ring's context: enter one first with "
+                    "'protocol vorn <1-255>'";
             return p;
         }
         if (s.value.has_value())
@@ -168,7 +170,9 @@ Parsed Grammar::parse(Mode mode, std::string_view line) const {
         p.error = "incomplete command; it goes on with";
         for (size_t k = 0; k < node->children.size(); ++k) {
             const Node& c = *node->children[k];
-            p.error += (k == 0 ? " " : k + 1 == node->children.size() ? " or " : ", ") +
+            p.error += (k == 0                           ? " "
+                        : k + 1 == node->children.size() ? " or "
+                                                         : ", ") +
                        formOf(c.isKeyword, c.keyword, c.param);
         }
         return p;

@@ -18,8 +18,7 @@ std::string historyPath() {
 }  // namespace
 
 int Cli::interactive(std::istream& in, bool terminal) {
-    if (!terminal)
-        return replay(in, "standard input");
+    if (!terminal) return replay(in, "standard input");
     interactive_ = true;
     LineEditor editor([this](const std::string& before) { return helpText(before); },
                       [this](const std::string& before) { return completions(before); },

@@ -21,23 +21,19 @@ constexpr int kHistoryLines = 500;
 
 LineEditor::LineEditor(HelpFn help, CompleteFn complete, std::string historyFile)
     : help_(std::move(help)), complete_(std::move(complete)), historyFile_(std::move(historyFile)) {
-    if (gEditor != nullptr || isatty(STDIN_FILENO) == 0)
-        return;  // plain lines
+    if (gEditor != nullptr || isatty(STDIN_FILENO) == 0) return;  // plain lines
     editing_ = true;
     gEditor = this;
     rl_readline_name = "vornctl";
     rl_attempted_completion_function = &LineEditor::onComplete;
     rl_bind_key('?', &LineEditor::onQuestionMark);
     stifle_history(kHistoryLines);
-    if (!historyFile_.empty())
-        read_history(historyFile_.c_str());
+    if (!historyFile_.empty()) read_history(historyFile_.c_str());
 }
 
 LineEditor::~LineEditor() {
-    if (!editing_)
-        return;
-    if (!historyFile_.empty())
-        write_history(historyFile_.c_str());
+    if (!editing_) return;
+    if (!historyFile_.empty()) write_history(historyFile_.c_str());
     gEditor = nullptr;
 }
 
@@ -52,8 +48,7 @@ bool LineEditor::readLine(const std::string& prompt, std::string* line) {
         return false;
     }
     *line = text;
-    if (line->find_first_not_of(" \t") != std::string::npos)
-        add_history(text);
+    if (line->find_first_not_of(" \t") != std::string::npos) add_history(text);
     std::free(text);
     return true;
 }
@@ -67,8 +62,7 @@ char** LineEditor::onComplete(const char* text, int /*start*/, int end) {
 
 char* LineEditor::nextMatch(const char*, int state) {
     static size_t next = 0;
-    if (state == 0)
-        next = 0;
+    if (state == 0) next = 0;
     const std::vector<std::string>& m = gEditor->matches_;
     return next < m.size() ? strdup(m[next++].c_str()) : nullptr;
 }

@@ -10,7 +10,7 @@
 namespace vorn::cli {
 
 class LineEditor {
-  public:
+public:
     // The help for the line up to the cursor; empty when '?' is to be taken as a character.
     using HelpFn = std::function<std::string(const std::string& before)>;
     // The words that complete the last word of the line up to the cursor.
@@ -29,7 +29,7 @@ class LineEditor {
     // the caller then answers with help instead of running it.
     bool editing() const { return editing_; }
 
-  private:
+private:
     static char** onComplete(const char* text, int start, int end);
     static char* nextMatch(const char* text, int state);
     static int onQuestionMark(int count, int key);

@@ -34,7 +34,8 @@ std::array<uint8_t, kLen> encode(const ConfigRequest& req, uint32_t xid, uint32_
     w.u16(kOffDead, req.dead);
     w.u32(kOffPrimary, req.primary);
     w.u32(kOffSecondary, req.secondary);
-    w.u32(kOffCtrlVlan, req.controlVlan == 0 ? 0 : ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, req.controlVlan));
+    w.u32(kOffCtrlVlan,
+          req.controlVlan == 0 ? 0 : ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, req.controlVlan));
     w.bytes(kOffMemberVlans, req.memberVlans.data(), req.memberVlans.size());
     size_t n = std::min(req.description.size(), kMaxDescription);
     w.bytes(kOffDescription, req.description.data(), n);  // the NUL is already there

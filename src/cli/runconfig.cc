@@ -18,8 +18,7 @@ namespace {
 
 size_t countLines(const std::string& text) {
     size_t n = 0;
-    for (char c : normaliseLineEnds(text))
-        n += c == '\n' ? 1 : 0;
+    for (char c : normaliseLineEnds(text)) n += c == '\n' ? 1 : 0;
     return n;
 }
 
@@ -61,8 +60,7 @@ int Cli::showRunningConfig() {
         return kExitFailed;
     }
     text = normaliseLineEnds(text);
-    if (!text.empty() && text.back() != '\n')
-        text += '\n';
+    if (!text.empty() && text.back() != '\n') text += '\n';
     out_ << text;
     return kExitOk;
 }

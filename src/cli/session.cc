@@ -14,10 +14,9 @@ namespace vorn::cli {
 namespace {
 
 std::string_view trim(std::string_view s) {
-    while (!s.empty() && (s.front() == ' ' || s.front() == '\t'))
-        s.remove_prefix(1);
-    while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r' ||
-                          s.back() == '\n'))
+    while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
+    while (!s.empty() &&
+           (s.back() == ' ' || s.back() == '\t' || s.back() == '\r' || s.back() == '\n'))
         s.remove_suffix(1);
     return s;
 }
@@ -32,8 +31,7 @@ bool isCommand(std::string_view line) {
 
 int Cli::run(const std::vector<std::string>& words) {
     std::string line;
-    for (const std::string& w : words)
-        line += (line.empty() ? "" : " ") + w;
+    for (const std::string& w : words) line += (line.empty() ? "" : " ") + w;
     if (!isCommand(line)) {
         err_ << "% Error: no command given\n" << usage();
         return kExitUsage;
@@ -42,8 +40,7 @@ int Cli::run(const std::vector<std::string>& words) {
 }
 
 int Cli::runLine(std::string_view line) {
-    if (!isCommand(line))
-        return kExitOk;
+    if (!isCommand(line)) return kExitOk;
     Context ctx = ctx_;
     Actions actions;
     std::string error;
@@ -83,23 +80,20 @@ int Cli::execute(const Actions& actions) {
         switch (a.kind) {
             case Action::Kind::Config:
                 rc = configure(a.request);
-                if (rc == kExitOk && a.next.has_value())
-                    ctx_ = *a.next;
+                if (rc == kExitOk && a.next.has_value()) ctx_ = *a.next;
                 break;
             case Action::Kind::Local:
                 rc = a.local();
                 break;
             case Action::Kind::Exit:
-                if (ctx_.mode == Mode::Exec && interactive_)
-                    quit_ = true;
+                if (ctx_.mode == Mode::Exec && interactive_) quit_ = true;
                 ctx_ = Context{};
                 break;
             case Action::Kind::End:
                 ctx_ = Context{};
                 break;
         }
-        if (rc != kExitOk)
-            return rc;
+        if (rc != kExitOk) return rc;
     }
     return kExitOk;
 }
@@ -138,8 +132,7 @@ int Cli::replay(std::istream& in, const std::string& name) {
     Context ctx = ctx_;
     std::string text;
     for (size_t number = 1; std::getline(in, text); ++number) {
-        if (!isCommand(text))
-            continue;
+        if (!isCommand(text)) continue;
         Line l{number, std::string(trim(text)), {}};
         std::string error;
         if (!compile(l.text, &ctx, &l.actions, &error)) {
@@ -156,8 +149,7 @@ int Cli::replay(std::istream& in, const std::string& name) {
     }
     for (size_t i = 0; i < lines.size(); ++i) {
         int rc = execute(lines[i].actions);
-        if (rc == kExitOk)
-            continue;
+        if (rc == kExitOk) continue;
         err_ << "% " << name << " line " << lines[i].number << ": '" << lines[i].text
              << "': replay stopped here; the " << i << " command line" << (i == 1 ? "" : "s")
              << " before it " << (i == 1 ? "was" : "were") << " applied\n";

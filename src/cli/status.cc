@@ -26,10 +26,9 @@ std::string statusSentence(uint32_t status, const nm::ConfigRequest& req) {
     switch (status) {
         case kStatusNoRing:
             return ring(req) + " does not exist" +
-                   (req.type == nm::Type::Protocol
-                        ? ""
-                        : "; create it first with 'protocol vorn " + std::to_string(req.ringId) +
-                              "'");
+                   (req.type == nm::Type::Protocol ? ""
+                                                   : "; create it first with 'protocol vorn " +
+                                                         std::to_string(req.ringId) + "'");
         case kStatusModeDiffers:
             return ring(req) + " is not in mode " + modeName(req.mode) +
                    "; its mode was left as it is";
@@ -46,7 +45,8 @@ std::string statusSentence(uint32_t status, const nm::ConfigRequest& req) {
         case kStatusMemberIsCtrl: {
             std::string list = vlanListText(req.memberVlans);
             if (vlanCount(req.memberVlans) == 1)
-                return "VLAN " + list + " is the control VLAN of a ring and cannot be a member VLAN";
+                return "VLAN " + list +
+                       " is the control VLAN of a ring and cannot be a member VLAN";
             return "VLANs " + list +
                    " include the control VLAN of a ring, which cannot be a member VLAN; no VLAN "
                    "was added";
@@ -54,8 +54,7 @@ std::string statusSentence(uint32_t status, const nm::ConfigRequest& req) {
         case kStatusPrimaryRefused:
             return "L2PM refused to hand over the primary interface " + longIfName(req.primary);
         case kStatusSecondaryRefused:
-            return "L2PM refused to hand over the secondary interface " +
-                   longIfName(req.secondary);
+            return "L2PM refused to hand over the secondary interface " + longIfName(req.secondary);
         case kStatusSameInterface:
             return "the primary and the secondary interface are the same (" +
                    longIfName(req.primary) + ")";

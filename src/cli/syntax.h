@@ -15,8 +15,8 @@
 #include <string_view>
 
 #include "platform/ifindex.h"
-#include "platform/number.h"
 #include "platform/limits.h"
+#include "platform/number.h"
 
 namespace vorn::cli {
 

@@ -3,13 +3,13 @@
 // is answered here, once, with the whole 1024-byte buffer and the status copied into the
 // reply status word.
 
+#include "agent/agent.h"
 #include "config/cli_request.h"
 #include "config/config.h"
 #include "platform/ipc.h"
 #include "show/show.h"
-#include "agent/agent.h"
-#include "task/swpq.h"
 #include "task/msg.h"
+#include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
 

@@ -33,8 +33,8 @@ struct CtrlVlanReq {
 
 CtrlVlanReq readCtrlVlanReq(const uint8_t* request) {
     vorn::be::Reader r = reqReader(request);
-    return {r.u16(vorn::nm::kOffRingId), r.u32(vorn::nm::kOffPrimary), r.u32(vorn::nm::kOffSecondary),
-            r.u32(vorn::nm::kOffCtrlVlan)};
+    return {r.u16(vorn::nm::kOffRingId), r.u32(vorn::nm::kOffPrimary),
+            r.u32(vorn::nm::kOffSecondary), r.u32(vorn::nm::kOffCtrlVlan)};
 }
 
 // The interface index of the peer pair's inter-chassis link, 0 when there is none. The

@@ -30,7 +30,7 @@ constexpr VornTimer kHello{&VornRingEntry::u2HelloTime, vorn::nm::kOffHello,
                            VORN_CFG_CMD_HELLO,          " timer hello-interval ",
                            "timer hello-interval "};
 constexpr VornTimer kDead{&VornRingEntry::u2DeadTime, vorn::nm::kOffDead, VORN_DEFAULT_DEAD,
-                          VORN_RING_CFG_DEAD,         VORN_CFG_CMD_DEAD, " timer dead-interval ",
+                          VORN_RING_CFG_DEAD,         VORN_CFG_CMD_DEAD,  " timer dead-interval ",
                           "timer dead-interval "};
 
 // A timer line: its words and the value.

@@ -96,8 +96,7 @@ void vornRegisterDiagCommands() {
     // The shell cannot hand over a message address safely; this prints the header of the
     // last message the manager received.
     registerFunction(
-        "vornPrintIpcHdr",
-        [](const std::vector<long>&) { vornPrintIpcHdr(vornLastReceivedMsg()); },
+        "vornPrintIpcHdr", [](const std::vector<long>&) { vornPrintIpcHdr(vornLastReceivedMsg()); },
         "header of the last received message");
     registerFunction("vornPrintPort", vornPrintPort, "port record of slot, port");
     registerFunction("vornPrintLag", vornPrintLag, "port record of a LAG");
@@ -120,7 +119,9 @@ void vornRegisterDiagCommands() {
         [](const std::vector<long>& args) {
             int status = vornGetOperStatus(static_cast<uint16_t>(args.empty() ? 0 : args[0]));
             std::printf("Ring %ld oper status: %d (%s)\r\n", args.empty() ? 0L : args[0], status,
-                        status == VORN_OPER_UP ? "UP" : status == VORN_OPER_DOWN ? "DOWN" : "-");
+                        status == VORN_OPER_UP     ? "UP"
+                        : status == VORN_OPER_DOWN ? "DOWN"
+                                                   : "-");
         },
         "operational state of a ring: 1 UP, 0 DOWN, 2 not a master");
     registerGlobal("vornDbgPrint", &vornDbgPrint);

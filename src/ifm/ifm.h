@@ -140,4 +140,3 @@ int vornNotifRingIfCfgToIFMWithIcl(uint32_t priIfIndex, uint32_t secIfIndex, uin
 // Asks IFM whether a VLAN may serve as a control VLAN (action 1) or releases it (2);
 // returns IFM's reply code, or -1 when the exchange failed.
 int vornIfmRMirrReqInfo(uint16_t vlanId, uint32_t action);
-

@@ -6,10 +6,10 @@
 #include <cstdint>
 
 #include "agent/agent.h"
-#include "ringdb/readiness.h"
 #include "ifm/ifm.h"
 #include "platform/codec.h"
 #include "platform/ifindex.h"
+#include "ringdb/readiness.h"
 #include "ringdb/records.h"
 #include "task/trace.h"
 

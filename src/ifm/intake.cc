@@ -5,14 +5,14 @@
 #include <array>
 #include <cstring>
 
+#include "agent/agent.h"
 #include "ifm/ifm.h"
 #include "ifm/ifm_internal.h"
 #include "platform/ifindex.h"
-#include "agent/agent.h"
-#include "task/swpq.h"
 #include "task/msg.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
+#include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
 

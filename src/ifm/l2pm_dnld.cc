@@ -32,15 +32,15 @@
 #include <array>
 #include <span>
 
+#include "agent/agent.h"
 #include "ifm/ifm.h"
 #include "platform/bitmap.h"
 #include "platform/codec.h"
 #include "platform/ifindex.h"
 #include "ringdb/ringdb.h"
-#include "agent/agent.h"
-#include "task/swpq.h"
 #include "task/msg.h"
 #include "task/msgtypes.h"
+#include "task/swpq.h"
 #include "task/trace.h"
 
 namespace {
@@ -138,16 +138,17 @@ int vornProcessL2PmDnld(uint8_t* msg) {
     size_t steps = 0;
     for (int32_t count = 0; count < numRecords; ++count, ++steps) {
         if (steps == maxSteps) {
-            VORN_ERR("%s(): %ld records claimed, a message of %zu bytes holds at most %zu; "
-                     "download stopped\r\n",
-                     __func__, static_cast<long>(numRecords), rd.size(), maxSteps);
+            VORN_ERR(
+                "%s(): %ld records claimed, a message of %zu bytes holds at most %zu; "
+                "download stopped\r\n",
+                __func__, static_cast<long>(numRecords), rd.size(), maxSteps);
             break;
         }
         if (!rd.fits(off, sizeof(uint32_t))) {
-            VORN_ERR("%s(): %ld records claimed, record %ld would start at offset %zu past the "
-                     "message of %zu bytes; download stopped\r\n",
-                     __func__, static_cast<long>(numRecords), static_cast<long>(count), off,
-                     rd.size());
+            VORN_ERR(
+                "%s(): %ld records claimed, record %ld would start at offset %zu past the "
+                "message of %zu bytes; download stopped\r\n",
+                __func__, static_cast<long>(numRecords), static_cast<long>(count), off, rd.size());
             break;
         }
         uint32_t ifIndex = rd.u32(off);
@@ -156,9 +157,10 @@ int vornProcessL2PmDnld(uint8_t* msg) {
         size_t recLen = kShortRecLen;
         if (kind == IfKind::PortOrLag && rd.u8(off + kOffVlansPresent) != 0) recLen = kLongRecLen;
         if (!rd.fits(off, recLen)) {
-            VORN_ERR("%s(): record %ld (ifIndex 0x%x, %zu bytes) at offset %zu runs past the "
-                     "message of %zu bytes; download stopped\r\n",
-                     __func__, static_cast<long>(count), ifIndex, recLen, off, rd.size());
+            VORN_ERR(
+                "%s(): record %ld (ifIndex 0x%x, %zu bytes) at offset %zu runs past the "
+                "message of %zu bytes; download stopped\r\n",
+                __func__, static_cast<long>(count), ifIndex, recLen, off, rd.size());
             break;
         }
         if (kind == IfKind::Vlan) replayVlan(ifIndex);

@@ -3,9 +3,9 @@
 // run; a LAG that loses a member, even its last, stops nothing.
 
 #include "agent/agent.h"
-#include "ringdb/readiness.h"
 #include "ifm/ifm.h"
 #include "ifm/ifm_internal.h"
+#include "ringdb/readiness.h"
 #include "ringdb/ringdb.h"
 
 int vornProcessAddLagPort(const uint8_t* rec, size_t len) {

@@ -1,8 +1,8 @@
 // IFM's interface-mode-change record, which feeds the peer-pair LAG associations.
 
 #include "ifm/ifm.h"
-#include "peer/peer.h"
 #include "ifm/ifm_internal.h"
+#include "peer/peer.h"
 #include "task/trace.h"
 
 namespace {

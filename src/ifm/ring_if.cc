@@ -6,8 +6,8 @@
 
 #include "agent/agent.h"
 #include "ifm/ifm.h"
-#include "peer/peer.h"
 #include "l2pm/l2pm.h"
+#include "peer/peer.h"
 #include "platform/bitmap.h"
 #include "platform/codec.h"
 #include "platform/ipc.h"

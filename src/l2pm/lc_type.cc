@@ -2,8 +2,8 @@
 
 #include "l2pm/l2pm.h"
 #include "platform/codec.h"
-#include "task/swpq.h"
 #include "task/msgtypes.h"
+#include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
 

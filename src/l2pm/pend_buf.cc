@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "l2pm/l2pm.h"
-#include "task/swpq.h"
 #include "task/msgtypes.h"
+#include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
 

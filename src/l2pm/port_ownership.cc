@@ -5,14 +5,14 @@
 #include <memory>
 #include <span>
 
-#include "wire/cli.h"
 #include "l2pm/l2pm.h"
 #include "platform/codec.h"
 #include "platform/ifindex.h"
 #include "ringdb/ringdb.h"
-#include "task/swpq.h"
 #include "task/msgtypes.h"
+#include "task/swpq.h"
 #include "task/trace.h"
+#include "wire/cli.h"
 
 uint32_t gHalVornForcePortOwnerShip = 1;
 
@@ -108,7 +108,8 @@ int takeRingInterface(uint32_t ifIndex, uint16_t refusedCode, Taken* taken, uint
     }
     int refused = 0;
     if (vornPortOwnership(ifIndex, VORN_PORT_OWN_TAKE, &refused) != 0) {
-        *code = refused == -1 ? refusedCode : static_cast<uint16_t>(vorn::nm::kStatusOwnershipFailed);
+        *code =
+            refused == -1 ? refusedCode : static_cast<uint16_t>(vorn::nm::kStatusOwnershipFailed);
         return -1;
     }
     if (how == Taken::ByIfmRule) port->isOwnedByRingConf = 1;

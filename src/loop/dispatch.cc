@@ -6,19 +6,19 @@
 
 #include <cstdio>
 
-#include "platform/cfgstore.h"
-#include "platform/swp.h"
 #include "agent/agent.h"
 #include "config/config.h"
 #include "ifm/ifm.h"
 #include "loop/loop.h"
 #include "peer/peer.h"
+#include "platform/cfgstore.h"
+#include "platform/swp.h"
 #include "show/show.h"
-#include "task/register.h"
-#include "task/swpq.h"
 #include "task/msg.h"
 #include "task/msgtypes.h"
 #include "task/pools.h"
+#include "task/register.h"
+#include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
 

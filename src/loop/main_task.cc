@@ -8,19 +8,19 @@
 
 #include "agent/agent.h"
 #include "agent/pending.h"
+#include "config/config.h"
+#include "ifm/ifm.h"
+#include "loop/loop.h"
+#include "peer/peer.h"
 #include "platform/chassis.h"
 #include "platform/evtlog.h"
 #include "platform/ipc.h"
 #include "platform/swp.h"
 #include "ringdb/records.h"
-#include "config/config.h"
-#include "ifm/ifm.h"
-#include "loop/loop.h"
-#include "peer/peer.h"
 #include "show/show.h"
+#include "task/pools.h"
 #include "task/register.h"
 #include "task/swpq.h"
-#include "task/pools.h"
 #include "task/tcb.h"
 #include "task/trace.h"
 
@@ -32,7 +32,9 @@ constexpr int kSelectWidth = 2048;
 
 }  // namespace
 
-int vornTaskExit() { return 0; }
+int vornTaskExit() {
+    return 0;
+}
 
 int vornInitGlobals() {
     gVornActiveLineCards.fill(0);
@@ -118,7 +120,9 @@ int vornMainLoopPass(long timeoutUsec) {
     }
     timeval timeout{0, timeoutUsec};
     int n = select(std::min(kSelectWidth, FD_SETSIZE), &readSet, nullptr, nullptr, &timeout);
-    auto ready = [&readSet](int fd) { return fd >= 0 && fd < FD_SETSIZE && FD_ISSET(fd, &readSet); };
+    auto ready = [&readSet](int fd) {
+        return fd >= 0 && fd < FD_SETSIZE && FD_ISSET(fd, &readSet);
+    };
     if (n > 0) {
         if (ready(reqFd)) {
             VORN_DBG("%s: Msg on Request Q \r\n", "vornMainThr");

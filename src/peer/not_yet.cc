@@ -2,15 +2,25 @@
 // nothing to start, no link socket and no interface is the inter-chassis link; every entry
 // that would act for the feature refuses.
 
+#include "task/not_yet.h"
 #include "peer/peer.h"
 #include "platform/chassis.h"
-#include "task/not_yet.h"
 
-int vornZilPeerStatusChg(uint8_t*) { return vornNotBuiltYet("vornZilPeerStatusChg"); }
-int vornProcessZilPeerMsg() { return vornNotBuiltYet("vornProcessZilPeerMsg"); }
-int vornZilInit() { return qelIsZilEnabled() != 0 ? vornNotBuiltYet("vornZilInit") : 0; }
-int vornZilPeerRegRetryAndFlushTxBuf() { return 0; }
-int vornZilIclSocket() { return -1; }
+int vornZilPeerStatusChg(uint8_t*) {
+    return vornNotBuiltYet("vornZilPeerStatusChg");
+}
+int vornProcessZilPeerMsg() {
+    return vornNotBuiltYet("vornProcessZilPeerMsg");
+}
+int vornZilInit() {
+    return qelIsZilEnabled() != 0 ? vornNotBuiltYet("vornZilInit") : 0;
+}
+int vornZilPeerRegRetryAndFlushTxBuf() {
+    return 0;
+}
+int vornZilIclSocket() {
+    return -1;
+}
 int vornZilProcIclLagAssoc(uint32_t, uint32_t) {
     return vornNotBuiltYet("vornZilProcIclLagAssoc");
 }

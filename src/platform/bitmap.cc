@@ -73,10 +73,10 @@ int convertVlanBitMap2VlanString(std::span<const uint8_t> bmp, char* out, size_t
             next = GET_NEXT_BIT_BITMAP(bmp, nbits, last);
         }
         char entry[16];
-        int n = (last == first) ? std::snprintf(entry, sizeof entry, "%s%u", used ? "," : "",
-                                                unsigned{first})
-                                : std::snprintf(entry, sizeof entry, "%s%u-%u", used ? "," : "",
-                                                unsigned{first}, last);
+        int n = (last == first)
+                    ? std::snprintf(entry, sizeof entry, "%s%u", used ? "," : "", unsigned{first})
+                    : std::snprintf(entry, sizeof entry, "%s%u-%u", used ? "," : "",
+                                    unsigned{first}, last);
         if (used + static_cast<size_t>(n) + 1 > len) break;
         std::memcpy(out + used, entry, static_cast<size_t>(n) + 1);
         used += static_cast<size_t>(n);

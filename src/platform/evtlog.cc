@@ -66,8 +66,9 @@ void eventLogLine(const char* facility, int severity, const char* text) {
     localtime_r(&ts.tv_sec, &tmv);
     char stamp[40];
     std::strftime(stamp, sizeof(stamp), "%Y-%m-%d %H:%M:%S", &tmv);
-    std::string line = std::string(stamp) + "." + std::to_string(ts.tv_nsec / 1000000 + 1000).substr(1) +
-                       " %" + facility + "-" + std::to_string(severity) + ": " + text + "\n";
+    std::string line = std::string(stamp) + "." +
+                       std::to_string(ts.tv_nsec / 1000000 + 1000).substr(1) + " %" + facility +
+                       "-" + std::to_string(severity) + ": " + text + "\n";
     std::string path = options().rundir + "/events.log";
     // The log stays open between lines; it is opened again when the run directory changes
     // or the file was removed under it.
@@ -130,8 +131,8 @@ int qelSysErr(QelKey evLogKey, uint32_t eventId, ...) {
         const char* ifName = va_arg(ap, const char*);
         const char* state = va_arg(ap, const char*);
         int ringId = va_arg(ap, int);
-        std::snprintf(text, sizeof(text), "PORTSTATE: Ring %d: %s interface %s is now %s",
-                      ringId, side ? side : "?", ifName ? ifName : "?", state ? state : "?");
+        std::snprintf(text, sizeof(text), "PORTSTATE: Ring %d: %s interface %s is now %s", ringId,
+                      side ? side : "?", ifName ? ifName : "?", state ? state : "?");
     } else {
         std::snprintf(text, sizeof(text), "EVENT: platform event 0x%06x raised", eventId);
     }
@@ -160,8 +161,7 @@ int evhExchange(QelKey evLogKey, int op, const std::vector<uint32_t>& ids) {
     w.u32(64, static_cast<uint32_t>(op));
     w.u32(68, static_cast<uint32_t>(ids.size()));
     for (size_t i = 0; i < ids.size(); ++i) w.u32(72 + 4 * i, ids[i]);
-    if (qelIpcSendWait(ipcKey, msg.data(), static_cast<int>(len), 10, evt::kMtEvhSubscribe,
-                       0) != 0)
+    if (qelIpcSendWait(ipcKey, msg.data(), static_cast<int>(len), 10, evt::kMtEvhSubscribe, 0) != 0)
         return -1;
     return be::Reader(msg.data(), len).i32(60);
 }

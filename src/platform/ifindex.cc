@@ -87,11 +87,17 @@ char* formatName(uint32_t ifIndex, char* out, size_t len, bool longForm) {
 
 }  // namespace
 
-uint32_t ifmIfIndexToIfType(uint32_t ifIndex) { return ifIndex >> 24; }
+uint32_t ifmIfIndexToIfType(uint32_t ifIndex) {
+    return ifIndex >> 24;
+}
 
-uint32_t ifmIfIndexToSlotId(uint32_t ifIndex) { return (ifIndex >> 16) & 0xFF; }
+uint32_t ifmIfIndexToSlotId(uint32_t ifIndex) {
+    return (ifIndex >> 16) & 0xFF;
+}
 
-uint32_t ifmIfIndexToPortId(uint32_t ifIndex) { return (ifIndex >> 8) & 0xFF; }
+uint32_t ifmIfIndexToPortId(uint32_t ifIndex) {
+    return (ifIndex >> 8) & 0xFF;
+}
 
 uint32_t ifmIfIndexToIfNum(uint32_t ifIndex) {
     uint32_t type = ifIndex >> 24;
@@ -135,9 +141,13 @@ int ifmVlanIfListGetNextIfIndex(std::span<const uint8_t> list, uint32_t* cursor,
     return 0;
 }
 
-IfmPhysLagIfList* ifmPhysLagIfListInit() { return new (std::nothrow) IfmPhysLagIfList(); }
+IfmPhysLagIfList* ifmPhysLagIfListInit() {
+    return new (std::nothrow) IfmPhysLagIfList();
+}
 
-void ifmPhysLagIfListFree(IfmPhysLagIfList* list) { delete list; }
+void ifmPhysLagIfListFree(IfmPhysLagIfList* list) {
+    delete list;
+}
 
 int ifmPhysLagIfListAddIfIndex(IfmPhysLagIfList* list, uint32_t ifIndex) {
     if (list == nullptr || !isPhysOrLag(ifIndex)) return -1;

@@ -37,8 +37,7 @@ char* ifmIfIndexToLName(uint32_t ifIndex, char* out, size_t len);
 // Walks the VLAN-interface list of IFM record type 42 (u32 count n, then n u32 VLAN
 // ifIndexes) held in `list`. *cursor starts at 0. Returns 0 and the next ifIndex, or -1 at
 // the end of the list, also when the count claims more entries than `list` holds.
-int ifmVlanIfListGetNextIfIndex(std::span<const uint8_t> list, uint32_t* cursor,
-                                uint32_t* ifIndex);
+int ifmVlanIfListGetNextIfIndex(std::span<const uint8_t> list, uint32_t* cursor, uint32_t* ifIndex);
 
 // A set of physical and LAG ifIndexes, kept in ascending order.
 struct IfmPhysLagIfList;

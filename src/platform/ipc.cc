@@ -58,8 +58,8 @@ Registry& reg() {
 }
 
 struct AtomicStats {
-    std::atomic<uint64_t> sent{0}, sendFailed{0}, received{0}, droppedShort{0},
-        droppedMagic{0}, droppedLength{0}, droppedStaleReply{0}, shellRequests{0};
+    std::atomic<uint64_t> sent{0}, sendFailed{0}, received{0}, droppedShort{0}, droppedMagic{0},
+        droppedLength{0}, droppedStaleReply{0}, shellRequests{0};
 };
 AtomicStats& stats() {
     static AtomicStats s;
@@ -144,8 +144,7 @@ void stampHeader(void* buf, size_t len, bool reply) {
     w.u32(ipc::kOffW28, 0);
 }
 
-int sendToAddr(int fd, const sockaddr_un& addr, socklen_t alen, void* buf, size_t len,
-               bool reply) {
+int sendToAddr(int fd, const sockaddr_un& addr, socklen_t alen, void* buf, size_t len, bool reply) {
     if (len < ipc::kHdrLen || len > ipc::kMaxMsgLen) {
         stats().sendFailed++;
         errno = EMSGSIZE;
@@ -167,8 +166,8 @@ int sendToAddr(int fd, const sockaddr_un& addr, socklen_t alen, void* buf, size_
 }  // namespace
 
 std::string queuePath(int service, int instance, int kind) {
-    return options().rundir + "/" + std::to_string(service) + "." + std::to_string(instance) +
-           "." + std::to_string(kind);
+    return options().rundir + "/" + std::to_string(service) + "." + std::to_string(instance) + "." +
+           std::to_string(kind);
 }
 
 std::string queuePath(uint32_t queueId) {
@@ -220,15 +219,16 @@ int routeSend(int fd, void* buf, size_t len) {
     if (kind == ipc::kKindSwpSource || kind == 0) kind = ipc::kKindRequest;
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
-    int n = std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s/%d.%d.%d",
-                          options().rundir.c_str(), ipc::queueService(target),
-                          ipc::queueInstance(target), kind);
+    int n =
+        std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s/%d.%d.%d", options().rundir.c_str(),
+                      ipc::queueService(target), ipc::queueInstance(target), kind);
     if (n < 0 || static_cast<size_t>(n) >= sizeof(addr.sun_path)) {
         stats().sendFailed++;
         errno = ENAMETOOLONG;
         return -1;
     }
-    auto alen = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + static_cast<size_t>(n) + 1);
+    auto alen =
+        static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + static_cast<size_t>(n) + 1);
     return sendToAddr(fd, addr, alen, buf, len, false);
 }
 
@@ -263,8 +263,8 @@ int resolveSocket(long qfdOrKey) {
 }
 
 int msLeft(std::chrono::steady_clock::time_point deadline) {
-    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline -
-                                                              std::chrono::steady_clock::now());
+    auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     return left.count() > 0 ? static_cast<int>(left.count()) : 0;
 }
 
@@ -318,9 +318,9 @@ int recvValidated(int fd, void* buf, size_t len, int timeoutMs) {
     }
 }
 
-void countStaleReply() { stats().droppedStaleReply++; }
-
-
+void countStaleReply() {
+    stats().droppedStaleReply++;
+}
 
 void serveShellFor(int ms) {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
@@ -370,17 +370,22 @@ void unlinkAllSockets() {
     for (const auto& [fd, info] : r.sockets) unlink(info.path.c_str());
 }
 
-void enableShellService(bool on) { gShellService = on; }
-bool shellServiceEnabled() { return gShellService; }
+void enableShellService(bool on) {
+    gShellService = on;
+}
+bool shellServiceEnabled() {
+    return gShellService;
+}
 
 IpcStats ipcStats() {
     AtomicStats& s = stats();
-    return IpcStats{s.sent,          s.sendFailed,    s.received,
-                    s.droppedShort,  s.droppedMagic,  s.droppedLength,
-                    s.droppedStaleReply, s.shellRequests};
+    return IpcStats{s.sent,         s.sendFailed,    s.received,          s.droppedShort,
+                    s.droppedMagic, s.droppedLength, s.droppedStaleReply, s.shellRequests};
 }
 
-void countShellRequest() { stats().shellRequests++; }
+void countShellRequest() {
+    stats().shellRequests++;
+}
 
 void printIpcStats() {
     IpcStats s = ipcStats();
@@ -391,8 +396,7 @@ void printIpcStats() {
     std::printf("  dropped, too short      : %llu\r\n", (unsigned long long)s.droppedShort);
     std::printf("  dropped, bad magic      : %llu\r\n", (unsigned long long)s.droppedMagic);
     std::printf("  dropped, bad length     : %llu\r\n", (unsigned long long)s.droppedLength);
-    std::printf("  dropped, stale reply    : %llu\r\n",
-                (unsigned long long)s.droppedStaleReply);
+    std::printf("  dropped, stale reply    : %llu\r\n", (unsigned long long)s.droppedStaleReply);
     std::printf("  shell requests          : %llu\r\n", (unsigned long long)s.shellRequests);
 }
 
@@ -461,10 +465,18 @@ int endpointFd(QelKey key, int host::Endpoint::*field) {
 }
 }  // namespace
 
-int Key_getReqQueue(QelKey ipcKey) { return endpointFd(ipcKey, &host::Endpoint::reqFd); }
-int Key_getTmrQueue(QelKey ipcKey) { return endpointFd(ipcKey, &host::Endpoint::tmrFd); }
-int Key_getReplySocket(QelKey ipcKey) { return endpointFd(ipcKey, &host::Endpoint::replyFd); }
-int Key_getSocketFd(int qfd) { return qfd; }
+int Key_getReqQueue(QelKey ipcKey) {
+    return endpointFd(ipcKey, &host::Endpoint::reqFd);
+}
+int Key_getTmrQueue(QelKey ipcKey) {
+    return endpointFd(ipcKey, &host::Endpoint::tmrFd);
+}
+int Key_getReplySocket(QelKey ipcKey) {
+    return endpointFd(ipcKey, &host::Endpoint::replyFd);
+}
+int Key_getSocketFd(int qfd) {
+    return qfd;
+}
 
 namespace {
 // Receives one message and serves it here when it is a debug-shell line.
@@ -483,7 +495,9 @@ int receive(int qfd, void* buf, int len, int timeoutMs) {
 }
 }  // namespace
 
-int qelIpcRecv(int qfd, void* buf, int len, int, int, int) { return receive(qfd, buf, len, 0); }
+int qelIpcRecv(int qfd, void* buf, int len, int, int, int) {
+    return receive(qfd, buf, len, 0);
+}
 
 int qelIpcRecvWait(int qfd, void* buf, int len, int timeoutMs) {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
@@ -553,4 +567,6 @@ uint32_t qel_tmeGetPeerIpAddrByName(int service, int instance, uint32_t* out) {
     return addr;
 }
 
-uint32_t qel_sysGetIpAddr() { return ipc::kLoopbackAddr; }
+uint32_t qel_sysGetIpAddr() {
+    return ipc::kLoopbackAddr;
+}

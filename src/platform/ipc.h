@@ -68,9 +68,15 @@ constexpr uint32_t queueId(int service, int instance, int kind) {
     return (static_cast<uint32_t>(service) << 20) | (static_cast<uint32_t>(instance) << 4) |
            static_cast<uint32_t>(kind);
 }
-constexpr int queueService(uint32_t id) { return static_cast<int>(id >> 20); }
-constexpr int queueInstance(uint32_t id) { return static_cast<int>((id >> 4) & 0xFFFF); }
-constexpr int queueKind(uint32_t id) { return static_cast<int>(id & 0xF); }
+constexpr int queueService(uint32_t id) {
+    return static_cast<int>(id >> 20);
+}
+constexpr int queueInstance(uint32_t id) {
+    return static_cast<int>((id >> 4) & 0xFFFF);
+}
+constexpr int queueKind(uint32_t id) {
+    return static_cast<int>(id & 0xF);
+}
 
 inline constexpr uint32_t kLoopbackAddr = 0x7F000001;
 inline constexpr uint32_t kCardAddrBase = 0x7F000100;
@@ -142,10 +148,10 @@ uint32_t qel_sysGetIpAddr();
 namespace vorn::host {
 
 struct Options {
-    std::string rundir;       // every socket and file of the chassis lives here
-    uint32_t cards = 0x3;     // bit s set: a card is present in slot s
-    bool standby = false;     // qelHaIsPrimaryRpm() returns 0
-    bool peerPair = false;    // qelIsZilEnabled() returns 1
+    std::string rundir;     // every socket and file of the chassis lives here
+    uint32_t cards = 0x3;   // bit s set: a card is present in slot s
+    bool standby = false;   // qelHaIsPrimaryRpm() returns 0
+    bool peerPair = false;  // qelIsZilEnabled() returns 1
 };
 
 // The options in force (after QEL_NbsdpInit, or as set by setRunDir).
@@ -176,9 +182,9 @@ struct IpcStats {
     uint64_t sent = 0;
     uint64_t sendFailed = 0;
     uint64_t received = 0;
-    uint64_t droppedShort = 0;     // shorter than the header
-    uint64_t droppedMagic = 0;     // wrong magic
-    uint64_t droppedLength = 0;    // length word differs from the datagram
+    uint64_t droppedShort = 0;       // shorter than the header
+    uint64_t droppedMagic = 0;       // wrong magic
+    uint64_t droppedLength = 0;      // length word differs from the datagram
     uint64_t droppedStaleReply = 0;  // send-and-wait: reply of another exchange
     uint64_t shellRequests = 0;
 };
@@ -187,7 +193,6 @@ void printIpcStats();  // the qelIpcStats shell command
 
 // Closes every endpoint, forgets every key and resets the statistics (tests only).
 void resetIpcForTest();
-
 
 // The clean stop on SIGTERM and SIGINT (set up by QEL_NbsdpInit). The signal only makes
 // stopEventFd() readable (-1 before the set-up); the program's own thread, between two

@@ -2,9 +2,9 @@
 // Not for the manager's code, which speaks only the platform calls of ipc.h.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <chrono>
 #include <string>
 
 namespace vorn::host {

@@ -134,8 +134,7 @@ vorn::host::MemClassStats toStats(const Row& r) {
 
 }  // namespace
 
-int qelMC_qel_memPartVarInit(uint32_t partId, int instance, const uint32_t* classSizes,
-                             int count) {
+int qelMC_qel_memPartVarInit(uint32_t partId, int instance, const uint32_t* classSizes, int count) {
     if (classSizes == nullptr || count <= 0) return -1;
     std::vector<uint32_t> sizes(classSizes, classSizes + count);
     std::sort(sizes.begin(), sizes.end());
@@ -183,8 +182,8 @@ int qelMC_M_memPoolCreate(const char* name, uint32_t poolId, int flags, uint32_t
     return 0;
 }
 
-void* qelMC_M_memBlockAlloc(const char* file, int line, int tag, uint32_t size,
-                            uint32_t poolId, int, int) {
+void* qelMC_M_memBlockAlloc(const char* file, int line, int tag, uint32_t size, uint32_t poolId,
+                            int, int) {
     MemState& s = state();
     std::lock_guard<std::mutex> lock(s.mu);
     auto it = s.pools.find(poolId);
@@ -201,8 +200,8 @@ int qelMC_M_memBlockFree(const char* file, int line, void* block) {
     return freeBlock(Kind::kFixed, block);
 }
 
-void* qelMC_M_memBlockVarAlloc(const char* file, int line, int tag, uint32_t size,
-                               uint32_t partId, int instance, int) {
+void* qelMC_M_memBlockVarAlloc(const char* file, int line, int tag, uint32_t size, uint32_t partId,
+                               int instance, int) {
     MemState& s = state();
     std::lock_guard<std::mutex> lock(s.mu);
     auto it = s.vars.find(partId);
@@ -227,7 +226,9 @@ void* qelMC_M_sysMalloc(const char* file, int line, uint32_t size) {
     return allocFrom(s, s.heap, Kind::kSys, size);
 }
 
-int qelMC_M_sysMemfree(const char* file, int line, void* p) { return freeBlock(Kind::kSys, p); }
+int qelMC_M_sysMemfree(const char* file, int line, void* p) {
+    return freeBlock(Kind::kSys, p);
+}
 
 int M_memPoolFree(const char* file, int line, uint32_t poolId, int) {
     MemState& s = state();
@@ -280,9 +281,8 @@ std::vector<MemClassStats> memStats() {
 void memFailNextForTest(uint32_t id, uint32_t classSize, int count) {
     MemState& s = state();
     std::lock_guard<std::mutex> lock(s.mu);
-    std::erase_if(s.injections, [&](const Injection& i) {
-        return i.id == id && i.classSize == classSize;
-    });
+    std::erase_if(s.injections,
+                  [&](const Injection& i) { return i.id == id && i.classSize == classSize; });
     if (count > 0) s.injections.push_back({id, classSize, count});
 }
 

@@ -11,15 +11,14 @@
 #include <string>
 #include <vector>
 
-int qelMC_qel_memPartVarInit(uint32_t partId, int instance, const uint32_t* classSizes,
-                             int count);
+int qelMC_qel_memPartVarInit(uint32_t partId, int instance, const uint32_t* classSizes, int count);
 int qel_memPartFixedInit(uint32_t firstPoolId, uint32_t endPoolId, int instance);
 int qelMC_M_memPoolCreate(const char* name, uint32_t poolId, int flags, uint32_t blockSize);
-void* qelMC_M_memBlockAlloc(const char* file, int line, int tag, uint32_t size,
-                            uint32_t poolId, int, int);
+void* qelMC_M_memBlockAlloc(const char* file, int line, int tag, uint32_t size, uint32_t poolId,
+                            int, int);
 int qelMC_M_memBlockFree(const char* file, int line, void* block);
-void* qelMC_M_memBlockVarAlloc(const char* file, int line, int tag, uint32_t size,
-                               uint32_t partId, int instance, int);
+void* qelMC_M_memBlockVarAlloc(const char* file, int line, int tag, uint32_t size, uint32_t partId,
+                               int instance, int);
 int qelMC_M_memBlockVarFree(const char* file, int line, void* buffer);
 void* qelMC_M_sysMalloc(const char* file, int line, uint32_t size);
 int qelMC_M_sysMemfree(const char* file, int line, void* p);
@@ -30,9 +29,9 @@ void qelMemShow();
 namespace vorn::host {
 
 struct MemClassStats {
-    std::string pool;     // pool name, or "var 0x530000" for a variable partition
-    uint32_t id = 0;      // pool or partition id
-    uint32_t size = 0;    // block size of the class
+    std::string pool;   // pool name, or "var 0x530000" for a variable partition
+    uint32_t id = 0;    // pool or partition id
+    uint32_t size = 0;  // block size of the class
     uint64_t inUse = 0;
     uint64_t peak = 0;
     uint64_t total = 0;

@@ -26,8 +26,7 @@ void registerFunction(const std::string& name, Fn fn, const std::string& help = 
 // Adapters for plain functions of up to three integer arguments (missing ones are 0).
 void registerFunction(const std::string& name, int (*fn)(), const std::string& help = {});
 void registerFunction(const std::string& name, int (*fn)(int), const std::string& help = {});
-void registerFunction(const std::string& name, int (*fn)(int, int),
-                      const std::string& help = {});
+void registerFunction(const std::string& name, int (*fn)(int, int), const std::string& help = {});
 void registerFunction(const std::string& name, int (*fn)(int, int, int),
                       const std::string& help = {});
 void registerFunction(const std::string& name, void (*fn)(), const std::string& help = {});

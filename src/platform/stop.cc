@@ -45,7 +45,9 @@ void installCleanExit() {
     });
 }
 
-int stopEventFd() { return gStopPipe[0]; }
+int stopEventFd() {
+    return gStopPipe[0];
+}
 
 bool stopRequested() {
     if (gStopPipe[0] < 0) return false;

@@ -46,7 +46,9 @@ constexpr uint32_t kLaterAcksBeforeRetransmit = 3;
 constexpr uint32_t kTimeoutsBeforeError = 3;
 
 // True when sequence number a is b or comes after it, allowing for wrap-around.
-bool seqAtOrAfter(uint32_t a, uint32_t b) { return static_cast<int32_t>(a - b) >= 0; }
+bool seqAtOrAfter(uint32_t a, uint32_t b) {
+    return static_cast<int32_t>(a - b) >= 0;
+}
 
 // Owns one descriptor and closes it once.
 class Fd {
@@ -103,9 +105,9 @@ struct Queue {
     bool synced = false;
     std::deque<Message> outstanding;  // in sequence order; removal may leave gaps
     std::deque<Message> held;         // waiting for a window place, in order
-    uint32_t timeoutsInARow = 0;  // reset by any acknowledgement of this epoch
-    bool resendServed = false;    // lastResendSeq and lastResendAt hold a served request
-    bool resendDeferred = false;  // a repeat of it came within the guard time
+    uint32_t timeoutsInARow = 0;      // reset by any acknowledgement of this epoch
+    bool resendServed = false;        // lastResendSeq and lastResendAt hold a served request
+    bool resendDeferred = false;      // a repeat of it came within the guard time
     uint32_t lastResendSeq = 0;
     Clock::time_point lastResendAt{};
     uint64_t sent = 0;           // first transmissions
@@ -147,7 +149,7 @@ struct Deferred {
 
 struct Registry {
     std::mutex mu;
-    std::map<int, std::unique_ptr<Pipe>> pipes;       // by timer descriptor
+    std::map<int, std::unique_ptr<Pipe>> pipes;         // by timer descriptor
     std::map<uint32_t, std::unique_ptr<Queue>> queues;  // by handle
     uint32_t nextHandle = 1;
 };
@@ -169,19 +171,19 @@ uint64_t mix64(uint64_t x) {
 // receiver sees a restarted sender's queue as a new stream even under the same handle.
 uint32_t initialEpoch(uint32_t handle) {
     static const uint64_t seed =
-        mix64(static_cast<uint64_t>(
-                  std::chrono::system_clock::now().time_since_epoch().count()) ^
+        mix64(static_cast<uint64_t>(std::chrono::system_clock::now().time_since_epoch().count()) ^
               (static_cast<uint64_t>(getpid()) << 32));
     uint32_t e = static_cast<uint32_t>(mix64(seed + handle));
     return e == 0 ? 1 : e;
 }
 
-uint32_t nextEpoch(uint32_t epoch) { return epoch + 1 == 0 ? 1 : epoch + 1; }
+uint32_t nextEpoch(uint32_t epoch) {
+    return epoch + 1 == 0 ? 1 : epoch + 1;
+}
 
 // Writes a control message (acknowledgement, resend request or time-out notice): the IPC
 // header with mtype and length, and an SWP header naming stream, epoch and sequence.
-std::vector<uint8_t> controlMessage(uint32_t mtype, uint32_t seq, uint32_t stream,
-                                    uint32_t epoch) {
+std::vector<uint8_t> controlMessage(uint32_t mtype, uint32_t seq, uint32_t stream, uint32_t epoch) {
     std::vector<uint8_t> msg(swp::kCtrlMsgLen, 0);
     be::Writer w(msg.data(), msg.size());
     w.u32(ipc::kOffMlen, static_cast<uint32_t>(swp::kCtrlMsgLen));
@@ -216,8 +218,7 @@ bool parseSwp(const void* msg, SwpHeader* out) {
 }
 
 // Queues a (re)transmission of m from its queue, from a copy of its buffer.
-void transmit(Queue& q, Message& m, bool retransmission, Clock::time_point now,
-              Deferred* work) {
+void transmit(Queue& q, Message& m, bool retransmission, Clock::time_point now, Deferred* work) {
     be::Writer w(m.buffer, m.len);
     w.u32(swp::kOffFlags, retransmission ? swp::kFlagRetransmission : 0);
     const auto* p = static_cast<const uint8_t*>(m.buffer);
@@ -317,9 +318,9 @@ void serveDeferredResend(Queue& q, Clock::time_point now, Deferred* work) {
 void checkTimeout(Queue& q, Clock::time_point now, Deferred* work) {
     // A message's wait starts at its last transmission, so an acknowledgement of the
     // oldest does not make the younger ones time out at once.
-    auto oldest = std::min_element(
-        q.outstanding.begin(), q.outstanding.end(),
-        [](const Message& a, const Message& b) { return a.sentAt < b.sentAt; });
+    auto oldest =
+        std::min_element(q.outstanding.begin(), q.outstanding.end(),
+                         [](const Message& a, const Message& b) { return a.sentAt < b.sentAt; });
     if (oldest == q.outstanding.end() || now - oldest->sentAt < q.rto) return;
     for (Message& m : q.outstanding) transmit(q, m, true, now, work);
     if (++q.timeoutsInARow != kTimeoutsBeforeError) return;
@@ -417,8 +418,7 @@ int qelSwpReadPipe(int pipefd) {
 int qelSwpQueueCreateQs(QelKey /*evLogKey*/, int, int window, int rto, int ownService,
                         int ownInstance, QelKey ipcKey, int peerService, int peerInstance,
                         uint32_t /*srcQueueId*/, int, int, QelSwpAllocFn /*alloc*/, int,
-                        QelSwpFreeFn release, QelSwpErrFn onError, uint32_t* handle,
-                        int pipefd) {
+                        QelSwpFreeFn release, QelSwpErrFn onError, uint32_t* handle, int pipefd) {
     if (handle == nullptr || window < 1 || rto < 1 || Key_getReqQueue(ipcKey) < 0) return -1;
     // Checked before the registry is locked: it makes a socket and connects.
     if (!host::endpointAlive(host::queuePath(peerService, peerInstance, ipc::kKindRequest)))

@@ -49,10 +49,10 @@ using QelSwpErrFn = void (*)(void* queue, int errCode);
 
 // What qelSwpGetQueueCtrlBlock shows of a queue.
 struct QelSwpQueueCtrlBlock {
-    long hdl;              // the queue's handle (also its stream id)
+    long hdl;  // the queue's handle (also its stream id)
     int peerService;
     int peerInstance;
-    uint32_t nextSeq;      // sequence number of the next new message
+    uint32_t nextSeq;  // sequence number of the next new message
     uint32_t epoch;
     uint32_t outstanding;  // messages sent and not yet acknowledged
     uint32_t held;         // messages waiting for a window place
@@ -71,11 +71,10 @@ int qelSwpReadPipe(int pipefd);
 // Creates a sender queue. window: messages in flight; rto: retransmission time-out in
 // units of 100 ms. Fills *handle (non-zero) and returns 0; returns 4 when the peer's
 // request queue does not exist, -1 on bad arguments.
-int qelSwpQueueCreateQs(QelKey evLogKey, int, int window, int rto, int ownService,
-                        int ownInstance, QelKey ipcKey, int peerService, int peerInstance,
-                        uint32_t srcQueueId, int, int, QelSwpAllocFn alloc, int,
-                        QelSwpFreeFn release, QelSwpErrFn onError, uint32_t* handle,
-                        int pipefd);
+int qelSwpQueueCreateQs(QelKey evLogKey, int, int window, int rto, int ownService, int ownInstance,
+                        QelKey ipcKey, int peerService, int peerInstance, uint32_t srcQueueId, int,
+                        int, QelSwpAllocFn alloc, int, QelSwpFreeFn release, QelSwpErrFn onError,
+                        uint32_t* handle, int pipefd);
 // Frees every outstanding and held buffer through the releaser, restarts numbering at 1
 // and changes the epoch. Returns 0, or -1 for an unknown handle.
 int qelSwpQueueFlush(uint32_t handle);

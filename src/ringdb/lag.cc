@@ -30,8 +30,7 @@ bool vornLagResolve(const uint8_t* rec, size_t len, const char* caller, LagChang
     uint32_t lagIfIndex = r.u32(0);
     uint32_t memberIfIndex = r.u32(4);
     if (!r.ok()) {
-        VORN_ERR("%s: LAG member record of %zu bytes is too short, dropped\r\n", caller,
-                 r.size());
+        VORN_ERR("%s: LAG member record of %zu bytes is too short, dropped\r\n", caller, r.size());
         return false;
     }
     c->lagNum = vornPortNumOf(lagIfIndex);
@@ -41,9 +40,10 @@ bool vornLagResolve(const uint8_t* rec, size_t len, const char* caller, LagChang
     c->member = vornGetPort(c->memberNum);
     if (c->lag == nullptr || c->lag->pLagPortList == nullptr || c->member == nullptr) {
         const void* list = c->lag != nullptr ? c->lag->pLagPortList : nullptr;
-        VORN_DBG("%s(): Invalid params: pLag = %p, pLag->lagPortList = %p, "
-                 "pMemberPort = 0x%x\r\n",
-                 caller, static_cast<const void*>(c->lag), list, c->memberNum);
+        VORN_DBG(
+            "%s(): Invalid params: pLag = %p, pLag->lagPortList = %p, "
+            "pMemberPort = 0x%x\r\n",
+            caller, static_cast<const void*>(c->lag), list, c->memberNum);
         return false;
     }
     return true;
@@ -63,8 +63,8 @@ int vornLagInsertMember(const uint8_t* rec, size_t len, const char* caller) {
 
     auto slot = std::find(list.members.begin(), list.members.end(), uint16_t{0});
     if (slot == list.members.end()) {
-        VORN_DBG("%s: LAG member ports limit exceeded. Lag = %d, Port = %d\r\n", caller,
-                 c.lagNum, c.memberNum);
+        VORN_DBG("%s: LAG member ports limit exceeded. Lag = %d, Port = %d\r\n", caller, c.lagNum,
+                 c.memberNum);
         return -1;
     }
     // A repeated notification adds the port a second time; IFM does not send one.

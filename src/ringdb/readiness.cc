@@ -11,19 +11,19 @@ int vornRingIsReady(uint16_t u2RingId) {
         VORN_DBG("%s (): Unknown Ring %d\r\n", __func__, u2RingId);
         return 0;
     }
-    VORN_DBG("%s(): Ring: %d, Flags: 0x%x, PriPort: %d, SecPort: %d, PriTagged: %d, "
-             "SecTagged: %d, PriOwned: %d, SecOwned: %d, SecReady: %d\r\n",
-             __func__, ring->u2RingId, ring->u4Flags, ring->u2PriPortNum, ring->u2SecPortNum,
-             ring->isPriTagged, ring->isSecTagged, ring->isPriOwned, ring->isSecOwned,
-             ring->isSecReady);
+    VORN_DBG(
+        "%s(): Ring: %d, Flags: 0x%x, PriPort: %d, SecPort: %d, PriTagged: %d, "
+        "SecTagged: %d, PriOwned: %d, SecOwned: %d, SecReady: %d\r\n",
+        __func__, ring->u2RingId, ring->u4Flags, ring->u2PriPortNum, ring->u2SecPortNum,
+        ring->isPriTagged, ring->isSecTagged, ring->isPriOwned, ring->isSecOwned, ring->isSecReady);
 
     if ((ring->u4Flags & VORN_RING_CFG_MANDATORY) < VORN_RING_CFG_MANDATORY) {
         VORN_PUTS(vornDbgPrint, "Ring is NOT ready. Mandatory flags not set.\r");
         return 0;
     }
     if (vornGetVlan(ring->u2CtrlVlanId) == nullptr) {
-        VORN_DBG("%s (): Ring %d, Control Vlan not created. Vlan = %d \r\n", __func__,
-                 u2RingId, ring->u2CtrlVlanId);
+        VORN_DBG("%s (): Ring %d, Control Vlan not created. Vlan = %d \r\n", __func__, u2RingId,
+                 ring->u2CtrlVlanId);
         return 0;
     }
     if (ring->isPriTagged == 0 || ring->isSecTagged == 0) {

@@ -46,8 +46,8 @@ VornPortEntry* vornCreatePortEntry(uint32_t u4IfIndex, uint32_t u4Creator) {
     uint16_t portNum = vornPortNumOf(u4IfIndex);
     VORN_DBG("%s: u2PortNum %d \r\n", __func__, portNum);
     if (!vornIsValidPortNum(portNum)) {
-        VORN_ERR("%s: port number %d of ifIndex 0x%x out of range, no record made\r\n",
-                 __func__, portNum, u4IfIndex);
+        VORN_ERR("%s: port number %d of ifIndex 0x%x out of range, no record made\r\n", __func__,
+                 portNum, u4IfIndex);
         return nullptr;
     }
     auto* port = vornMakeRecord<VornPortEntry>(
@@ -59,8 +59,7 @@ VornPortEntry* vornCreatePortEntry(uint32_t u4IfIndex, uint32_t u4Creator) {
     }
     if (ifmIfIndexToIfType(u4IfIndex) == vorn::ifm::kTypeLag) {
         VORN_DBG("%s: LAG %d \r\n", __func__, portNum);
-        port->pLagPortList =
-            vornMakeRecord<VornLagPortList>(vornVarPoolMalloc(VORN_LAG_LIST_SIZE));
+        port->pLagPortList = vornMakeRecord<VornLagPortList>(vornVarPoolMalloc(VORN_LAG_LIST_SIZE));
         if (port->pLagPortList == nullptr) {
             // The port block stays taken and unrecorded; that is how the manager has
             // always behaved on this path.
@@ -137,7 +136,9 @@ void halVornDelStgInst(VornRingEntry* ring) {
     ring->u2StgInst = 0;
 }
 
-uint32_t vornUtilGenerateVlanHash(const VornVlanBmap& /*memberVlanBmap*/) { return 0; }
+uint32_t vornUtilGenerateVlanHash(const VornVlanBmap& /*memberVlanBmap*/) {
+    return 0;
+}
 
 void vornBMapToArray(int32_t i4Value, std::array<char, VORN_BMAP_DIGITS>& digits,
                      uint32_t* pu4Count) {

@@ -10,8 +10,8 @@
 #include <new>
 #include <type_traits>
 
-#include "task/pools.h"
 #include "platform/limits.h"
+#include "task/pools.h"
 
 inline constexpr uint16_t VORN_MIN_RING_ID = vorn::limits::kMinRingId;
 inline constexpr uint16_t VORN_MAX_RING_ID = vorn::limits::kMaxRingId;
@@ -81,57 +81,57 @@ struct VornRingEntry {
     uint16_t u2SecPortNum;       // port number of the secondary interface
     uint32_t u4CtrlVlanIfIndex;  // interface index of the control VLAN
     uint16_t u2CtrlVlanId;
-    uint8_t isPriOwned;          // 1: the primary port is owned by the ring
+    uint8_t isPriOwned;  // 1: the primary port is owned by the ring
     uint8_t isSecOwned;
-    uint8_t isSecReady;          // 1: the secondary interface is ready
-    uint8_t isPriTagged;         // 1: the primary port is tagged in the control VLAN
+    uint8_t isSecReady;   // 1: the secondary interface is ready
+    uint8_t isPriTagged;  // 1: the primary port is tagged in the control VLAN
     uint8_t isSecTagged;
-    uint32_t u4PriPortState;     // as the agent reported it
+    uint32_t u4PriPortState;  // as the agent reported it
     uint32_t u4SecPortState;
     VornVlanBmap memberVlanBmap;
-    uint16_t u2HelloTime;        // default 500
-    uint16_t u2DeadTime;         // default 1500
-    uint8_t u1Mode;              // VORN_MODE_*
-    uint16_t u2DesgLineCard;     // designated line card; 12 = none
-    uint32_t u4Flags;            // VORN_RING_CFG_*
-    uint16_t u2StgInst;          // 64..127; 128 = none could be had; 0 after release
+    uint16_t u2HelloTime;     // default 500
+    uint16_t u2DeadTime;      // default 1500
+    uint8_t u1Mode;           // VORN_MODE_*
+    uint16_t u2DesgLineCard;  // designated line card; 12 = none
+    uint32_t u4Flags;         // VORN_RING_CFG_*
+    uint16_t u2StgInst;       // 64..127; 128 = none could be had; 0 after release
     std::array<char, VORN_DESC_LEN> description;  // NUL-terminated
     std::array<VornDbgEntry, VORN_NUM_DBG_TYPES> dbgCfg;
-    uint16_t u2VlanHash;         // never set
-    uint8_t isRingOwnedByMgr;    // 1: the manager holds the ring's ports towards L2PM
+    uint16_t u2VlanHash;       // never set
+    uint8_t isRingOwnedByMgr;  // 1: the manager holds the ring's ports towards L2PM
 };
 
 struct VornVlanEntry {
     uint32_t u4IfIndex;
-    uint32_t u4IfmAttr;              // attribute word of IFM's interface-add record
-    VornPortBmap portBmap;           // member ports, by port number
-    VornPortBmap taggedPortBmap;     // tagged member ports
-    uint16_t u2CtrlVlanRingId;       // ring whose control VLAN this is (0 = none)
+    uint32_t u4IfmAttr;           // attribute word of IFM's interface-add record
+    VornPortBmap portBmap;        // member ports, by port number
+    VornPortBmap taggedPortBmap;  // tagged member ports
+    uint16_t u2CtrlVlanRingId;    // ring whose control VLAN this is (0 = none)
     uint8_t isCreatedByIfm;
     uint8_t isCreatedByRingConf;
-    uint16_t u2MemberVlanRingId;     // ring for which this is a member VLAN (0 = none)
+    uint16_t u2MemberVlanRingId;  // ring for which this is a member VLAN (0 = none)
 };
 
 struct VornLagPortList {
-    uint16_t desgPortNum;            // smallest member port number; 0 = none
+    uint16_t desgPortNum;                                // smallest member port number; 0 = none
     std::array<uint16_t, VORN_LAG_MAX_MEMBERS> members;  // compact, 0 = free
-    uint8_t lastEmptyIndex;          // number of members
+    uint8_t lastEmptyIndex;                              // number of members
     uint8_t spare;
 };
 
 struct VornPortEntry {
     uint32_t u4IfIndex;
-    uint32_t u4PortMode;             // port mode from IFM
-    uint16_t u2OperState;            // 1 = up
+    uint32_t u4PortMode;   // port mode from IFM
+    uint16_t u2OperState;  // 1 = up
     std::array<uint8_t, 6> macAddr;
-    VornVlanBmap vlanBmap;           // VLANs the port is a member of
-    VornVlanBmap ctrlVlanBmap;       // control VLANs of rings using the port
-    VornRingBmap ringBmap;           // rings using the port as a ring interface
+    VornVlanBmap vlanBmap;      // VLANs the port is a member of
+    VornVlanBmap ctrlVlanBmap;  // control VLANs of rings using the port
+    VornRingBmap ringBmap;      // rings using the port as a ring interface
     uint8_t isCreatedByIfm;
-    uint8_t isOwnedByRingConf;       // 1: ownership taken from L2PM for ring use
-    int16_t i2RingCount;             // ring-interface uses of the port
-    uint16_t u2LagParent;            // port number of the LAG this port is a member of
-    VornLagPortList* pLagPortList;   // LAG records only
+    uint8_t isOwnedByRingConf;      // 1: ownership taken from L2PM for ring use
+    int16_t i2RingCount;            // ring-interface uses of the port
+    uint16_t u2LagParent;           // port number of the LAG this port is a member of
+    VornLagPortList* pLagPortList;  // LAG records only
 };
 
 static_assert(std::is_trivially_copyable_v<VornRingEntry>);

@@ -7,8 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "ringdb/records.h"
 #include "platform/limits.h"
+#include "ringdb/records.h"
 
 // Size of the LAG member list block taken from the variable pool.
 inline constexpr uint32_t VORN_LAG_LIST_SIZE = 68;

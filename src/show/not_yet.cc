@@ -21,7 +21,9 @@ constexpr size_t kAnswerLen = 88;
 
 }  // namespace
 
-int vornUndebugAll(uint8_t*) { return vornNotBuiltYet("vornUndebugAll"); }
+int vornUndebugAll(uint8_t*) {
+    return vornNotBuiltYet("vornUndebugAll");
+}
 
 int vornProcessShowSummary(uint8_t* request) {
     std::array<uint8_t, kAnswerLen> answer{};
@@ -34,7 +36,9 @@ int vornProcessShowSummary(uint8_t* request) {
     return vornNotBuiltYet("vornProcessShowSummary");
 }
 
-int vornProcessDbgMsg(uint8_t*) { return vornNotBuiltYet("vornProcessDbgMsg"); }
+int vornProcessDbgMsg(uint8_t*) {
+    return vornNotBuiltYet("vornProcessDbgMsg");
+}
 
 int vornClearStatCounters(uint8_t* request) {
     vorn::be::Writer(request, vorn::nm::kLen).u16(vorn::nm::kOffStatus, 0xFFFF);

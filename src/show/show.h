@@ -12,4 +12,3 @@ int vornProcessShowSummary(uint8_t* request);
 int vornProcessDbgMsg(uint8_t* request);
 // Forwards a clear-counters request to the agents of the affected rings.
 int vornClearStatCounters(uint8_t* request);
-

@@ -19,8 +19,8 @@ namespace vorn::sim {
 
 void Agent::createQueue() {
     if (pipeFd_ < 0) return;
-    uint32_t handle = swpbuf::createQueueToManager(name().c_str(), ipc::kSvcAgent,
-                                                   static_cast<int>(slot_), endpoint_.key(), pipeFd_);
+    uint32_t handle = swpbuf::createQueueToManager(
+        name().c_str(), ipc::kSvcAgent, static_cast<int>(slot_), endpoint_.key(), pipeFd_);
     if (handle == 0) return;  // the next look retries
     handle_ = handle;
     say("%s: SWP queue to 226.0 created (handle %u)", name().c_str(), handle_);

@@ -42,8 +42,7 @@ VlanSet minus(const VlanSet& a, const VlanSet& b) {
 
 VlanSet unite(const VlanSet& a, const VlanSet& b) {
     VlanSet out{};
-    for (size_t i = 0; i < out.size(); ++i)
-        out[i] = static_cast<uint8_t>(a[i] | b[i]);
+    for (size_t i = 0; i < out.size(); ++i) out[i] = static_cast<uint8_t>(a[i] | b[i]);
     return out;
 }
 
@@ -55,15 +54,13 @@ ChassisModel::ChassisModel(uint32_t cardMask, uint32_t tenGigMask, uint32_t port
       portsPerCard_(std::clamp<uint32_t>(portsPerCard, 1, kMaxPortsPerCard)) {
     std::vector<IfmRecord> ignored;
     for (uint32_t slot = 0; slot < kSlots; ++slot)
-        if (cardPresent(slot))
-            addPorts(slot, &ignored);
+        if (cardPresent(slot)) addPorts(slot, &ignored);
 }
 
 std::string ChassisModel::describePortRange() const {
     std::string s;
     for (uint32_t slot = 0; slot < kSlots; ++slot) {
-        if ((cardsSeen_ >> slot & 1) == 0)
-            continue;
+        if ((cardsSeen_ >> slot & 1) == 0) continue;
         std::string first = name(ifmCreateIfIndex(cardPortType(slot), slot, 0, 0));
         s += (s.empty() ? "" : ", ") + first +
              (portsPerCard_ > 1 ? "-" + std::to_string(portsPerCard_ - 1) : "");
@@ -79,7 +76,11 @@ Mac ChassisModel::macOf(uint32_t ifIndex) {
     uint32_t type = ifIndex >> 24;
     uint32_t hi = isPhysical(ifIndex) ? (ifIndex >> 16) & 0xFF : (ifIndex >> 8) & 0xFF;
     uint32_t lo = isPhysical(ifIndex) ? (ifIndex >> 8) & 0xFF : ifIndex & 0xFF;
-    return {0x02, 0x56, 0x4f, static_cast<uint8_t>(type), static_cast<uint8_t>(hi),
+    return {0x02,
+            0x56,
+            0x4f,
+            static_cast<uint8_t>(type),
+            static_cast<uint8_t>(hi),
             static_cast<uint8_t>(lo)};
 }
 
@@ -87,8 +88,7 @@ IfmRecord ChassisModel::ifRecord(uint16_t type, uint32_t ifIndex) {
     IfmRecord r;
     r.type = type;
     r.ifIndex = ifIndex;
-    if (type == ifmrec::kAddIf || type == ifmrec::kDelIf)
-        r.mac = macOf(ifIndex);
+    if (type == ifmrec::kAddIf || type == ifmrec::kDelIf) r.mac = macOf(ifIndex);
     return r;
 }
 
@@ -104,18 +104,15 @@ ChassisModel::Interface* ChassisModel::lagOf(uint32_t lag) {
 
 bool ChassisModel::operUp(uint32_t ifIndex) const {
     const Interface* i = find(ifIndex);
-    if (i == nullptr)
-        return false;
-    if (isPhysical(ifIndex))
-        return i->linkUp && cardPresent(ifmIfIndexToSlotId(ifIndex));
+    if (i == nullptr) return false;
+    if (isPhysical(ifIndex)) return i->linkUp && cardPresent(ifmIfIndexToSlotId(ifIndex));
     return std::any_of(i->members.begin(), i->members.end(),
                        [this](uint32_t m) { return operUp(m); });
 }
 
 ChassisModel::OperSnapshot ChassisModel::operSnapshot() const {
     OperSnapshot s;
-    for (const auto& [ifIndex, i] : ifs_)
-        s[ifIndex] = operUp(ifIndex);
+    for (const auto& [ifIndex, i] : ifs_) s[ifIndex] = operUp(ifIndex);
     return s;
 }
 
@@ -133,8 +130,7 @@ void ChassisModel::appendOperChanges(const OperSnapshot& before,
 }
 
 void ChassisModel::addPorts(uint32_t slot, std::vector<IfmRecord>* out) {
-    if ((cardsSeen_ >> slot & 1) != 0)
-        return;
+    if ((cardsSeen_ >> slot & 1) != 0) return;
     cardsSeen_ |= 1u << slot;
     for (uint32_t p = 0; p < portsPerCard_; ++p) {
         uint32_t ifIndex = ifmCreateIfIndex(cardPortType(slot), slot, p, 0);
@@ -144,8 +140,7 @@ void ChassisModel::addPorts(uint32_t slot, std::vector<IfmRecord>* out) {
 }
 
 ChassisModel::Change ChassisModel::cardUp(uint32_t slot) {
-    if (slot >= kSlots)
-        return refuse("slot " + std::to_string(slot) + " is out of range 0..11");
+    if (slot >= kSlots) return refuse("slot " + std::to_string(slot) + " is out of range 0..11");
     if (cardPresent(slot))
         return {true, "the card in slot " + std::to_string(slot) + " is already up", {}};
     OperSnapshot before = operSnapshot();
@@ -160,13 +155,11 @@ ChassisModel::Change ChassisModel::cardUp(uint32_t slot) {
 }
 
 ChassisModel::Change ChassisModel::cardDown(uint32_t slot) {
-    if (slot >= kSlots)
-        return refuse("slot " + std::to_string(slot) + " is out of range 0..11");
+    if (slot >= kSlots) return refuse("slot " + std::to_string(slot) + " is out of range 0..11");
     if (!cardPresent(slot))
         return {true, "the card in slot " + std::to_string(slot) + " is already down", {}};
     OperSnapshot before = operSnapshot();
-    Change c{true, "the card in slot " + std::to_string(slot) + " is down; its ports are kept",
-             {}};
+    Change c{true, "the card in slot " + std::to_string(slot) + " is down; its ports are kept", {}};
     cardMask_ &= ~(1u << slot);
     appendOperChanges(before, &c.records);
     return c;
@@ -196,8 +189,9 @@ ChassisModel::Change ChassisModel::setLink(uint32_t ifIndex, bool up) {
 ChassisModel::Change ChassisModel::createVlans(const VlanSet& vlans) {
     VlanSet fresh = minus(vlans, vlans_);
     if (vlanCount(fresh) == 0)
-        return {true, vlanWord(vlans) + (vlanCount(vlans) == 1 ? " exists" : " exist") +
-                          " already", {}};
+        return {true,
+                vlanWord(vlans) + (vlanCount(vlans) == 1 ? " exists" : " exist") + " already",
+                {}};
     Change c{true, vlanWord(fresh) + " created", {}};
     forEachVlan(fresh, [&](uint16_t v) {
         bmp::set(vlans_, v);
@@ -209,16 +203,14 @@ ChassisModel::Change ChassisModel::createVlans(const VlanSet& vlans) {
 ChassisModel::Change ChassisModel::deleteVlans(const VlanSet& vlans) {
     VlanSet gone = intersect(vlans, vlans_);
     if (vlanCount(gone) == 0)
-        return refuse(vlanWord(vlans) + (vlanCount(vlans) == 1 ? " does" : " do") +
-                      " not exist");
+        return refuse(vlanWord(vlans) + (vlanCount(vlans) == 1 ? " does" : " do") + " not exist");
     Change c{true, vlanWord(gone) + " deleted", {}};
     // Each VLAN loses its members first, then goes.
     forEachVlan(gone, [&](uint16_t v) {
         for (auto& [ifIndex, i] : ifs_) {
             for (bool tagged : {true, false}) {
                 VlanSet& set = tagged ? i.tagged : i.untagged;
-                if (!bmp::test(set, v))
-                    continue;
+                if (!bmp::test(set, v)) continue;
                 bmp::clear(set, v);
                 IfmRecord r = ifRecord(ifmrec::kDelVlanPort, vlanIf(v));
                 r.other = ifIndex;
@@ -249,27 +241,27 @@ ChassisModel::Interface* ChassisModel::vlanCarrier(uint32_t ifIndex, std::string
     return &it->second;
 }
 
-ChassisModel::Change ChassisModel::addToVlans(const VlanSet& vlans, uint32_t ifIndex,
-                                              bool tagged) {
+ChassisModel::Change ChassisModel::addToVlans(const VlanSet& vlans, uint32_t ifIndex, bool tagged) {
     std::string err;
     Interface* i = vlanCarrier(ifIndex, &err);
-    if (i == nullptr)
-        return refuse(err);
+    if (i == nullptr) return refuse(err);
     if (!tagged) {
         if (vlanCount(vlans) != 1)
             return refuse(name(ifIndex) + " can be an untagged member of one VLAN only, not of " +
                           vlanWord(vlans));
         VlanSet other = minus(i->untagged, vlans);
         if (vlanCount(other) != 0)
-            return refuse(name(ifIndex) + " is already an untagged member of " +
-                          vlanWord(other) + "; remove it from there first");
+            return refuse(name(ifIndex) + " is already an untagged member of " + vlanWord(other) +
+                          "; remove it from there first");
     }
     VlanSet& want = tagged ? i->tagged : i->untagged;
     VlanSet& other = tagged ? i->untagged : i->tagged;
     VlanSet joining = minus(vlans, want);
     if (vlanCount(joining) == 0)
-        return {true, name(ifIndex) + " is already a" + (tagged ? " tagged" : "n untagged") +
-                          " member of " + vlanWord(vlans), {}};
+        return {true,
+                name(ifIndex) + " is already a" + (tagged ? " tagged" : "n untagged") +
+                    " member of " + vlanWord(vlans),
+                {}};
     Change c;
     VlanSet fresh = minus(joining, vlans_);
     forEachVlan(fresh, [&](uint16_t v) {
@@ -306,16 +298,14 @@ ChassisModel::Change ChassisModel::addToVlans(const VlanSet& vlans, uint32_t ifI
     forEachVlan(joining, [&](uint16_t v) { bmp::set(want, v); });
     c.text = name(ifIndex) + " is now a" + (tagged ? " tagged" : "n untagged") + " member of " +
              vlanWord(joining);
-    if (vlanCount(fresh) != 0)
-        c.text += " (" + vlanWord(fresh) + " created)";
+    if (vlanCount(fresh) != 0) c.text += " (" + vlanWord(fresh) + " created)";
     return c;
 }
 
 ChassisModel::Change ChassisModel::removeFromVlans(const VlanSet& vlans, uint32_t ifIndex) {
     std::string err;
     Interface* i = vlanCarrier(ifIndex, &err);
-    if (i == nullptr)
-        return refuse(err);
+    if (i == nullptr) return refuse(err);
     VlanSet leaving = intersect(vlans, unite(i->tagged, i->untagged));
     if (vlanCount(leaving) == 0)
         return refuse(name(ifIndex) + " is not a member of " + vlanWord(vlans));
@@ -335,17 +325,16 @@ ChassisModel::Change ChassisModel::createLag(uint32_t lag) {
     if (lag < 1 || lag > kMaxLag)
         return refuse("port-channel number " + std::to_string(lag) + " is out of range 1..128");
     uint32_t ifIndex = ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag);
-    if (ifs_.count(ifIndex) != 0)
-        return {true, name(ifIndex) + " exists already", {}};
+    if (ifs_.count(ifIndex) != 0) return {true, name(ifIndex) + " exists already", {}};
     ifs_[ifIndex].ifIndex = ifIndex;
-    return {true, name(ifIndex) + " created, without members (oper down)",
+    return {true,
+            name(ifIndex) + " created, without members (oper down)",
             {ifRecord(ifmrec::kAddIf, ifIndex)}};
 }
 
 ChassisModel::Change ChassisModel::deleteLag(uint32_t lag) {
     Interface* l = lagOf(lag);
-    if (l == nullptr)
-        return refuse("there is no port-channel " + std::to_string(lag));
+    if (l == nullptr) return refuse("there is no port-channel " + std::to_string(lag));
     uint32_t ifIndex = l->ifIndex;
     OperSnapshot before = operSnapshot();
     Change c{true, name(ifIndex) + " deleted", {}};
@@ -406,17 +395,15 @@ ChassisModel::Change ChassisModel::addLagMember(uint32_t lag, uint32_t port) {
     r.other = port;
     c.records.push_back(r);
     appendOperChanges(before, &c.records);
-    c.text = name(port) + " joined " + name(lagIf) + (c.records.front().type == ifmrec::kAddIf
-                                                          ? " (created)"
-                                                          : "") +
-             "; " + name(lagIf) + " is " + (operUp(lagIf) ? "up" : "down");
+    c.text = name(port) + " joined " + name(lagIf) +
+             (c.records.front().type == ifmrec::kAddIf ? " (created)" : "") + "; " + name(lagIf) +
+             " is " + (operUp(lagIf) ? "up" : "down");
     return c;
 }
 
 ChassisModel::Change ChassisModel::removeLagMember(uint32_t lag, uint32_t port) {
     Interface* l = lagOf(lag);
-    if (l == nullptr)
-        return refuse("there is no port-channel " + std::to_string(lag));
+    if (l == nullptr) return refuse("there is no port-channel " + std::to_string(lag));
     if (l->members.count(port) == 0)
         return refuse(name(port) + " is not a member of " + name(l->ifIndex));
     OperSnapshot before = operSnapshot();
@@ -424,8 +411,9 @@ ChassisModel::Change ChassisModel::removeLagMember(uint32_t lag, uint32_t port) 
     ifs_[port].lag = 0;
     IfmRecord r = ifRecord(ifmrec::kDelLagPort, l->ifIndex);
     r.other = port;
-    Change c{true, name(port) + " left " + name(l->ifIndex) + "; " + name(l->ifIndex) + " is " +
-                       (operUp(l->ifIndex) ? "up" : "down"),
+    Change c{true,
+             name(port) + " left " + name(l->ifIndex) + "; " + name(l->ifIndex) + " is " +
+                 (operUp(l->ifIndex) ? "up" : "down"),
              {r}};
     appendOperChanges(before, &c.records);
     return c;

@@ -25,14 +25,14 @@
 #include <string>
 #include <vector>
 
+#include "platform/limits.h"
 #include "sim/ifm_notif.h"
 #include "sim/vlan_set.h"
-#include "platform/limits.h"
 
 namespace vorn::sim {
 
 class ChassisModel {
-  public:
+public:
     static constexpr uint32_t kSlots = 12;
     static constexpr uint32_t kMaxPortsPerCard = limits::kPortsPerSlot;
     static constexpr uint32_t kDefaultPortsPerCard = 8;
@@ -42,8 +42,8 @@ class ChassisModel {
     // A physical port or a LAG.
     struct Interface {
         uint32_t ifIndex = 0;
-        bool linkUp = false;        // physical port: admin state and link
-        uint32_t lag = 0;           // physical port: the ifIndex of its LAG, 0 when none
+        bool linkUp = false;         // physical port: admin state and link
+        uint32_t lag = 0;            // physical port: the ifIndex of its LAG, 0 when none
         std::set<uint32_t> members;  // LAG: the member ports
         VlanSet tagged{};
         VlanSet untagged{};  // at most one VLAN
@@ -91,7 +91,7 @@ class ChassisModel {
     // VLAN number), so it stays the same across runs.
     static Mac macOf(uint32_t ifIndex);
 
-  private:
+private:
     using OperSnapshot = std::map<uint32_t, bool>;
     OperSnapshot operSnapshot() const;
     // Oper-state records for every interface whose state differs from `before`, physical

@@ -10,15 +10,14 @@ namespace vorn::sim {
 namespace {
 
 std::string pad(std::string s, size_t width) {
-    if (s.size() < width)
-        s.append(width - s.size(), ' ');
+    if (s.size() < width) s.append(width - s.size(), ' ');
     return s;
 }
 
 std::string macText(const Mac& m) {
     char text[24];
-    std::snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", m[0], m[1], m[2], m[3],
-                  m[4], m[5]);
+    std::snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", m[0], m[1], m[2], m[3], m[4],
+                  m[5]);
     return text;
 }
 
@@ -33,8 +32,7 @@ std::string upDown(bool up) {
 // "tagged 10,20-30  untagged 5", or "" when the interface is in no VLAN.
 std::string vlanColumns(const ChassisModel::Interface& i) {
     std::string s;
-    if (vlanCount(i.tagged) != 0)
-        s += "tagged " + vlanSetText(i.tagged);
+    if (vlanCount(i.tagged) != 0) s += "tagged " + vlanSetText(i.tagged);
     if (vlanCount(i.untagged) != 0)
         s += (s.empty() ? "" : "  ") + std::string("untagged ") + vlanSetText(i.untagged);
     return s;
@@ -52,12 +50,10 @@ std::string memberList(const ChassisModel& m, const ChassisModel::Interface& lag
 std::string cardsLine(const ChassisModel& m) {
     uint32_t withPorts = 0;
     for (const auto& [ifIndex, i] : m.interfaces())
-        if (!isLag(ifIndex))
-            withPorts |= 1u << ifmIfIndexToSlotId(ifIndex);
+        if (!isLag(ifIndex)) withPorts |= 1u << ifmIfIndexToSlotId(ifIndex);
     std::string s;
     for (uint32_t slot = 0; slot < ChassisModel::kSlots; ++slot) {
-        if (!m.cardPresent(slot) && (withPorts >> slot & 1) == 0)
-            continue;
+        if (!m.cardPresent(slot) && (withPorts >> slot & 1) == 0) continue;
         s += (s.empty() ? "" : ", ") + std::string("slot ") + std::to_string(slot) + " " +
              (m.cardPortType(slot) == ifm::kTypeTenGigabit ? "TenGigabitEthernet"
                                                            : "GigabitEthernet") +
@@ -93,8 +89,7 @@ std::string describeChassis(const ChassisModel& m) {
 std::string describeChassisInterface(const ChassisModel& m, uint32_t ifIndex) {
     const ChassisModel::Interface* i = m.find(ifIndex);
     std::string s = cli::longIfName(ifIndex) + ": ";
-    if (i == nullptr)
-        return s + "not in the chassis\n";
+    if (i == nullptr) return s + "not in the chassis\n";
     if (isLag(ifIndex)) {
         s += "oper " + upDown(m.operUp(ifIndex)) + ", MAC " +
              macText(ChassisModel::macOf(ifIndex)) + "\n";
@@ -102,8 +97,7 @@ std::string describeChassisInterface(const ChassisModel& m, uint32_t ifIndex) {
     } else {
         s += "link " + upDown(i->linkUp) + ", oper " + upDown(m.operUp(ifIndex)) + ", MAC " +
              macText(ChassisModel::macOf(ifIndex));
-        if (!m.cardPresent(ifmIfIndexToSlotId(ifIndex)))
-            s += " (its card is down)";
+        if (!m.cardPresent(ifmIfIndexToSlotId(ifIndex))) s += " (its card is down)";
         s += "\n  port-channel: " + (i->lag != 0 ? cli::shortIfName(i->lag) : "none") + "\n";
     }
     s += "  tagged in VLANs: " + vlanSetText(i->tagged) + "\n";
@@ -113,15 +107,12 @@ std::string describeChassisInterface(const ChassisModel& m, uint32_t ifIndex) {
 
 std::string describeChassisVlan(const ChassisModel& m, uint32_t vlan) {
     std::string s = "VLAN " + std::to_string(vlan) + ": ";
-    if (!bmp::test(m.vlans(), vlan))
-        return s + "does not exist\n";
+    if (!bmp::test(m.vlans(), vlan)) return s + "does not exist\n";
     std::string tagged, untagged;
     for (const auto& [ifIndex, i] : m.interfaces()) {
         std::string n = cli::shortIfName(ifIndex);
-        if (bmp::test(i.tagged, vlan))
-            tagged += (tagged.empty() ? "" : ", ") + n;
-        if (bmp::test(i.untagged, vlan))
-            untagged += (untagged.empty() ? "" : ", ") + n;
+        if (bmp::test(i.tagged, vlan)) tagged += (tagged.empty() ? "" : ", ") + n;
+        if (bmp::test(i.untagged, vlan)) untagged += (untagged.empty() ? "" : ", ") + n;
     }
     s += "exists\n";
     s += "  tagged: " + (tagged.empty() ? "none" : tagged) + "\n";

@@ -33,8 +33,7 @@ void removeStaleManagerSockets() {
             unlink(path.c_str()) == 0)
             ++removed;
     }
-    if (removed > 0)
-        say("vornsim: removed %d stale socket(s) of the manager", removed);
+    if (removed > 0) say("vornsim: removed %d stale socket(s) of the manager", removed);
 }
 
 }  // namespace
@@ -52,20 +51,17 @@ ChassisSim::ChassisSim(SimOptions opts)
         sendDownload();
         // The manager serves its request queue now: the agents register at once.
         for (std::optional<Agent>& a : agents_)
-            if (a)
-                a->syncWithManager();
+            if (a) a->syncWithManager();
     });
 }
 
 ChassisSim::~ChassisSim() {
-    if (started_)
-        shutdown();
+    if (started_) shutdown();
 }
 
 bool ChassisSim::start(std::string* err) {
     const std::string& dir = opts_.rundir;
-    if (opts_.vorndPath.empty())
-        opts_.vorndPath = defaultVorndPath();
+    if (opts_.vorndPath.empty()) opts_.vorndPath = defaultVorndPath();
     // A manager that cannot be run is found out before anything is opened.
     if (!opts_.attach && access(opts_.vorndPath.c_str(), X_OK) != 0) {
         *err = "cannot run the manager " + opts_.vorndPath + ": " + std::strerror(errno) +
@@ -116,8 +112,7 @@ bool ChassisSim::start(std::string* err) {
     managerUp_ = managerQueueAlive();
     attachedToServing_ = opts_.attach && managerUp_;
     for (uint32_t slot = 0; slot < agt::kSlots; ++slot) {
-        if ((cardMask_ & (1u << slot)) == 0)
-            continue;
+        if ((cardMask_ & (1u << slot)) == 0) continue;
         bool ok = false;
         std::string what = startAgent(slot, &ok);
         if (!ok) {
@@ -144,8 +139,7 @@ bool ChassisSim::startManager(std::string* err) {
     const std::string& path = opts_.vorndPath;
     // A manager started under a running chassis finds the cards that are up now.
     std::string cards = cardMask_ != 0 ? cardListText(cardMask_) : opts_.cards;
-    if (!manager_.start(path, {"--rundir", opts_.rundir, "--cards", cards}, err))
-        return false;
+    if (!manager_.start(path, {"--rundir", opts_.rundir, "--cards", cards}, err)) return false;
     say("vornsim: started the manager %s --rundir %s --cards %s (pid %d)", path.c_str(),
         opts_.rundir.c_str(), cards.c_str(), static_cast<int>(manager_.pid()));
     return true;
@@ -158,14 +152,12 @@ int ChassisSim::serve() {
 }
 
 void ChassisSim::requestStop(const std::string& why) {
-    if (!loop_.stopping())
-        say("vornsim: stopping (%s)", why.c_str());
+    if (!loop_.stopping()) say("vornsim: stopping (%s)", why.c_str());
     loop_.stop();
 }
 
 bool ChassisSim::shutdown() {
-    if (!started_)
-        return true;
+    if (!started_) return true;
     started_ = false;
     bool clean = true;
     replayPending_ = false;
@@ -180,8 +172,7 @@ bool ChassisSim::shutdown() {
         std::string how = manager_.stop(kManagerStopTimeoutMs, &clean);
         say("vornsim: the manager (pid %d) ended: %s%s", pid, how.c_str(),
             clean ? "" : " (it did not stop cleanly)");
-        if (!clean)
-            removeStaleManagerSockets();
+        if (!clean) removeStaleManagerSockets();
     }
     l2pm_.close();
     evh_.close();
@@ -190,8 +181,7 @@ bool ChassisSim::shutdown() {
     for (Source* s : std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, this})
         loop_.remove(s);
     for (std::optional<Agent>& a : agents_) {
-        if (!a)
-            continue;
+        if (!a) continue;
         a->silence();
         loop_.remove(&*a);
     }
@@ -211,8 +201,7 @@ void ChassisSim::onSignal(int sig) {
 void ChassisSim::reapManager() {
     int pid = static_cast<int>(manager_.pid());
     std::string how;
-    if (!manager_.reap(&how))
-        return;
+    if (!manager_.reap(&how)) return;
     managerEndedAlone_ = true;
     say("vornsim: the manager (pid %d) ended on its own: %s; the chassis stays up "
         "('vornctl sim quit' ends it)",
@@ -227,12 +216,10 @@ void ChassisSim::wait(Poller& poller) {
 void ChassisSim::run() {
     startReplayWhenReady();
     long now = nowMs();
-    if (lastWatchMs_ >= 0 && now - lastWatchMs_ < kWatchIntervalMs)
-        return;
+    if (lastWatchMs_ >= 0 && now - lastWatchMs_ < kWatchIntervalMs) return;
     lastWatchMs_ = now;
     bool up = managerQueueAlive();
-    if (up == managerUp_)
-        return;
+    if (up == managerUp_) return;
     managerUp_ = up;
     attachedToServing_ = attachedToServing_ && up;
     say("vornsim: manager 226.0 %s",
@@ -258,23 +245,21 @@ std::string ChassisSim::statusText() const {
         up += !lag && model_.operUp(ifIndex) ? 1 : 0;
     }
     s += "chassis: " + std::to_string(ports) + " ports (" + std::to_string(up) + " up), " +
-         std::to_string(lags) + (lags == 1 ? " port-channel" : " port-channels") +
-         ", VLANs " + vlanSetText(model_.vlans()) + "; IFM notifications sent " +
-         std::to_string(ifmCount_) + "\n";
+         std::to_string(lags) + (lags == 1 ? " port-channel" : " port-channels") + ", VLANs " +
+         vlanSetText(model_.vlans()) + "; IFM notifications sent " + std::to_string(ifmCount_) +
+         "\n";
     s += evh_.statusLine() + "\n";
     s += l2pm_.statusLine() + "\n";
     s += ifm_.statusLine() + "\n";
     for (const std::optional<Agent>& a : agents_)
-        if (a)
-            s += a->statusLine() + "\n";
+        if (a) s += a->statusLine() + "\n";
     return s;
 }
 
 std::string ChassisSim::agentsText() const {
     std::string s;
     for (const std::optional<Agent>& a : agents_)
-        if (a)
-            s += a->describe();
+        if (a) s += a->describe();
     return s.empty() ? "no line-card agents: no card has been up\n" : s;
 }
 

@@ -27,7 +27,7 @@
 namespace vorn::sim {
 
 class ChassisSim : public Source {
-  public:
+public:
     // The host platform's run directory must already be set to opts.rundir.
     explicit ChassisSim(SimOptions opts);
     ~ChassisSim() override;
@@ -65,7 +65,7 @@ class ChassisSim : public Source {
     void wait(Poller& poller) override;
     void run() override;
 
-  private:
+private:
     void registerCommands();
     void registerPeerCommands();
     void registerModelCommands();

@@ -1,7 +1,7 @@
 #include "sim/control.h"
 
-#include "wire/simctl.h"
 #include "sim/log.h"
+#include "wire/simctl.h"
 
 namespace vorn::sim {
 namespace {
@@ -18,8 +18,7 @@ void ControlServer::wait(Poller& poller) {
 void ControlServer::serve() {
     for (int i = 0; i < kBatch; ++i) {
         int n = endpoint_.receive(buf_);
-        if (n < 0)
-            return;
+        if (n < 0) return;
         handle(buf_.data(), static_cast<size_t>(n));
     }
 }
@@ -44,8 +43,7 @@ void ControlServer::handle(const uint8_t* msg, size_t len) {
     // request's header stays where it is until then.
     CommandResult r = table_.run(command);
     ++counters_.commands;
-    if (!r.ok)
-        ++counters_.refused;
+    if (!r.ok) ++counters_.refused;
     say("control: '%s' from %s: %s", command.c_str(), from.c_str(), r.ok ? "done" : "refused");
     answer(msg, r.ok, r.text);
 }

@@ -13,7 +13,7 @@
 namespace vorn::sim {
 
 class ControlServer : public Source {
-  public:
+public:
     struct Counters {
         uint64_t commands = 0;    // command lines answered
         uint64_t refused = 0;     // ... of which refused
@@ -32,7 +32,7 @@ class ControlServer : public Source {
 
     void wait(Poller& poller) override;
 
-  private:
+private:
     void serve();
     void handle(const uint8_t* msg, size_t len);
     void answer(const uint8_t* request, bool ok, const std::string& text);

@@ -8,8 +8,7 @@
 namespace vorn::sim {
 
 bool Endpoint::open(std::string* err) {
-    if (isOpen())
-        return true;
+    if (isOpen()) return true;
     QelKey key = qelIpcTmrOpen(service_, instance_);
     if (key < 0) {
         if (err != nullptr) {
@@ -24,8 +23,7 @@ bool Endpoint::open(std::string* err) {
 }
 
 void Endpoint::close() {
-    if (!isOpen())
-        return;
+    if (!isOpen()) return;
     qelIpcClose(key_);
     key_ = -1;
 }
@@ -46,10 +44,8 @@ std::string Endpoint::name() const {
 }
 
 int Endpoint::receiveFrom(int fd, std::vector<uint8_t>& buf) {
-    if (fd < 0)
-        return -1;
-    if (buf.size() < ipc::kMaxMsgLen)
-        buf.resize(ipc::kMaxMsgLen);
+    if (fd < 0) return -1;
+    if (buf.size() < ipc::kMaxMsgLen) buf.resize(ipc::kMaxMsgLen);
     return qelIpcRecv(fd, buf.data(), static_cast<int>(buf.size()), 0, 0, 0);
 }
 

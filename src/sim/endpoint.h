@@ -13,7 +13,7 @@
 namespace vorn::sim {
 
 class Endpoint {
-  public:
+public:
     Endpoint(int service, int instance) : service_(service), instance_(instance) {}
     ~Endpoint() { close(); }
     Endpoint(const Endpoint&) = delete;
@@ -44,7 +44,7 @@ class Endpoint {
     // Originates a message from the request queue to the queue named by its target.svce.
     bool send(uint8_t* msg, size_t len) const;
 
-  private:
+private:
     static int receiveFrom(int fd, std::vector<uint8_t>& buf);
     int service_;
     int instance_;

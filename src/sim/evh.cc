@@ -53,8 +53,7 @@ void EventHandler::wait(Poller& poller) {
 void EventHandler::serve() {
     for (int i = 0; i < kBatch; ++i) {
         int n = endpoint_.receive(buf_);
-        if (n < 0)
-            return;
+        if (n < 0) return;
         handle(buf_.data(), static_cast<size_t>(n));
     }
 }
@@ -103,8 +102,7 @@ void EventHandler::handleSubscription(uint8_t* msg, size_t len, uint32_t source)
             else
                 ids.erase(id);
         }
-        if (ids.empty())
-            subscribers_.erase(source);
+        if (ids.empty()) subscribers_.erase(source);
         ++counters_.accepted;
     } else {
         ++counters_.refused;
@@ -120,8 +118,7 @@ void EventHandler::handleSubscription(uint8_t* msg, size_t len, uint32_t source)
 int EventHandler::sendEvent(uint32_t eventId, uint32_t slot) {
     int reached = 0;
     for (const auto& [queue, ids] : subscribers_) {
-        if (ids.count(eventId) == 0)
-            continue;
+        if (ids.count(eventId) == 0) continue;
         std::array<uint8_t, kEventLen> msg{};
         be::Writer w(msg.data(), msg.size());
         writeOrigin(w, evt::kMtEvhEventNotif, kEventLen, 30, 0, queue);
@@ -145,8 +142,7 @@ std::string EventHandler::statusLine() const {
     std::string s = "evh 30.0: ";
     s += present() ? (refusing_ ? "present, refusing" : "present, accepting") : "absent";
     s += "; subscribers:";
-    if (subscribers_.empty())
-        s += " none";
+    if (subscribers_.empty()) s += " none";
     for (const auto& [queue, ids] : subscribers_)
         s += " " + queueName(queue) + " (" + plural(static_cast<uint32_t>(ids.size()), "event") +
              ")";

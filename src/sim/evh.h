@@ -23,7 +23,7 @@ inline constexpr uint32_t kEvCardShutdown = 0x118013;
 std::string eventName(uint32_t eventId);
 
 class EventHandler : public Source {
-  public:
+public:
     // Answer words of a subscription.
     static constexpr uint32_t kAccepted = 0;
     static constexpr uint32_t kRefused = 1;
@@ -60,7 +60,7 @@ class EventHandler : public Source {
 
     void wait(Poller& poller) override;
 
-  private:
+private:
     void serve();
     void handle(uint8_t* msg, size_t len);
     void handleSubscription(uint8_t* msg, size_t len, uint32_t source);

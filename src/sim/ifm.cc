@@ -34,12 +34,9 @@ std::string noticeText(const Ifm::Notice& n) {
                     : n.action == 2 ? "removed: "
                                     : "action " + std::to_string(n.action) + ": ";
     s += "primary " + portName(n.primary) + ", secondary " + portName(n.secondary);
-    if ((n.flags & kFlagSecondary) != 0)
-        s += ", secondary is a ring's secondary";
-    if ((n.flags & kFlagPrimaryIsIcl) != 0)
-        s += ", primary is the inter-chassis link";
-    if ((n.flags & ~(kFlagSecondary | kFlagPrimaryIsIcl)) != 0)
-        s += ", flags " + hex(n.flags);
+    if ((n.flags & kFlagSecondary) != 0) s += ", secondary is a ring's secondary";
+    if ((n.flags & kFlagPrimaryIsIcl) != 0) s += ", primary is the inter-chassis link";
+    if ((n.flags & ~(kFlagSecondary | kFlagPrimaryIsIcl)) != 0) s += ", flags " + hex(n.flags);
     return s;
 }
 
@@ -52,8 +49,7 @@ void Ifm::wait(Poller& poller) {
 void Ifm::serve() {
     for (int i = 0; i < kBatch; ++i) {
         int n = endpoint_.receive(buf_);
-        if (n < 0)
-            return;
+        if (n < 0) return;
         handle(buf_.data(), static_cast<size_t>(n));
     }
 }
@@ -83,8 +79,7 @@ void Ifm::answerQuestion(uint8_t* msg, size_t len, const std::string& from) {
     uint32_t vlan = rd.u32(kOffQuestionVlan);
     uint32_t code = 0;
     auto refused = refused_.find(vlan);
-    if (action == kBecomesControl && refused != refused_.end())
-        code = refused->second;
+    if (action == kBecomesControl && refused != refused_.end()) code = refused->second;
     be::Writer(msg, len).u32(kOffReplyCode, code);
     if (!endpoint_.reply(msg, len)) {
         say("ifm: control-VLAN question from %s: the answer could not be sent", from.c_str());
@@ -98,11 +93,10 @@ void Ifm::answerQuestion(uint8_t* msg, size_t len, const std::string& from) {
     else if (action == kStopsBeingControl)
         controlVlans_.erase(vlan);
     std::string v = "VLAN " + std::to_string(vlan);
-    std::string question = action == kBecomesControl      ? "may " + v + " become a control VLAN"
-                           : action == kStopsBeingControl ? v + " stops being a control VLAN"
-                                                          : "unknown action " +
-                                                                std::to_string(action) +
-                                                                " about " + v;
+    std::string question = action == kBecomesControl ? "may " + v + " become a control VLAN"
+                           : action == kStopsBeingControl
+                               ? v + " stops being a control VLAN"
+                               : "unknown action " + std::to_string(action) + " about " + v;
     say("ifm: %s (from %s): answered %s%s", question.c_str(), from.c_str(), hex(code).c_str(),
         code != 0 ? " (refused, as told)" : "");
 }
@@ -117,8 +111,7 @@ void Ifm::takeNotice(const uint8_t* msg, size_t len, const std::string& from) {
     be::Reader rd(msg, len);
     Notice n{rd.u32(60), rd.u32(64), rd.u32(68), rd.u32(72)};
     notices_.push_back(n);
-    if (notices_.size() > kKeptNotices)
-        notices_.pop_front();
+    if (notices_.size() > kKeptNotices) notices_.pop_front();
     ++counters_.notices;
     say("ifm: ring-interface notice from %s: %s", from.c_str(), noticeText(n).c_str());
 }
@@ -142,17 +135,14 @@ std::string Ifm::describe(uint32_t vlan) const {
     }
     s += statusLine() + "\n";
     s += "control VLANs granted:";
-    for (uint32_t v : controlVlans_)
-        s += " " + std::to_string(v);
+    for (uint32_t v : controlVlans_) s += " " + std::to_string(v);
     s += controlVlans_.empty() ? " none\n" : "\n";
     s += "VLANs refused:";
-    for (const auto& [v, code] : refused_)
-        s += " " + std::to_string(v) + " (" + hex(code) + ")";
+    for (const auto& [v, code] : refused_) s += " " + std::to_string(v) + " (" + hex(code) + ")";
     s += refused_.empty() ? " none\n" : "\n";
     s += "ring-interface notices (last " + std::to_string(kKeptNotices) + ", newest last):";
     s += notices_.empty() ? " none\n" : "\n";
-    for (const Notice& n : notices_)
-        s += "  " + noticeText(n) + "\n";
+    for (const Notice& n : notices_) s += "  " + noticeText(n) + "\n";
     return s;
 }
 

@@ -17,7 +17,7 @@
 namespace vorn::sim {
 
 class Ifm : public Source {
-  public:
+public:
     static constexpr uint32_t kMtCtrlVlanQuestion = 10956;
     static constexpr uint32_t kMtRingIfNotice = 11016;
     static constexpr size_t kOffReplyCode = 68;  // of the control-VLAN answer
@@ -68,7 +68,7 @@ class Ifm : public Source {
 
     void wait(Poller& poller) override;
 
-  private:
+private:
     void serve();
     void handle(uint8_t* msg, size_t len);
     void answerQuestion(uint8_t* msg, size_t len, const std::string& from);

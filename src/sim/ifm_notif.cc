@@ -21,7 +21,7 @@ constexpr size_t kRecLen = 2;
 constexpr size_t kRecIf = 4;
 constexpr size_t kRecAttr = 8;
 constexpr size_t kRecMac = 20;
-constexpr size_t kRecPort = 8;    // VLAN port, LAG port
+constexpr size_t kRecPort = 8;     // VLAN port, LAG port
 constexpr size_t kRecTagged = 12;  // VLAN port
 constexpr size_t kRecListTagged = 8;
 constexpr size_t kRecListCount = 16;
@@ -124,8 +124,7 @@ std::string describeIfmRecord(const IfmRecord& rec) {
             return other + " removed from " + name + tagging;
         case kAddVlanListPort: {
             VlanSet set{};
-            for (uint16_t v : rec.vlans)
-                bmp::set(set, v);
+            for (uint16_t v : rec.vlans) bmp::set(set, v);
             return name + " added to VLANs " + vlanSetText(set) + tagging;
         }
         case kAddLagPort:

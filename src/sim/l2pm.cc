@@ -37,15 +37,13 @@ const char* swpDataName(uint32_t mtype) {
 }  // namespace
 
 bool L2pm::open(std::string* err) {
-    if (!endpoint_.open(err))
-        return false;
+    if (!endpoint_.open(err)) return false;
     lastSyncMs_ = -1;  // look for the manager on the next pass
     return true;
 }
 
 void L2pm::close() {
-    if (handle_ != 0)
-        removeQueue("L2PM's queues are closing");
+    if (handle_ != 0) removeQueue("L2PM's queues are closing");
     endpoint_.close();
     rcvState_ = {0, 0};
     managerRegistered_ = false;
@@ -62,8 +60,7 @@ void L2pm::wait(Poller& poller) {
 void L2pm::serveRequests() {
     for (int i = 0; i < kBatch; ++i) {
         int n = endpoint_.receive(buf_);
-        if (n < 0)
-            return;
+        if (n < 0) return;
         handle(buf_.data(), static_cast<size_t>(n));
     }
 }
@@ -71,8 +68,7 @@ void L2pm::serveRequests() {
 void L2pm::serveTimer() {
     for (int i = 0; i < kBatch; ++i) {
         int n = endpoint_.receiveTimer(buf_);
-        if (n < 0)
-            return;
+        if (n < 0) return;
         MsgHeader h = readHeader(buf_.data(), static_cast<size_t>(n));
         if (h.mtype == swp::kMtTimeout) {
             ++counters_.timeoutNotices;
@@ -135,15 +131,12 @@ void L2pm::handleRegistration(uint8_t* msg, size_t len, uint32_t source) {
         ++counters_.refused;
     say("l2pm: %s from %s (protocol kind %u): %s", what, from.c_str(), rd.u32(kOffRegKind),
         result == kAccepted ? "accepted" : "refused (refusing, as told)");
-    if (result == kAccepted)
-        managerRegistered_ = registering;
-    if (result != kAccepted || !registering)
-        return;
+    if (result == kAccepted) managerRegistered_ = registering;
+    if (result != kAccepted || !registering) return;
     // A registering manager is a new one: its SWP stream to us starts afresh, and it waits
     // for the configuration download.
     rcvState_ = {0, 0};
-    if (onRegistered_)
-        onRegistered_();
+    if (onRegistered_) onRegistered_();
 }
 
 void L2pm::handleSwpData(const uint8_t* msg, size_t len, uint32_t mtype) {
@@ -190,8 +183,7 @@ std::string L2pm::statusLine() const {
     }
     s += "; notifications sent " + std::to_string(counters_.notifSent) + ", acknowledged " +
          std::to_string(counters_.notifAcked) + "; got over SWP:";
-    if (received_.empty())
-        s += " nothing";
+    if (received_.empty()) s += " nothing";
     for (const auto& [mtype, n] : received_)
         s += " " + std::to_string(mtype) + " x" + std::to_string(n);
     return s;

@@ -22,7 +22,7 @@
 namespace vorn::sim {
 
 class L2pm : public Source {
-  public:
+public:
     static constexpr uint32_t kMtRegister = 18401;
     static constexpr uint32_t kMtOwnership = 18403;
     static constexpr uint32_t kAccepted = 0;
@@ -94,7 +94,7 @@ class L2pm : public Source {
     void wait(Poller& poller) override;
     void run() override;
 
-  private:
+private:
     void serveRequests();
     void serveTimer();
     void handle(uint8_t* msg, size_t len);

@@ -22,15 +22,13 @@ std::vector<uint8_t> startBody(uint32_t kind) {
 
 void write(const Record& r, be::Writer& w, size_t off) {
     w.u32(off, r.ifIndex);
-    if (ifmIfIndexToIfType(r.ifIndex) == ifm::kTypeVlan)
-        return;
+    if (ifmIfIndexToIfType(r.ifIndex) == ifm::kTypeVlan) return;
     w.u32(off + kRecLag, r.lag);
     w.u32(off + kRecOper, r.operUp ? kOperUp : kOperDown);
     w.bytes(off + kRecMac, r.mac.data(), r.mac.size());
     w.u8(off + kRecTagged, r.tagged ? 1 : 0);
     w.u8(off + kRecHasVlans, r.hasVlans ? 1 : 0);
-    if (r.hasVlans)
-        w.bytes(off + kRecVlans, r.vlans.data(), r.vlans.size());
+    if (r.hasVlans) w.bytes(off + kRecVlans, r.vlans.data(), r.vlans.size());
 }
 
 // The records of one port or LAG: one per tagging it has, or one without VLANs.
@@ -68,8 +66,7 @@ std::vector<Record> records(const ChassisModel& m) {
     });
     for (bool lags : {true, false})
         for (const auto& [ifIndex, i] : m.interfaces())
-            if ((ifmIfIndexToIfType(ifIndex) == ifm::kTypeLag) == lags)
-                portRecords(m, i, &out);
+            if ((ifmIfIndexToIfType(ifIndex) == ifm::kTypeLag) == lags) portRecords(m, i, &out);
     return out;
 }
 

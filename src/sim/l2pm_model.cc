@@ -47,11 +47,10 @@ constexpr uint32_t kMaxVlan = limits::kMaxVlan;
 
 // How many records of recLen fit behind `first` in a message of len bytes, and a note when
 // the message claims more.
-size_t recordsThatFit(size_t len, size_t first, size_t recLen, uint32_t claimed,
-                      uint64_t* bad, std::string* note) {
+size_t recordsThatFit(size_t len, size_t first, size_t recLen, uint32_t claimed, uint64_t* bad,
+                      std::string* note) {
     size_t fit = len > first ? (len - first) / recLen : 0;
-    if (claimed <= fit)
-        return claimed;
+    if (claimed <= fit) return claimed;
     *bad += claimed - fit;
     *note += "; claims " + std::to_string(claimed) + " records, only " + std::to_string(fit) +
              " fit: the rest ignored";
@@ -64,8 +63,7 @@ std::string plural(size_t n, const char* what) {
 
 // "; 2 records skipped (why)", counted; "" when none was.
 std::string skippedNote(size_t skipped, const char* why, uint64_t* bad) {
-    if (skipped == 0)
-        return "";
+    if (skipped == 0) return "";
     *bad += skipped;
     return "; " + plural(skipped, "record") + " skipped (" + why + ")";
 }
@@ -122,8 +120,7 @@ std::string ForwardingModel::applyPortState(const uint8_t* msg, size_t len) {
         auto fwd = rd.view(rec + kRecForwarding, kBitmapLen);
         PortState& port = ports_[ifIndex];
         for (uint32_t v = 1; v <= kMaxVlan; ++v) {
-            if (!bmp::test(vlans, v))
-                continue;
+            if (!bmp::test(vlans, v)) continue;
             bmp::set(port.known, v);
             if (bmp::test(fwd, v))
                 bmp::set(port.forwarding, v);
@@ -152,15 +149,15 @@ std::string ForwardingModel::applyFlush(const uint8_t* msg, size_t len) {
         size_t rec = kOffRecords + i * kFlushRecLen;
         uint16_t vlan = rd.u16(rec + kFlushVlanOff);
         uint32_t ifIndex = rd.u32(rec + kFlushPortOff);
-        if (rd.u32(rec + kFlushKindOff) != kFlushKind || rd.u32(rec + kFlushLenOff) != kFlushRecLen ||
-            vlan < 1 || vlan > kMaxVlan || !isPortOrLag(ifIndex)) {
+        if (rd.u32(rec + kFlushKindOff) != kFlushKind ||
+            rd.u32(rec + kFlushLenOff) != kFlushRecLen || vlan < 1 || vlan > kMaxVlan ||
+            !isPortOrLag(ifIndex)) {
             ++skipped;
             continue;
         }
         ++flushes_[{ifIndex, vlan}];
         recent_.push_back({ifIndex, vlan});
-        if (recent_.size() > kRecentFlushes)
-            recent_.pop_front();
+        if (recent_.size() > kRecentFlushes) recent_.pop_front();
         ++applied;
     }
     counters_.flushRecords += applied;
@@ -194,8 +191,7 @@ std::string ForwardingModel::applyInstanceOwnership(const uint8_t* msg, size_t l
             auto it = instancePorts_.find(instance);
             if (it != instancePorts_.end()) {
                 it->second.erase(ifIndex);
-                if (it->second.empty())
-                    instancePorts_.erase(it);
+                if (it->second.empty()) instancePorts_.erase(it);
             }
         }
         ++applied;
@@ -217,8 +213,7 @@ std::string ForwardingModel::applyVlanStg(const uint8_t* msg, size_t len) {
     auto vlans = rd.view(kOffStgVlans, kBitmapLen);
     size_t changed = 0, notThere = 0;
     for (uint32_t v = 1; v <= kMaxVlan; ++v) {
-        if (!bmp::test(vlans, v))
-            continue;
+        if (!bmp::test(vlans, v)) continue;
         if (map) {
             vlanInstance_[v] = instance;
             ++changed;
@@ -232,16 +227,14 @@ std::string ForwardingModel::applyVlanStg(const uint8_t* msg, size_t len) {
     std::string text = std::string(map ? "VLAN-STG: mapped " : "VLAN-STG: unmapped ") +
                        plural(changed, "VLAN") + (map ? " to" : " from") + " instance " +
                        std::to_string(instance);
-    if (notThere > 0)
-        text += "; " + plural(notThere, "VLAN") + " were not in that instance";
+    if (notThere > 0) text += "; " + plural(notThere, "VLAN") + " were not in that instance";
     return text;
 }
 
 ForwardingModel::VlanBitmap ForwardingModel::vlansOfInstance(uint16_t instance) const {
     VlanBitmap out{};
     for (uint32_t v = 1; v <= kMaxVlan; ++v)
-        if (vlanInstance_[v] == instance && instance != 0)
-            bmp::set(out, v);
+        if (vlanInstance_[v] == instance && instance != 0) bmp::set(out, v);
     return out;
 }
 

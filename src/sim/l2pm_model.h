@@ -22,7 +22,7 @@
 namespace vorn::sim {
 
 class ForwardingModel {
-  public:
+public:
     using VlanBitmap = std::array<uint8_t, 512>;
 
     static constexpr uint32_t kMtInstanceOwnership = 18406;
@@ -83,7 +83,7 @@ class ForwardingModel {
     const std::deque<Flush>& recentFlushes() const { return recent_; }
     const Counters& counters() const { return counters_; }
 
-  private:
+private:
     std::string applyPortState(const uint8_t* msg, size_t len);
     std::string applyFlush(const uint8_t* msg, size_t len);
     std::string applyInstanceOwnership(const uint8_t* msg, size_t len);

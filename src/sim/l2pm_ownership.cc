@@ -19,8 +19,7 @@ static_assert(kOffPortList + kPortListLen == kOwnershipLen);
 
 std::string names(const std::vector<uint32_t>& ports) {
     std::string s;
-    for (uint32_t p : ports)
-        s += (s.empty() ? "" : ", ") + cli::shortIfName(p);
+    for (uint32_t p : ports) s += (s.empty() ? "" : ", ") + cli::shortIfName(p);
     return s.empty() ? "none" : s;
 }
 
@@ -43,16 +42,14 @@ void L2pm::handleOwnership(uint8_t* msg, size_t len, uint32_t source) {
         return;
     }
     std::vector<uint32_t> ports;
-    for (uint32_t i = 0; i < count; ++i)
-        ports.push_back(rd.u32(kOffPortList + 4 + 4 * i));
+    for (uint32_t i = 0; i < count; ++i) ports.push_back(rd.u32(kOffPortList + 4 + 4 * i));
     uint32_t action = rd.u32(kOffAction);
     std::vector<uint32_t> notGranted = model_.ownership(action, ports);
 
     be::Writer w(msg, len);
     w.zero(kOffPortList, kPortListLen);
     w.u32(kOffPortList, static_cast<uint32_t>(notGranted.size()));
-    for (size_t i = 0; i < notGranted.size(); ++i)
-        w.u32(kOffPortList + 4 + 4 * i, notGranted[i]);
+    for (size_t i = 0; i < notGranted.size(); ++i) w.u32(kOffPortList + 4 + 4 * i, notGranted[i]);
     if (!endpoint_.reply(msg, len)) {
         say("l2pm: port ownership from %s: the answer could not be sent", from.c_str());
         return;

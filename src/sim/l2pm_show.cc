@@ -19,8 +19,7 @@ std::string vlanList(const VlanBitmap& vlans) {
 
 std::string portList(const std::set<uint32_t>& ports) {
     std::string s;
-    for (uint32_t p : ports)
-        s += (s.empty() ? "" : ", ") + cli::shortIfName(p);
+    for (uint32_t p : ports) s += (s.empty() ? "" : ", ") + cli::shortIfName(p);
     return s.empty() ? "none" : s;
 }
 
@@ -41,11 +40,9 @@ std::string instanceLine(const ForwardingModel& m, uint16_t instance) {
 // The instances that have ports or VLANs.
 std::set<uint16_t> knownInstances(const ForwardingModel& m) {
     std::set<uint16_t> out;
-    for (const auto& [instance, ports] : m.instancePorts())
-        out.insert(instance);
+    for (const auto& [instance, ports] : m.instancePorts()) out.insert(instance);
     for (uint32_t v = 1; v < 4096; ++v)
-        if (m.instanceOfVlan(v) != 0)
-            out.insert(m.instanceOfVlan(v));
+        if (m.instanceOfVlan(v) != 0) out.insert(m.instanceOfVlan(v));
     return out;
 }
 
@@ -62,8 +59,7 @@ std::string describeL2pm(const ForwardingModel& m) {
     std::set<uint16_t> instances = knownInstances(m);
     s += "STG instances:";
     s += instances.empty() ? " none\n" : "\n";
-    for (uint16_t i : instances)
-        s += "  " + instanceLine(m, i) + "\n";
+    for (uint16_t i : instances) s += "  " + instanceLine(m, i) + "\n";
     uint64_t total = 0;
     std::map<uint32_t, VlanBitmap> flushedVlans;
     for (const auto& [key, n] : m.flushes()) {
@@ -85,17 +81,15 @@ std::string describeL2pm(const ForwardingModel& m) {
          " (" + std::to_string(c.flushRecords) + " records), instance ownership " +
          std::to_string(c.instanceMsgs) + " (" + std::to_string(c.instanceRecords) +
          " records), VLAN-STG " + std::to_string(c.vlanStgMsgs) + ", port ownership " +
-         std::to_string(c.ownershipRequests) + "; records skipped " +
-         std::to_string(c.badRecords) + ", messages too short " + std::to_string(c.malformed) +
-         "\n";
+         std::to_string(c.ownershipRequests) + "; records skipped " + std::to_string(c.badRecords) +
+         ", messages too short " + std::to_string(c.malformed) + "\n";
     return s;
 }
 
 std::string describeL2pmPort(const ForwardingModel& m, uint32_t ifIndex) {
     std::string s = cli::longIfName(ifIndex) + ": ";
     s += m.owned().count(ifIndex) != 0 ? "owned by the manager" : "not owned by the manager";
-    if (m.refused().count(ifIndex) != 0)
-        s += "; L2PM refuses to hand it over";
+    if (m.refused().count(ifIndex) != 0) s += "; L2PM refuses to hand it over";
     s += "\n";
     auto p = m.ports().find(ifIndex);
     if (p == m.ports().end()) {
@@ -116,28 +110,24 @@ std::string describeL2pmPort(const ForwardingModel& m, uint32_t ifIndex) {
             bmp::set(flushed, key.second);
             total += n;
         }
-    s += "  flushes: " + std::to_string(total) + (total == 0 ? "" : " (VLANs " +
-                                                                     vlanList(flushed) + ")") +
-         "\n";
+    s += "  flushes: " + std::to_string(total) +
+         (total == 0 ? "" : " (VLANs " + vlanList(flushed) + ")") + "\n";
     return s;
 }
 
 std::string describeL2pmVlan(const ForwardingModel& m, uint32_t vlan) {
     uint16_t instance = m.instanceOfVlan(vlan);
-    std::string s = "VLAN " + std::to_string(vlan) + ": " +
-                    (instance == 0 ? "in no STG instance" : "STG instance " +
-                                                                std::to_string(instance)) +
-                    "\n";
+    std::string s =
+        "VLAN " + std::to_string(vlan) + ": " +
+        (instance == 0 ? "in no STG instance" : "STG instance " + std::to_string(instance)) + "\n";
     bool any = false;
     for (const auto& [ifIndex, p] : m.ports()) {
-        if (!bmp::test(p.known, vlan))
-            continue;
+        if (!bmp::test(p.known, vlan)) continue;
         any = true;
         s += "  " + cli::shortIfName(ifIndex) +
              (bmp::test(p.forwarding, vlan) ? ": forwarding\n" : ": blocking\n");
     }
-    if (!any)
-        s += "  no port has a state for it\n";
+    if (!any) s += "  no port has a state for it\n";
     for (const auto& [key, n] : m.flushes())
         if (key.second == vlan)
             s += "  flushed on " + cli::shortIfName(key.first) + " " + std::to_string(n) +

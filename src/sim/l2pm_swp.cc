@@ -22,8 +22,7 @@ constexpr long kSyncIntervalMs = 100;
 
 L2pm::L2pm() : endpoint_(kOwnService, 0), buf_(ipc::kMaxMsgLen) {
     pipeFd_ = qelSwpCreatePipe("/qel/pipe/simL2pmSwpPipe");
-    if (pipeFd_ < 0)
-        say("l2pm: cannot create the SWP pipe; no queue to the manager possible");
+    if (pipeFd_ < 0) say("l2pm: cannot create the SWP pipe; no queue to the manager possible");
 }
 
 L2pm::~L2pm() {
@@ -32,8 +31,7 @@ L2pm::~L2pm() {
 
 void L2pm::run() {
     long now = nowMs();
-    if (lastSyncMs_ >= 0 && now - lastSyncMs_ < kSyncIntervalMs)
-        return;
+    if (lastSyncMs_ >= 0 && now - lastSyncMs_ < kSyncIntervalMs) return;
     lastSyncMs_ = now;
     syncWithManager();
 }
@@ -47,7 +45,8 @@ void L2pm::syncWithManager() {
 }
 
 void L2pm::createQueue() {
-    uint32_t handle = swpbuf::createQueueToManager("l2pm", kOwnService, 0, endpoint_.key(), pipeFd_);
+    uint32_t handle =
+        swpbuf::createQueueToManager("l2pm", kOwnService, 0, endpoint_.key(), pipeFd_);
     if (handle == 0) return;  // the next pass retries
     handle_ = handle;
     say("l2pm: manager 226.0 is up; SWP queue to it created (handle %u)", handle_);
@@ -88,12 +87,10 @@ void L2pm::endDownload(uint64_t notifications) {
 
 bool L2pm::sendNotification(Notif kind, std::span<const uint8_t> body, std::string* err) {
     auto fail = [err](const std::string& why) {
-        if (err != nullptr)
-            *err = why;
+        if (err != nullptr) *err = why;
         return false;
     };
-    if (handle_ == 0)
-        return fail("no SWP queue to the manager (is it running?)");
+    if (handle_ == 0) return fail("no SWP queue to the manager (is it running?)");
     if (body.size() > ipc::kMaxMsgLen - ipc::kSwpBodyOff)
         return fail("notification body of " + std::to_string(body.size()) +
                     " bytes does not fit one message");
@@ -102,8 +99,7 @@ bool L2pm::sendNotification(Notif kind, std::span<const uint8_t> body, std::stri
     be::Writer w(buffer, len);
     writeOrigin(w, static_cast<uint32_t>(kind), static_cast<uint32_t>(len), kOwnService, 0,
                 qel_getQueueId(kManagerService, 0, ipc::kKindRequest));
-    if (!body.empty())
-        w.bytes(ipc::kSwpBodyOff, body.data(), body.size());
+    if (!body.empty()) w.bytes(ipc::kSwpBodyOff, body.data(), body.size());
     if (qelSwpEnqueue(handle_, buffer, static_cast<int>(len)) != 0) {
         swpbuf::give(buffer);  // the queue did not take it
         return fail("the SWP queue refused the message");
@@ -121,11 +117,9 @@ void L2pm::handleAck(const uint8_t* msg) {
         say("l2pm: malformed SWP acknowledgement: dropped");
         return;
     }
-    if (freed == nullptr)
-        return;  // repeated, or for a queue that is gone
+    if (freed == nullptr) return;  // repeated, or for a queue that is gone
     ++counters_.notifAcked;
-    if (swpbuf::give(freed) != 0)
-        say("l2pm: acknowledged buffer was not one of ours");
+    if (swpbuf::give(freed) != 0) say("l2pm: acknowledged buffer was not one of ours");
 }
 
 void L2pm::handleResend(const uint8_t* msg) {

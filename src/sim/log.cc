@@ -18,8 +18,7 @@ void say(const char* fmt, ...) {
 }
 
 std::string queueName(uint32_t queueId) {
-    if (queueId == 0)
-        return "none";
+    if (queueId == 0) return "none";
     return std::to_string(ipc::queueService(queueId)) + "." +
            std::to_string(ipc::queueInstance(queueId));
 }

@@ -17,8 +17,7 @@ long nowMs() {
 }
 
 void Poller::onReadable(int fd, Handler onReady) {
-    if (fd < 0 || !onReady)
-        return;
+    if (fd < 0 || !onReady) return;
     watches_.push_back({fd, std::move(onReady)});
 }
 
@@ -37,28 +36,22 @@ void EventLoop::remove(Source* source) {
 }
 
 bool EventLoop::runOnce(int maxWaitMs) {
-    if (stopping_)
-        return false;
+    if (stopping_) return false;
     Poller poller;
-    for (Source* s : sources_)
-        s->wait(poller);
-    if (maxWaitMs >= 0)
-        poller.wakeWithin(maxWaitMs);
+    for (Source* s : sources_) s->wait(poller);
+    if (maxWaitMs >= 0) poller.wakeWithin(maxWaitMs);
 
     std::vector<pollfd> fds;
     fds.reserve(poller.watches_.size());
-    for (const auto& w : poller.watches_)
-        fds.push_back({w.fd, POLLIN, 0});
+    for (const auto& w : poller.watches_) fds.push_back({w.fd, POLLIN, 0});
     int n = poll(fds.data(), fds.size(), poller.timeoutMs());
     if (n < 0 && errno != EINTR)
         std::fprintf(stderr, "vornsim: poll failed: %s\n", std::strerror(errno));
     for (size_t i = 0; n > 0 && i < fds.size(); ++i) {
         // An error or hang-up is served like input: the handler's read finds out what it is.
-        if (fds[i].revents != 0)
-            poller.watches_[i].onReady();
+        if (fds[i].revents != 0) poller.watches_[i].onReady();
     }
-    for (Source* s : sources_)
-        s->run();
+    for (Source* s : sources_) s->run();
     return !stopping_;
 }
 

@@ -16,7 +16,7 @@ long nowMs();
 
 // What one pass waits on: readable descriptors and a wake-up time.
 class Poller {
-  public:
+public:
     using Handler = std::function<void()>;
 
     // Calls `onReady` once in this pass when fd is readable. Negative descriptors are ignored.
@@ -26,7 +26,7 @@ class Poller {
 
     int timeoutMs() const { return timeoutMs_; }
 
-  private:
+private:
     friend class EventLoop;
     struct Watch {
         int fd;
@@ -38,7 +38,7 @@ class Poller {
 
 // A part of the chassis that the loop drives.
 class Source {
-  public:
+public:
     virtual ~Source() = default;
     // Adds this source's descriptors and wake-up time for the next pass.
     virtual void wait(Poller& poller) = 0;
@@ -47,7 +47,7 @@ class Source {
 };
 
 class EventLoop {
-  public:
+public:
     // Adds a source; it must stay alive while the loop runs (or until it is removed).
     void add(Source* source);
     void remove(Source* source);
@@ -62,7 +62,7 @@ class EventLoop {
     void stop() { stopping_ = true; }
     bool stopping() const { return stopping_; }
 
-  private:
+private:
     std::vector<Source*> sources_;
     bool stopping_ = false;
 };

@@ -28,19 +28,17 @@ void ChassisSim::registerManagerCommands() {
                                 opts_.rundir);
              std::string err;
              registrationsBefore_ = l2pm_.counters().registered;
-             if (!startManager(&err))
-                 return refused(err);
+             if (!startManager(&err)) return refused(err);
              managerEndedAlone_ = false;
              planReplay();
-             return done("started the manager (pid " + std::to_string(manager_.pid()) + ")" +
-                         (replayPending_ ? "; it will replay " + opts_.rundir + "/startup-config"
-                                         : ""));
+             return done(
+                 "started the manager (pid " + std::to_string(manager_.pid()) + ")" +
+                 (replayPending_ ? "; it will replay " + opts_.rundir + "/startup-config" : ""));
          }});
     commands_.add({"manager stop", "", "stop the manager that vornsim started (SIGTERM)", 0, 0,
                    [this](const CommandTable::Args&) {
                        reapManager();
-                       if (!manager_.running())
-                           return refused("vornsim has no manager running");
+                       if (!manager_.running()) return refused("vornsim has no manager running");
                        int pid = static_cast<int>(manager_.pid());
                        replayPending_ = false;
                        bool clean = false;

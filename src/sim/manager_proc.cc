@@ -25,8 +25,7 @@ namespace {
     setpgid(0, 0);
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     // The parent may have died before the line above took effect.
-    if (getppid() != parent)
-        _exit(127);
+    if (getppid() != parent) _exit(127);
     execv(path, argv);
     int e = errno;
     ssize_t n = write(errPipe, &e, sizeof(e));
@@ -37,8 +36,7 @@ namespace {
 }  // namespace
 
 std::string describeWaitStatus(int status) {
-    if (WIFEXITED(status))
-        return "exit status " + std::to_string(WEXITSTATUS(status));
+    if (WIFEXITED(status)) return "exit status " + std::to_string(WEXITSTATUS(status));
     if (WIFSIGNALED(status)) {
         int sig = WTERMSIG(status);
         const char* name = strsignal(sig);
@@ -67,8 +65,7 @@ bool ManagerProcess::start(const std::string& path, const std::vector<std::strin
     std::vector<std::string> all{path};
     all.insert(all.end(), args.begin(), args.end());
     std::vector<char*> argv;
-    for (std::string& a : all)
-        argv.push_back(a.data());
+    for (std::string& a : all) argv.push_back(a.data());
     argv.push_back(nullptr);
 
     int fds[2];
@@ -106,12 +103,10 @@ bool ManagerProcess::start(const std::string& path, const std::vector<std::strin
 }
 
 bool ManagerProcess::reap(std::string* how) {
-    if (!running())
-        return false;
+    if (!running()) return false;
     int status = 0;
     pid_t r = waitpid(pid_, &status, WNOHANG);
-    if (r != pid_)
-        return false;
+    if (r != pid_) return false;
     pid_ = -1;
     lastEnd_ = describeWaitStatus(status);
     *how = lastEnd_;
@@ -120,8 +115,7 @@ bool ManagerProcess::reap(std::string* how) {
 
 std::string ManagerProcess::stop(int timeoutMs, bool* clean) {
     *clean = false;
-    if (!running())
-        return lastEnd_;
+    if (!running()) return lastEnd_;
     kill(pid_, SIGTERM);
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     int status = 0;

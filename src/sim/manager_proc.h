@@ -12,7 +12,7 @@ namespace vorn::sim {
 std::string describeWaitStatus(int status);
 
 class ManagerProcess {
-  public:
+public:
     ManagerProcess() = default;
     // A manager still running is stopped (see stop()).
     ~ManagerProcess();
@@ -34,7 +34,7 @@ class ManagerProcess {
     // How the last child ended ("" while none has).
     const std::string& lastEnd() const { return lastEnd_; }
 
-  private:
+private:
     pid_t pid_ = -1;
     std::string lastEnd_;
 };

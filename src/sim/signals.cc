@@ -18,8 +18,7 @@ SignalSource::SignalSource(Handler onSignal) : onSignal_(std::move(onSignal)) {
 }
 
 SignalSource::~SignalSource() {
-    if (fd_ >= 0)
-        close(fd_);
+    if (fd_ >= 0) close(fd_);
     sigprocmask(SIG_SETMASK, &oldMask_, nullptr);
 }
 
@@ -32,8 +31,7 @@ void SignalSource::drain() {
     for (;;) {
         ssize_t n = read(fd_, &info, sizeof(info));
         if (n != static_cast<ssize_t>(sizeof(info))) {
-            if (n < 0 && errno == EINTR)
-                continue;
+            if (n < 0 && errno == EINTR) continue;
             return;
         }
         onSignal_(static_cast<int>(info.ssi_signo));

@@ -11,7 +11,7 @@
 namespace vorn::sim {
 
 class SignalSource : public Source {
-  public:
+public:
     using Handler = std::function<void(int sig)>;
 
     // Blocks the three signals for the process and delivers them to `onSignal`.
@@ -24,7 +24,7 @@ class SignalSource : public Source {
     bool ok() const { return fd_ >= 0; }
     void wait(Poller& poller) override;
 
-  private:
+private:
     void drain();
 
     Handler onSignal_;

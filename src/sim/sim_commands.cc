@@ -3,10 +3,10 @@
 
 #include <functional>
 
+#include "platform/limits.h"
 #include "platform/number.h"
 #include "sim/chassis_sim.h"
 #include "sim/log.h"
-#include "platform/limits.h"
 
 namespace vorn::sim {
 namespace {

@@ -19,10 +19,8 @@ std::string startupConfigPath(const std::string& rundir) {
 
 void ChassisSim::planReplay() {
     std::string file = startupConfigPath(opts_.rundir);
-    if (access(file.c_str(), F_OK) != 0)
-        return;
-    if (opts_.vornctlPath.empty())
-        opts_.vornctlPath = defaultVornctlPath();
+    if (access(file.c_str(), F_OK) != 0) return;
+    if (opts_.vornctlPath.empty()) opts_.vornctlPath = defaultVornctlPath();
     replayPending_ = true;
     say("vornsim: %s found; it will be replayed through %s -f once the manager answers",
         file.c_str(), opts_.vornctlPath.c_str());
@@ -48,8 +46,7 @@ void ChassisSim::startReplayWhenReady() {
 
 void ChassisSim::reapReplay() {
     std::string how;
-    if (!replay_.reap(&how))
-        return;
+    if (!replay_.reap(&how)) return;
     if (how == "exit status 0")
         say("vornsim: the startup configuration was replayed (vornctl ended: %s)", how.c_str());
     else

@@ -33,11 +33,10 @@ void onQueueError(void* queue, int errCode) {
 
 }  // namespace
 
-uint32_t createQueueToManager(const char* who, int service, int instance, long key,
-                              int pipeFd) {
+uint32_t createQueueToManager(const char* who, int service, int instance, long key, int pipeFd) {
     uint32_t handle = 0;
-    int rc = qelSwpQueueCreateQs(0, 0, kWindow, kRto, service, instance, key, ipc::kSvcManager,
-                                 0, qel_getQueueId(service, instance, ipc::kKindSwpSource), 0, 0,
+    int rc = qelSwpQueueCreateQs(0, 0, kWindow, kRto, service, instance, key, ipc::kSvcManager, 0,
+                                 qel_getQueueId(service, instance, ipc::kKindSwpSource), 0, 0,
                                  nullptr, 0, give, onQueueError, &handle, pipeFd);
     if (rc == swp::kCreatePeerMissing) return 0;
     if (rc != 0) {
@@ -48,8 +47,7 @@ uint32_t createQueueToManager(const char* who, int service, int instance, long k
 }
 
 void* take(size_t len) {
-    if (len == 0)
-        return nullptr;
+    if (len == 0) return nullptr;
     auto block = std::make_unique<uint8_t[]>(len);  // value-initialised: zeroed
     void* p = block.get();
     Ledger& l = ledger();

@@ -11,8 +11,8 @@
 // of the header, never more than the receive buffer.
 inline vorn::be::Reader vornMsgReader(const uint8_t* msg) {
     vorn::be::Reader hdr(msg, vorn::ipc::kHdrLen);
-    size_t len = std::clamp<size_t>(hdr.u32(vorn::ipc::kOffMlen), vorn::ipc::kHdrLen,
-                                    vorn::ipc::kMaxMsgLen);
+    size_t len =
+        std::clamp<size_t>(hdr.u32(vorn::ipc::kOffMlen), vorn::ipc::kHdrLen, vorn::ipc::kMaxMsgLen);
     return vorn::be::Reader(msg, len);
 }
 

@@ -44,7 +44,8 @@ inline constexpr size_t VORN_EVH_EVENT_OFF = 64;
 inline constexpr size_t VORN_EVH_SLOT_OFF = 68;
 
 static_assert(MT_VORN_VORNA_REGISTER == vorn::agt::kMtRegister &&
-              MT_VORN_RING_CFG == vorn::agt::kMtRingCfg && MT_VORN_IF_INFO == vorn::agt::kMtIfInfo &&
+              MT_VORN_RING_CFG == vorn::agt::kMtRingCfg &&
+              MT_VORN_IF_INFO == vorn::agt::kMtIfInfo &&
               MT_VORN_AGT_MSG_TO_MGR == vorn::agt::kMtReport &&
               MT_VORN_RING_STATS == vorn::agt::kMtStatsReq &&
               MT_VORN_DBG_CFG == vorn::agt::kMtDbgCfg && MT_VORN_LC_TYPE == vorn::agt::kMtLcType);

@@ -10,7 +10,8 @@
 
 int vornCreateMemPools() {
     const uint32_t sizes[] = {100, 68, 8192, 588, 260};
-    for (int i = 0; i < 5; ++i) VORN_DBG("size at index %d is %d \r\n", i, static_cast<int>(sizes[i]));
+    for (int i = 0; i < 5; ++i)
+        VORN_DBG("size at index %d is %d \r\n", i, static_cast<int>(sizes[i]));
     if (qelMC_qel_memPartVarInit(VORN_MEM_PART_ID, vornTcb.instance, sizes, 5) == -1) {
         std::perror("qel_memPartVarInit error");
         return -1;
@@ -19,18 +20,18 @@ int vornCreateMemPools() {
         std::perror("qel_memPartFixedInit error");
         return -1;
     }
-    if (qelMC_M_memPoolCreate("VORN_PORT_MEM_POOL", VORN_PORT_MEM_POOL, 0,
-                              VORN_PORT_BLOCK_SIZE) == -1) {
+    if (qelMC_M_memPoolCreate("VORN_PORT_MEM_POOL", VORN_PORT_MEM_POOL, 0, VORN_PORT_BLOCK_SIZE) ==
+        -1) {
         std::perror("qel_memPoolCreate(VORN_PORT_MEM_POOL) error");
         return -1;
     }
-    if (qelMC_M_memPoolCreate("VORN_VLAN_MEM_POOL", VORN_VLAN_MEM_POOL, 0,
-                              VORN_VLAN_BLOCK_SIZE) == -1) {
+    if (qelMC_M_memPoolCreate("VORN_VLAN_MEM_POOL", VORN_VLAN_MEM_POOL, 0, VORN_VLAN_BLOCK_SIZE) ==
+        -1) {
         std::perror("qel_memPoolCreate(VORN_VLAN_MEM_POOL) error");
         return -1;
     }
-    if (qelMC_M_memPoolCreate("VORN_RING_MEM_POOL", VORN_RING_MEM_POOL, 0,
-                              VORN_RING_BLOCK_SIZE) == -1) {
+    if (qelMC_M_memPoolCreate("VORN_RING_MEM_POOL", VORN_RING_MEM_POOL, 0, VORN_RING_BLOCK_SIZE) ==
+        -1) {
         std::perror("qel_memPoolCreate(VORN_RING_MEM_POOL) error");
         return -1;
     }
@@ -57,8 +58,7 @@ int vornDeletePartitions() {
     return 0;
 }
 
-void* vornFixedPoolMallocAt(const char* file, int line, int tag, uint32_t size,
-                            uint32_t poolId) {
+void* vornFixedPoolMallocAt(const char* file, int line, int tag, uint32_t size, uint32_t poolId) {
     return qelMC_M_memBlockAlloc(file, line, tag, size, poolId, 0, 0);
 }
 
@@ -74,5 +74,9 @@ int vornVarPoolFreeAt(const char* file, int line, void* buffer) {
     return qelMC_M_memBlockVarFree(file, line, buffer);
 }
 
-void* vornSwpMalloc(uint32_t size) { return vornVarPoolMallocAt(__FILE__, __LINE__, size); }
-int vornSwpFree(void* buffer) { return vornVarPoolFreeAt(__FILE__, __LINE__, buffer); }
+void* vornSwpMalloc(uint32_t size) {
+    return vornVarPoolMallocAt(__FILE__, __LINE__, size);
+}
+int vornSwpFree(void* buffer) {
+    return vornVarPoolFreeAt(__FILE__, __LINE__, buffer);
+}

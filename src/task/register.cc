@@ -5,9 +5,9 @@
 #include "platform/codec.h"
 #include "platform/evtlog.h"
 #include "platform/ipc.h"
-#include "task/swpq.h"
-#include "task/register.h"
 #include "task/msgtypes.h"
+#include "task/register.h"
+#include "task/swpq.h"
 #include "task/tcb.h"
 
 namespace {
@@ -38,8 +38,8 @@ int vornRegWithEvtHandler() {
     return 0;
 }
 
-int vornGetL2pmRegistrationTypes(uint32_t* word1, uint32_t* word2, uint32_t* word3,
-                                 uint32_t* word4, uint32_t* word5) {
+int vornGetL2pmRegistrationTypes(uint32_t* word1, uint32_t* word2, uint32_t* word3, uint32_t* word4,
+                                 uint32_t* word5) {
     if (word1 != nullptr && word2 != nullptr && word3 != nullptr && word4 != nullptr &&
         word5 != nullptr)
         *word5 = kRegWord5;

@@ -6,9 +6,9 @@
 #include "platform/codec.h"
 #include "platform/ipc.h"
 #include "platform/swp.h"
-#include "task/swpq.h"
-#include "task/register.h"
 #include "task/pools.h"
+#include "task/register.h"
+#include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
 
@@ -24,10 +24,11 @@ constexpr int kL2pmWait = 50;
 constexpr int kAgentWait = 1;
 constexpr uint32_t kAddrFailed = 0xFFFFFFFF;
 
-Writer hdr(void* buffer) { return Writer(buffer, ipc::kHdrLen); }
+Writer hdr(void* buffer) {
+    return Writer(buffer, ipc::kHdrLen);
+}
 
-int createQueue(int peerService, int peerInstance, int rto, QelSwpErrFn onError,
-                uint32_t* handle) {
+int createQueue(int peerService, int peerInstance, int rto, QelSwpErrFn onError, uint32_t* handle) {
     return qelSwpQueueCreateQs(vornTcb.evLogKey, 0, kWindow, rto, VORN_SERVICE, 0, vornTcb.ipcKey,
                                peerService, peerInstance, qel_getQueueId(VORN_SERVICE, 0, 3), 0, 0,
                                vornSwpMalloc, 0, vornSwpFree, onError, handle, vornTcb.swpPipefd);

@@ -19,20 +19,20 @@ inline constexpr int VORN_IFM_SERVICE = vorn::ipc::kSvcIfm;
 using VornSwpRcvState = std::array<uint32_t, 2>;
 
 struct VornTcb {
-    QelKey pKey;                 // task key from qelTaskStartup
-    uint32_t taskId;             // printed by the diagnostics; never filled
-    uint32_t ringCount;          // configured rings
-    QelKey ipcKey;               // used for every send and send-and-wait
+    QelKey pKey;         // task key from qelTaskStartup
+    uint32_t taskId;     // printed by the diagnostics; never filled
+    uint32_t ringCount;  // configured rings
+    QelKey ipcKey;       // used for every send and send-and-wait
     int32_t service;
-    int32_t instance;            // also the owner of the memory partition
+    int32_t instance;  // also the owner of the memory partition
     QelKey evLogKey;
-    int32_t reqQfd;              // request queue; also used for SWP checks and replies
+    int32_t reqQfd;  // request queue; also used for SWP checks and replies
     int32_t timerQfd;
-    uint32_t evtLevel;           // event severity mask
-    uint32_t recvEOConf;         // 1 once L2PM's end of configuration arrived
+    uint32_t evtLevel;    // event severity mask
+    uint32_t recvEOConf;  // 1 once L2PM's end of configuration arrived
     int32_t swpPipefd;
-    uint32_t l2pmSwpHandle;      // 0 until the queue to L2PM exists
-    VornSwpRcvState notifSwpRcvState;  // shared by IFM and L2PM notifications
+    uint32_t l2pmSwpHandle;                               // 0 until the queue to L2PM exists
+    VornSwpRcvState notifSwpRcvState;                     // shared by IFM and L2PM notifications
     std::array<uint32_t, VORN_MAX_SLOTS> vornaSwpHandle;  // 0: no agent in the slot
     std::array<VornSwpRcvState, VORN_MAX_SLOTS> vornaSwpRcvState;
     std::array<uint32_t, VORN_MAX_SLOTS> lcType;
@@ -46,7 +46,9 @@ extern VornTcb vornTcb;
 // The one receive buffer of the main loop: every message is read into it and handled in
 // place, so it also holds the last message read (for the diagnostics).
 extern std::array<uint8_t, vorn::ipc::kMaxMsgLen> gVornMainIpcBuf;
-inline const uint8_t* vornLastReceivedMsg() { return gVornMainIpcBuf.data(); }
+inline const uint8_t* vornLastReceivedMsg() {
+    return gVornMainIpcBuf.data();
+}
 
 // Event counters, by index.
 enum VornCounter : int {
@@ -117,8 +119,12 @@ static_assert(VORN_NUM_ERRS == 7);
 extern std::array<uint32_t, VORN_NUM_COUNTERS> gVornCounters;
 extern std::array<uint32_t, VORN_NUM_ERRS> gVornErrs;
 
-inline void vornCount(VornCounter c) { gVornCounters[c]++; }
-inline void vornCountErr(VornErr e) { gVornErrs[e]++; }
+inline void vornCount(VornCounter c) {
+    gVornCounters[c]++;
+}
+inline void vornCountErr(VornErr e) {
+    gVornErrs[e]++;
+}
 
 int vornClearCounters();
 int vornClearErrs();

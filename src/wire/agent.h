@@ -13,12 +13,12 @@
 namespace vorn::agt {
 
 // Message types.
-inline constexpr uint32_t kMtRegister = 0x6401;    // agent -> manager, and the reply (IPC)
-inline constexpr uint32_t kMtRingCfg = 0x6402;     // ring configuration records (SWP)
-inline constexpr uint32_t kMtIfInfo = 0x6403;      // interface information records (SWP)
-inline constexpr uint32_t kMtReport = 0x6404;      // port states and flushes (agent -> manager, SWP)
-inline constexpr uint32_t kMtStatsReq = 0x6405;    // ring statistics, answered in place
-inline constexpr uint32_t kMtDbgCfg = 0x6406;      // debug settings (SWP)
+inline constexpr uint32_t kMtRegister = 0x6401;  // agent -> manager, and the reply (IPC)
+inline constexpr uint32_t kMtRingCfg = 0x6402;   // ring configuration records (SWP)
+inline constexpr uint32_t kMtIfInfo = 0x6403;    // interface information records (SWP)
+inline constexpr uint32_t kMtReport = 0x6404;    // port states and flushes (agent -> manager, SWP)
+inline constexpr uint32_t kMtStatsReq = 0x6405;  // ring statistics, answered in place
+inline constexpr uint32_t kMtDbgCfg = 0x6406;    // debug settings (SWP)
 inline constexpr uint32_t kMtClearStats = 0x6407;  // clear counters, 128 bytes (SWP)
 inline constexpr uint32_t kMtStartCfg = 0x6408;    // 128 zero bytes (SWP)
 inline constexpr uint32_t kMtEndCfg = 0x6409;      // 128 zero bytes (SWP)
@@ -43,11 +43,11 @@ namespace regreply {
 inline constexpr size_t kLen = 60;
 inline constexpr size_t kOffTaskId = 32;
 inline constexpr size_t kOffZero36 = 36;
-inline constexpr size_t kOffRpAddr = 40;     // qel_sysGetIpAddr()
-inline constexpr size_t kOffMgrQueue = 44;   // qel_getQueueId(226, 0, 1)
-inline constexpr size_t kOffSlot = 48;       // copied from the registration's byte 36
-inline constexpr size_t kOffValueA = 52;     // ... byte 40
-inline constexpr size_t kOffValueB = 56;     // ... byte 44
+inline constexpr size_t kOffRpAddr = 40;    // qel_sysGetIpAddr()
+inline constexpr size_t kOffMgrQueue = 44;  // qel_getQueueId(226, 0, 1)
+inline constexpr size_t kOffSlot = 48;      // copied from the registration's byte 36
+inline constexpr size_t kOffValueA = 52;    // ... byte 40
+inline constexpr size_t kOffValueB = 56;    // ... byte 44
 static_assert(kOffValueB + 4 == kLen);
 }  // namespace regreply
 
@@ -57,7 +57,7 @@ inline constexpr uint32_t kBracketLen = 128;
 // ---- Ring configuration (0x6402): a count at 124, then 544-byte records at 128 -----------
 namespace rcfg {
 // Record actions.
-inline constexpr uint16_t kActionSet = 1;        // also: configuration changed
+inline constexpr uint16_t kActionSet = 1;  // also: configuration changed
 inline constexpr uint16_t kActionRemove = 2;
 inline constexpr uint16_t kActionDeleteRing = 3;
 // Ring actions.
@@ -89,7 +89,7 @@ inline constexpr size_t kOffHello = 536;       // u16 (kFlagHello)
 inline constexpr size_t kOffDead = 538;        // u16 (kFlagDead)
 inline constexpr size_t kOffMode = 540;        // u8 (kFlagMode), then 3 zero bytes
 inline constexpr size_t kRecLen = 544;
-inline constexpr size_t kOffCount = 124;       // u32
+inline constexpr size_t kOffCount = 124;  // u32
 inline constexpr size_t kOffRecords = 128;
 // The manager adds a record only while 544 x count + 672 stays within its 8192-byte buffer:
 // 14 fit in one message.
@@ -172,10 +172,10 @@ inline constexpr size_t kEntryLen = 16;
 inline constexpr int kEntries = 7;
 inline constexpr size_t kRecLen = kOffEntries + kEntryLen * kEntries;  // 116
 // An entry.
-inline constexpr size_t kOffSet = 0;     // u8: 1 = this entry carries a setting
-inline constexpr size_t kOffOff = 1;     // u8: 1 = turn the setting off
-inline constexpr size_t kOffType = 4;    // u32: 0xBBBB event, 0xAAAA detail, 0xCCCC packet
-inline constexpr size_t kOffMode = 8;    // u32: 0x11 Rx and Tx, 0x01 Rx, 0x10 Tx
+inline constexpr size_t kOffSet = 0;          // u8: 1 = this entry carries a setting
+inline constexpr size_t kOffOff = 1;          // u8: 1 = turn the setting off
+inline constexpr size_t kOffType = 4;         // u32: 0xBBBB event, 0xAAAA detail, 0xCCCC packet
+inline constexpr size_t kOffMode = 8;         // u32: 0x11 Rx and Tx, 0x01 Rx, 0x10 Tx
 inline constexpr size_t kOffCountLimit = 12;  // u32: events to print, 0 = no limit
 inline constexpr uint32_t kTypeDetail = 0xAAAA;
 inline constexpr uint32_t kTypeEvent = 0xBBBB;

@@ -42,8 +42,7 @@ inline constexpr uint32_t kStatusRefused = 1;
 // longer than kMaxCommandLen.
 inline bool encodeRequest(const std::string& command, uint32_t exchangeId, uint32_t srcQueueId,
                           std::vector<uint8_t>* out) {
-    if (command.size() > kMaxCommandLen)
-        return false;
+    if (command.size() > kMaxCommandLen) return false;
     out->assign(kOffCommand + command.size() + 1, 0);
     be::Writer w(out->data(), out->size());
     w.u32(ipc::kOffMlen, static_cast<uint32_t>(out->size()));
@@ -123,12 +122,10 @@ struct AnswerPart {
 // length runs past the message.
 inline bool decodeAnswerPart(const uint8_t* msg, size_t len, AnswerPart* out) {
     be::Reader rd(msg, len);
-    if (rd.u32(ipc::kOffMtype) != kMtAnswer)
-        return false;
+    if (rd.u32(ipc::kOffMtype) != kMtAnswer) return false;
     uint32_t n = rd.u32(kOffTextLen);
     auto text = rd.view(kOffText, n);
-    if (!rd.ok())
-        return false;
+    if (!rd.ok()) return false;
     out->exchangeId = rd.u32(ipc::kOffXid);
     out->status = rd.u32(kOffStatus);
     out->more = rd.u32(kOffMore) != 0;

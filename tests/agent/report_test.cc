@@ -101,7 +101,11 @@ TEST_F(ReportTest, EachStateCodeAndEachHalf) {
         // State 4 carries no state: the flush goes, the stored state stays.
         {"state 4 with flush", {5, kPri, 4, 1, 0, 0, 0}, 0, 0, {0, 2}, false},
         {"secondary only", {5, 0, 2, 0, kSec, 2, 1}, 0, 2, {1, 2}, false},
-        {"primary mismatch, secondary applied", {5, kPri + 1, 2, 1, kSec, 2, 0}, 0, 2, {1, 0},
+        {"primary mismatch, secondary applied",
+         {5, kPri + 1, 2, 1, kSec, 2, 0},
+         0,
+         2,
+         {1, 0},
          true},
         {"unknown ring skipped", {6, kPri, 2, 1, kSec, 2, 1}, 0, 0, {0, 0}, false},
         {"ring id 0 skipped", {0, kPri, 2, 1, kSec, 2, 1}, 0, 0, {0, 0}, false},
@@ -118,9 +122,10 @@ TEST_F(ReportTest, EachStateCodeAndEachHalf) {
         EXPECT_EQ(ring_->u4PriPortState, c.wantPri);
         EXPECT_EQ(ring_->u4SecPortState, c.wantSec);
         EXPECT_EQ(pendingL2pm(), c.wantL2pm);
-        bool logged = out.find("vornProcMsgFromAgt(): Primary port mismatch for Ring 5. Mgr "
-                               "Port (130), Agent Port (131), Port State (2), isFlush (1)") !=
-                      std::string::npos;
+        bool logged =
+            out.find(
+                "vornProcMsgFromAgt(): Primary port mismatch for Ring 5. Mgr "
+                "Port (130), Agent Port (131), Port State (2), isFlush (1)") != std::string::npos;
         EXPECT_EQ(logged, c.mismatchLogged) << out;
     }
 }
@@ -177,8 +182,8 @@ TEST_F(ReportTest, OperStatusOfAMasterFollowsItsPortStates) {
         uint32_t pri, sec;
         int want;
     } cases[] = {
-        {VORN_MODE_MASTER, 2, 3, VORN_OPER_UP},    {VORN_MODE_MASTER, 2, 2, VORN_OPER_DOWN},
-        {VORN_MODE_MASTER, 0, 3, VORN_OPER_DOWN},  {VORN_MODE_TRANSIT, 2, 3, VORN_OPER_NONE},
+        {VORN_MODE_MASTER, 2, 3, VORN_OPER_UP},   {VORN_MODE_MASTER, 2, 2, VORN_OPER_DOWN},
+        {VORN_MODE_MASTER, 0, 3, VORN_OPER_DOWN}, {VORN_MODE_TRANSIT, 2, 3, VORN_OPER_NONE},
         {VORN_MODE_NONE, 2, 3, VORN_OPER_NONE},
     };
     for (const auto& c : cases) {

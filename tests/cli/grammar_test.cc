@@ -20,7 +20,7 @@ namespace vorn {
 namespace {
 
 class ShellHelpTest : public test::PlatformTest {
-  protected:
+protected:
     // The words of the help lines, in order ("  mode   the ring's..." -> "mode").
     static std::vector<std::string> helpWords(const std::string& text) {
         std::vector<std::string> out;
@@ -58,9 +58,9 @@ TEST_F(ShellHelpTest, QuestionMarkListsWhatMayComeNext) {
         {true, "interface primary Gi 0/1 ", {"secondary"}},
         {true, "no member-vlan ", {"VLAN-LIST", "<cr>"}},
         {true, "description ", {"LINE"}},
-        {true, "description a ring", {}},   // '?' is part of the text
+        {true, "description a ring", {}},  // '?' is part of the text
         {true, "shell vornPrintRing", {}},
-        {true, "mode mister ", {"%"}},      // an error line
+        {true, "mode mister ", {"%"}},  // an error line
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(c.inRing ? "ring: " : "top: ") + c.before);
@@ -74,8 +74,9 @@ TEST_F(ShellHelpTest, QuestionMarkListsWhatMayComeNext) {
     std::vector<std::string> ringTop = helpWords(cli.helpText(""));
     for (const char* w : {"interface", "member-vlan", "mode", "timer", "disable", "protocol"})
         EXPECT_NE(std::find(ringTop.begin(), ringTop.end(), w), ringTop.end()) << w;
-    EXPECT_NE(cli.helpText("mode mister ").find("unknown word 'mister'; expected master or "
-                                                "transit"),
+    EXPECT_NE(cli.helpText("mode mister ")
+                  .find("unknown word 'mister'; expected master or "
+                        "transit"),
               std::string::npos);
 }
 

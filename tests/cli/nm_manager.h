@@ -16,7 +16,7 @@
 namespace vorn::test {
 
 class NmManager {
-  public:
+public:
     using Request = std::vector<uint8_t>;
     // The status to answer a request with; a negative one leaves the request unanswered.
     using Answer = std::function<int64_t(const Request&)>;
@@ -41,24 +41,21 @@ class NmManager {
         return requests_;
     }
 
-  private:
+private:
     void serve() {
         std::vector<uint8_t> buf(ipc::kMaxMsgLen);
         while (!stop_) {
-            int n = qelIpcRecvWait(Key_getReqQueue(key_), buf.data(),
-                                   static_cast<int>(buf.size()), 10);
-            if (n <= 0)
-                continue;
+            int n =
+                qelIpcRecvWait(Key_getReqQueue(key_), buf.data(), static_cast<int>(buf.size()), 10);
+            if (n <= 0) continue;
             Request req(buf.begin(), buf.begin() + n);
-            if (be::Reader(req.data(), req.size()).u32(ipc::kOffMtype) != 6001)
-                continue;
+            if (be::Reader(req.data(), req.size()).u32(ipc::kOffMtype) != 6001) continue;
             {
                 std::lock_guard<std::mutex> lock(mu_);
                 requests_.push_back(req);
             }
             int64_t status = answer_(req);
-            if (status < 0)
-                continue;
+            if (status < 0) continue;
             be::Writer w(req.data(), req.size());
             w.u32(64, static_cast<uint32_t>(status));
             w.u16(84, static_cast<uint16_t>(status));

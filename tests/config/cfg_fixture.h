@@ -13,24 +13,24 @@
 #include <string>
 #include <vector>
 
+#include "agent/agent.h"
 #include "config/config.h"
+#include "ifm/ifm.h"
 #include "l2pm/l2pm.h"
+#include "loop/loop.h"
+#include "peer/peer.h"
 #include "platform/bitmap.h"
 #include "platform/cfgstore.h"
 #include "platform/codec.h"
 #include "platform/ifindex.h"
 #include "ringdb/records.h"
 #include "ringdb/ringdb.h"
+#include "show/show.h"
 #include "support/ifidx.h"
 #include "support/mgr_fixture.h"
-#include "agent/agent.h"
-#include "ifm/ifm.h"
-#include "loop/loop.h"
-#include "peer/peer.h"
-#include "show/show.h"
+#include "task/msgtypes.h"
 #include "task/register.h"
 #include "task/swpq.h"
-#include "task/msgtypes.h"
 #include "task/tcb.h"
 
 namespace vorn::test {
@@ -40,10 +40,10 @@ class CliReq {
 public:
     explicit CliReq(uint32_t type, uint16_t ringId) {
         be::Writer wr = w();
-        wr.u32(ipc::kOffMlen, vorn::nm::kLen);              // IPC header: length
+        wr.u32(ipc::kOffMlen, vorn::nm::kLen);                // IPC header: length
         wr.u32(ipc::kOffMtype, MT_NM);                        //   message type 6001
         wr.u32(ipc::kOffDstSvce, qel_getQueueId(226, 0, 1));  //   to the manager
-        wr.u32(vorn::nm::kOffType, type);                  // 72: request type
+        wr.u32(vorn::nm::kOffType, type);                     // 72: request type
         wr.u16(vorn::nm::kOffRingId, ringId);                 // 90: ring id
     }
     CliReq& no() { return u16(vorn::nm::kOffNoForm, 1); }  // 82: the "no" form

@@ -67,7 +67,8 @@ TEST_F(ProtoTest, RefusedCreationsMakeNothing) {
         auto errs = gVornErrs;
         vornErrPrint = 1;
         int64_t st = -2;
-        std::string out = captureStdout([&] { st = status(CliReq(vorn::nm::kTypeProto, c.ringId)); });
+        std::string out =
+            captureStdout([&] { st = status(CliReq(vorn::nm::kTypeProto, c.ringId)); });
         vornErrPrint = 0;
         EXPECT_EQ(st, 0);  // the reply says success
         EXPECT_EQ(out, c.errLine);
@@ -200,8 +201,7 @@ TEST_F(ProtoTest, DispatchRoutesRepliesAndCounts) {
         std::string out = captureStdout([&] { reply = run(req, 1000); });
         vornDbgPrint = 0;
         ASSERT_EQ(reply.size(), c.replyLen);
-        EXPECT_EQ(be::Reader(reply.data(), reply.size()).u32(c.replyLen == 88 ? 60 : 64),
-                  c.status);
+        EXPECT_EQ(be::Reader(reply.data(), reply.size()).u32(c.replyLen == 88 ? 60 : 64), c.status);
         // The dispatch's own lines come first; the show, debug and clear handlers follow.
         EXPECT_EQ(out.rfind("vornProcessIpcMsg: MT_NM \r\n" + std::string(c.trace), 0), 0u) << out;
         auto expected = before;

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "diag/diag.h"
-#include "task/trace.h"
 #include "l2pm/l2pm.h"
 #include "platform/bitmap.h"
 #include "platform/shell.h"
@@ -16,6 +15,7 @@
 #include "support/ifidx.h"
 #include "support/mgr_fixture.h"
 #include "task/tcb.h"
+#include "task/trace.h"
 
 namespace {
 

@@ -22,16 +22,21 @@ TEST(Startup, SimulatorStartsTheManagerWhichAnswersTheShellAndBothStopCleanly) {
 
     // The manager answers the shell once it has subscribed and registered.
     std::string answer;
-    ASSERT_TRUE(eventually([&] { return c.ctl({"shell", "qelIpcStats"}, &answer) == 0; }, 20000))
-        << answer << "\nvornsim said:\n" << c.simLog();
+    ASSERT_TRUE(eventually(
+        [&] {
+            return c.ctl({"shell", "qelIpcStats"}, &answer) == 0;
+        },
+        20000))
+        << answer << "\nvornsim said:\n"
+        << c.simLog();
     EXPECT_NE(answer.find("datagrams received"), std::string::npos) << answer;
     EXPECT_EQ(answer.find('\r'), std::string::npos) << "line ends not normalised";
 
     // The simulator's own view of the same start-up.
     std::string simStatus;
     ASSERT_EQ(c.ctl({"sim", "status"}, &simStatus), 0) << simStatus;
-    for (const char* seen : {"subscribers: 226.0 (3 events)", "registrations 1 accepted",
-                             "cards: 0,3"})
+    for (const char* seen :
+         {"subscribers: 226.0 (3 events)", "registrations 1 accepted", "cards: 0,3"})
         EXPECT_NE(simStatus.find(seen), std::string::npos) << seen << "\n" << simStatus;
 
     int status = c.stop();

@@ -20,7 +20,11 @@ namespace {
 TEST(Stop, SigtermDuringABurstLeavesAWholeRunningConfig) {
     Chassis c;
     c.start();
-    ASSERT_TRUE(eventually([&c] { return c.ctl({"shell", "qelIpcStats"}) == 0; }, 20000))
+    ASSERT_TRUE(eventually(
+        [&c] {
+            return c.ctl({"shell", "qelIpcStats"}) == 0;
+        },
+        20000))
         << c.simLog();
     std::string file = c.base() + "/burst.cfg";
     {
@@ -30,11 +34,12 @@ TEST(Stop, SigtermDuringABurstLeavesAWholeRunningConfig) {
                 << " of the burst\n timer hello-interval 300\n timer dead-interval 900\n";
         }
     }
-    pid_t burst = spawn({VORNCTL_PATH, "--rundir", c.rundir(), "-f", file}, c.base() + "/burst.out");
+    pid_t burst =
+        spawn({VORNCTL_PATH, "--rundir", c.rundir(), "-f", file}, c.base() + "/burst.out");
     // The manager's pid is in its lock file; the signal goes once the burst is under way.
     std::string lock = c.rundir() + "/226.0.lock";
-    ASSERT_TRUE(eventually([&] { return slurp(c.rundir() + "/running-config").size() > 2000; },
-                           20000));
+    ASSERT_TRUE(
+        eventually([&] { return slurp(c.rundir() + "/running-config").size() > 2000; }, 20000));
     pid_t manager = static_cast<pid_t>(std::stol(slurp(lock)));
     ASSERT_EQ(kill(manager, SIGTERM), 0);
     ASSERT_TRUE(eventually([&] { return kill(manager, 0) != 0; }, 10000)) << "the manager lives";

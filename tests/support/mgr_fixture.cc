@@ -5,20 +5,20 @@
 
 #include <cstdio>
 
-#include "agent/pending.h"
-#include "l2pm/l2pm.h"
-#include "platform/mem.h"
-#include "ringdb/records.h"
-#include "platform/swp.h"
 #include "agent/agent.h"
+#include "agent/pending.h"
 #include "config/config.h"
 #include "ifm/ifm.h"
+#include "l2pm/l2pm.h"
 #include "loop/loop.h"
 #include "peer/peer.h"
+#include "platform/mem.h"
+#include "platform/swp.h"
+#include "ringdb/records.h"
 #include "show/show.h"
+#include "task/pools.h"
 #include "task/register.h"
 #include "task/swpq.h"
-#include "task/pools.h"
 #include "task/tcb.h"
 #include "task/trace.h"
 
@@ -54,7 +54,9 @@ QelKey MgrTest::openPeer(int service, int instance) {
     return k;
 }
 
-void MgrTest::createL2pmQueue() { ASSERT_EQ(vornToL2pmCreateSwpQueue(), 0); }
+void MgrTest::createL2pmQueue() {
+    ASSERT_EQ(vornToL2pmCreateSwpQueue(), 0);
+}
 
 std::vector<uint8_t> MgrTest::recvOn(QelKey peer, int timeoutMs) {
     std::vector<uint8_t> buf(8192);
