@@ -4,6 +4,8 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 scripts/install-deps.sh
+echo "== format"
+scripts/check-format.sh
 
 jobs=${JOBS:-2}
 echo "== build (gcc, RelWithDebInfo)"
