@@ -58,6 +58,22 @@ void* queueCopy(const std::vector<uint8_t>& msg) {
     return p;
 }
 
+// Serves an acknowledgement or a resend request of one of the peers' sender queues. False
+// when the message is neither.
+bool serveSwpControl(uint32_t mtype, uint8_t* msg, size_t len) {
+    if (len < swp::kCtrlMsgLen) return false;
+    if (mtype == swp::kMtAck) {
+        void* freed = nullptr;
+        if (qelSwpDequeue(msg, &freed) == 0 && freed != nullptr) releaseBuffer(freed);
+        return true;
+    }
+    if (mtype == swp::kMtForcedResend) {
+        qelSwpResend(msg);
+        return true;
+    }
+    return false;
+}
+
 // Hands a copy of msg to an SWP queue. False when no buffer could be had or the queue
 // refused it (the copy is then given back).
 bool enqueueCopy(uint32_t handle, const std::vector<uint8_t>& msg) {
@@ -268,11 +284,8 @@ void Peers::onL2pm(uint8_t* msg, size_t len, int fd) {
         be::Writer(msg, len).u32(kOffOwnershipList, 0);
         qelIpcReply(fd, msg, static_cast<int>(len));
         ++l2pm_.ownershipRequests;
-    } else if (mtype == swp::kMtAck && len >= swp::kCtrlMsgLen) {
-        void* freed = nullptr;
-        if (qelSwpDequeue(msg, &freed) == 0 && freed != nullptr) releaseBuffer(freed);
-    } else if (mtype == swp::kMtForcedResend && len >= swp::kCtrlMsgLen) {
-        qelSwpResend(msg);
+    } else if (serveSwpControl(mtype, msg, len)) {
+        // an acknowledgement or resend request of our own queue: done
     } else if (len >= swp::kCtrlMsgLen && rd.u32(swp::kOffMagic) == swp::kMagic) {
         int rc = qelSwpCkSeqAndAck(msg, l2pmRcv_, fd);
         if (rc == swp::kCkAccepted) {
@@ -421,11 +434,8 @@ void Peers::onAgent(uint8_t* msg, size_t len, int fd) {
         be::Writer(msg, len).zero(agt::stats::kOffCounters, 4 * agt::stats::kCounters);
         qelIpcReply(fd, msg, static_cast<int>(len));
         ++agent_.statsRequests;
-    } else if (mtype == swp::kMtAck && len >= swp::kCtrlMsgLen) {
-        void* freed = nullptr;
-        if (qelSwpDequeue(msg, &freed) == 0 && freed != nullptr) releaseBuffer(freed);
-    } else if (mtype == swp::kMtForcedResend && len >= swp::kCtrlMsgLen) {
-        qelSwpResend(msg);
+    } else if (serveSwpControl(mtype, msg, len)) {
+        // an acknowledgement or resend request of our own queue: done
     } else if (len >= swp::kCtrlMsgLen && rd.u32(swp::kOffMagic) == swp::kMagic) {
         agentSwpData(msg, len, fd);
     } else {

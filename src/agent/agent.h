@@ -10,36 +10,22 @@
 #include "task/pools.h"
 #include "wire/agent.h"
 
-// Ring configuration record actions.
-inline constexpr uint32_t VORN_RING_CFG_ACTION_ADD = 1;  // also: configuration changed
-inline constexpr uint32_t VORN_RING_CFG_ACTION_DEL_CFG = 2;
-inline constexpr uint32_t VORN_RING_CFG_ACTION_DEL_RING = 3;
-// Ring actions.
-inline constexpr uint32_t VORN_RING_ACTION_NONE = 1;
-inline constexpr uint32_t VORN_RING_ACTION_START = 2;
-inline constexpr uint32_t VORN_RING_ACTION_RESTART = 3;
-inline constexpr uint32_t VORN_RING_ACTION_STOP = 4;
+// Ring configuration record actions and ring actions, under the manager's names.
+inline constexpr uint32_t VORN_RING_CFG_ACTION_ADD = vorn::agt::rcfg::kActionSet;
+inline constexpr uint32_t VORN_RING_CFG_ACTION_DEL_CFG = vorn::agt::rcfg::kActionRemove;
+inline constexpr uint32_t VORN_RING_CFG_ACTION_DEL_RING = vorn::agt::rcfg::kActionDeleteRing;
+inline constexpr uint32_t VORN_RING_ACTION_NONE = vorn::agt::rcfg::kRingNone;
+inline constexpr uint32_t VORN_RING_ACTION_START = vorn::agt::rcfg::kRingStart;
+inline constexpr uint32_t VORN_RING_ACTION_RESTART = vorn::agt::rcfg::kRingRestart;
+inline constexpr uint32_t VORN_RING_ACTION_STOP = vorn::agt::rcfg::kRingStop;
 
 // The agent protocol's record layouts, under the names this subsystem has always used.
 namespace vorn {
 namespace rcfg = agt::rcfg;
 namespace ifinfo = agt::ifinfo;
 }  // namespace vorn
-static_assert(vorn::rcfg::kRecLen == VORN_RING_CFG_REC_LEN &&
-              vorn::rcfg::kOffCount == VORN_RING_CFG_COUNT_OFF &&
-              vorn::rcfg::kOffRecords == VORN_RING_CFG_BASE_LEN);
 static_assert(vorn::rcfg::kOffMemberVlans + VORN_VLAN_BMAP_BYTES == vorn::rcfg::kOffHello);
-static_assert(vorn::ifinfo::kOffByteCount == VORN_IF_DNLD_COUNT_OFF &&
-              vorn::ifinfo::kOffRecords == VORN_IF_DNLD_BASE_LEN);
 static_assert(VORN_MSG_BUF_SIZE == vorn::ipc::kMaxMsgLen);
-static_assert(vorn::rcfg::kActionSet == VORN_RING_CFG_ACTION_ADD &&
-              vorn::rcfg::kActionRemove == VORN_RING_CFG_ACTION_DEL_CFG &&
-              vorn::rcfg::kActionDeleteRing == VORN_RING_CFG_ACTION_DEL_RING);
-static_assert(vorn::rcfg::kRingNone == VORN_RING_ACTION_NONE &&
-              vorn::rcfg::kRingStart == VORN_RING_ACTION_START &&
-              vorn::rcfg::kRingRestart == VORN_RING_ACTION_RESTART &&
-              vorn::rcfg::kRingStop == VORN_RING_ACTION_STOP);
-
 // Handlers of the agents' messages and of the card events, as the dispatch hands them over.
 int vornProcVornaRegMsg(uint8_t* msg);
 int vornProcMsgFromAgt(uint8_t* msg);

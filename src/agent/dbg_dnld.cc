@@ -19,8 +19,6 @@ namespace dbg = vorn::agt::dbg;
 using vorn::be::Reader;
 using vorn::be::Writer;
 
-static_assert(dbg::kOffCount == VORN_DBG_COUNT_OFF && dbg::kOffRecords == VORN_DBG_BASE_LEN &&
-              dbg::kRecLen == VORN_DBG_REC_LEN);
 static_assert(dbg::kEntries == VORN_NUM_DBG_TYPES);
 
 // The debug type and mode of each debug index, as the agents know them.

@@ -7,6 +7,7 @@
 
 #include "l2pm/l2pm.h"
 #include "task/tcb.h"
+#include "wire/agent.h"
 
 // Per slot: ring configuration, interface information and debug settings.
 extern std::array<uint8_t*, VORN_MAX_SLOTS> gapVornAgtBuf;
@@ -17,13 +18,13 @@ extern std::array<uint8_t*, VORN_MAX_SLOTS> gapVornDbgDnldBuf;
 extern std::array<int32_t, VORN_MAX_SLOTS> gVornActiveLineCards;
 
 // Record counts and fixed parts of the pending messages, for their lengths.
-inline constexpr size_t VORN_IF_DNLD_COUNT_OFF = 124;  // byte count of the records
-inline constexpr uint32_t VORN_IF_DNLD_BASE_LEN = 132;
-inline constexpr size_t VORN_RING_CFG_COUNT_OFF = 124;
-inline constexpr uint32_t VORN_RING_CFG_BASE_LEN = 128;
-inline constexpr uint32_t VORN_RING_CFG_REC_LEN = 544;
-inline constexpr size_t VORN_DBG_COUNT_OFF = 128;
-inline constexpr uint32_t VORN_DBG_BASE_LEN = 132;
-inline constexpr uint32_t VORN_DBG_REC_LEN = 116;
+inline constexpr size_t VORN_IF_DNLD_COUNT_OFF = vorn::agt::ifinfo::kOffByteCount;
+inline constexpr uint32_t VORN_IF_DNLD_BASE_LEN = vorn::agt::ifinfo::kOffRecords;
+inline constexpr size_t VORN_RING_CFG_COUNT_OFF = vorn::agt::rcfg::kOffCount;
+inline constexpr uint32_t VORN_RING_CFG_BASE_LEN = vorn::agt::rcfg::kOffRecords;
+inline constexpr uint32_t VORN_RING_CFG_REC_LEN = vorn::agt::rcfg::kRecLen;
+inline constexpr size_t VORN_DBG_COUNT_OFF = vorn::agt::dbg::kOffCount;
+inline constexpr uint32_t VORN_DBG_BASE_LEN = vorn::agt::dbg::kOffRecords;
+inline constexpr uint32_t VORN_DBG_REC_LEN = vorn::agt::dbg::kRecLen;
 
 int vornFlushPendingMsgs();
