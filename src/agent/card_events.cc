@@ -14,25 +14,25 @@
 
 namespace {
 
-// The slot word of a card event; anything above 11 is no slot of this chassis.
-uint32_t eventSlot(const uint8_t* msg) {
-    return vornMsgReader(msg).u32(VORN_EVH_SLOT_OFF);
-}
-
-bool validSlot(uint32_t slot) {
-    return slot < static_cast<uint32_t>(VORN_MAX_SLOTS);
+// Reads the slot of a card event into *slot, tracing it with `traceFmt`. False, with the
+// error trace, for a slot word above 11: no slot of this chassis.
+bool eventSlot(const char* fn, const char* traceFmt, const uint8_t* msg, int* slot) {
+    uint32_t word = vornMsgReader(msg).u32(VORN_EVH_SLOT_OFF);
+    VORN_DBG(traceFmt, fn, static_cast<int>(word));
+    if (word >= static_cast<uint32_t>(VORN_MAX_SLOTS)) {
+        VORN_ERR("%s(): Invalid Line Card %d. \r\n", fn, static_cast<int>(word));
+        return false;
+    }
+    *slot = static_cast<int>(word);
+    return true;
 }
 
 }  // namespace
 
 int vornEventCardUp(uint8_t* msg) {
     static const char* const kFn = "vornEventCardUp";
-    uint32_t slot = eventSlot(msg);
-    VORN_DBG("%s(): Linecard %d\r\n", kFn, static_cast<int>(slot));
-    if (!validSlot(slot)) {
-        VORN_ERR("%s(): Invalid Line Card %d. \r\n", kFn, static_cast<int>(slot));
-        return -1;
-    }
+    int slot = 0;
+    if (!eventSlot(kFn, "%s(): Linecard %d\r\n", msg, &slot)) return -1;
     // Active before its agent registers: the selection may already give it rings.
     gVornActiveLineCards[slot] = 1;
     int rc = vornCreateAgent();
@@ -40,7 +40,7 @@ int vornEventCardUp(uint8_t* msg) {
         VORN_PUTS(vornErrPrint, "Agent Creation failed. \r");
         return rc;
     }
-    vornUpdateRingsOnLineCardUp(static_cast<int>(slot));
+    vornUpdateRingsOnLineCardUp(slot);
     return 0;
 }
 
@@ -64,13 +64,8 @@ void vornUpdateRingsOnLineCardUp(int slot) {
 
 int vornEventCardDown(uint8_t* msg) {
     static const char* const kFn = "vornEventCardDown";
-    uint32_t slotWord = eventSlot(msg);
-    VORN_DBG("%s(): Linecard = %d\r\n", kFn, static_cast<int>(slotWord));
-    if (!validSlot(slotWord)) {
-        VORN_ERR("%s(): Invalid Line Card %d. \r\n", kFn, static_cast<int>(slotWord));
-        return -1;
-    }
-    int slot = static_cast<int>(slotWord);
+    int slot = 0;
+    if (!eventSlot(kFn, "%s(): Linecard = %d\r\n", msg, &slot)) return -1;
     gVornActiveLineCards[slot] = 0;
     // The downed slot's queue goes first, so that nothing below is queued for it.
     vornVornaSwpReset(slot);
