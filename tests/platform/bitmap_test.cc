@@ -117,13 +117,8 @@ TEST(VlanStringTest, RangesAndCommas) {
         const char* text;
     } cases[] = {
         {Vlans{}, ""},
-        {withBits({1}), "1"},
-        {withBits({1, 2}), "1-2"},
         {mixed, "2,5-9,12"},
-        {withBits({4095}), "4095"},
-        {withBits({0}), "0"},
         {withBits({0, 1, 3}), "0-1,3"},
-        {range(1, 4095), "1-4095"},
         {range(0, 4095), "0-4095"},
         {withBits({4094, 4095}), "4094-4095"},
     };

