@@ -38,11 +38,15 @@ std::vector<uint8_t> makeMsg(uint32_t mtype, uint32_t len, int dstSvc, int dstIn
 
 // A datagram of the first len bytes of m, sent from an unbound socket to a socket path,
 // bypassing the host library.
-void sendRaw(const std::string& path, const std::vector<uint8_t>& m, size_t len) {
-    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+sockaddr_un addressOf(const std::string& path) {
     sockaddr_un a{};
     a.sun_family = AF_UNIX;
     std::strncpy(a.sun_path, path.c_str(), sizeof(a.sun_path) - 1);
+    return a;
+}
+void sendRaw(const std::string& path, const std::vector<uint8_t>& m, size_t len) {
+    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+    sockaddr_un a = addressOf(path);
     ASSERT_EQ(sendto(fd, m.data(), len, 0, reinterpret_cast<sockaddr*>(&a), sizeof(a)),
               static_cast<ssize_t>(len));
     close(fd);
@@ -164,10 +168,8 @@ TEST_F(IpcTest, LiveEndpointIsNotStolenButStaleOneIsReplaced) {
 
     // A socket file left behind by a dead process is replaced.
     int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
-    sockaddr_un a{};
-    a.sun_family = AF_UNIX;
     std::string stale = host::queuePath(138, 0, 1);
-    std::strncpy(a.sun_path, stale.c_str(), sizeof(a.sun_path) - 1);
+    sockaddr_un a = addressOf(stale);
     ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)), 0);
     close(fd);
     EXPECT_FALSE(host::endpointAlive(stale));
