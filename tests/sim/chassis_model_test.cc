@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "sim/l2pm_download.h"
+#include "sim_test_util.h"
+#include "support/ifidx.h"
 
 namespace vorn {
 namespace {
@@ -18,19 +20,10 @@ using sim::ChassisModel;
 using Change = ChassisModel::Change;
 using Step = std::function<Change(ChassisModel&)>;
 
-constexpr uint32_t gi(uint32_t slot, uint32_t port) {
-    return 0x0A000000 | slot << 16 | port << 8;
-}
-constexpr uint32_t po(uint32_t n) {
-    return 0x16000000 | n;
-}
+using test::gi;
+using test::po;
 
-sim::VlanSet vlans(const char* text) {
-    sim::VlanSet set{};
-    std::string err;
-    EXPECT_TRUE(sim::parseVlanSet(text, &set, &err)) << err;
-    return set;
-}
+using test::vlans;
 
 Step link(uint32_t port, bool up) {
     return [=](ChassisModel& m) { return m.setLink(port, up); };

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>
@@ -24,6 +23,7 @@ namespace {
 
 using sim::ChassisModel;
 using sim::IfmRecord;
+using test::hex;
 using test::u32At;
 using test::words;
 using W = std::vector<uint32_t>;
@@ -32,28 +32,7 @@ constexpr uint32_t kGi01 = 0x0A000100;
 constexpr uint32_t kGi12 = 0x0A010200;
 constexpr uint32_t kPo1 = 0x16000001;
 
-// "00 01 0a ff" -> bytes; blanks separate, nothing else is allowed.
-std::vector<uint8_t> hex(const std::string& text) {
-    std::vector<uint8_t> out;
-    unsigned byte = 0;
-    int n = 0;
-    for (size_t i = 0; i < text.size(); i += static_cast<size_t>(n)) {
-        if (text[i] == ' ') {
-            n = 1;
-            continue;
-        }
-        EXPECT_EQ(std::sscanf(text.c_str() + i, "%2x%n", &byte, &n), 1) << text.substr(i);
-        out.push_back(static_cast<uint8_t>(byte));
-    }
-    return out;
-}
-
-sim::VlanSet vlans(const char* text) {
-    sim::VlanSet set{};
-    std::string err;
-    EXPECT_TRUE(sim::parseVlanSet(text, &set, &err)) << err;
-    return set;
-}
+using test::vlans;
 
 // A body placed at byte 124 of a message, so that offsets read as the manager reads them.
 std::vector<uint8_t> asMessage(const std::vector<uint8_t>& body) {

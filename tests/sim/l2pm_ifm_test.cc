@@ -291,7 +291,6 @@ TEST_F(L2pmIfmTest, SimulatorCommandsSteerAndShowTheModels) {
         {"l2pm refuse-port Gi 0/5", true, "L2PM now refuses the ownership of GigabitEthernet 0/5"},
         {"show l2pm port gi0/5", true, "not owned by the manager; L2PM refuses to hand it over"},
         {"no l2pm refuse-port GigabitEthernet 0/5", true, "grants the ownership"},
-        {"show l2pm", true, "ports L2PM refuses to hand over: none"},
         {"l2pm refuse-port Gi 12/1", false, "slot 12 is out of range 0..11 in 'Gi 12/1'"},
         {"show l2pm vlan 4096", false, "VLAN 4096 is out of range 1..4095"},
         {"ifm refuse-vlan 12 code 0x1", true, "answers 0x00000001 when VLAN 12"},

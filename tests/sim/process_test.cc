@@ -40,7 +40,6 @@ TEST(SimOptions, ParsesWhatItKnowsAndNamesWhatItDoesNot) {
         {{"--ports", "65"}, sim::ParseOutcome::Error, 0, "--ports 65 is out of range 1..64"},
         {{"--turbo"}, sim::ParseOutcome::Error, 0, "unknown option '--turbo'"},
         {{"--help"}, sim::ParseOutcome::Help, 0, "usage: vornsim"},
-        {{"--version"}, sim::ParseOutcome::Help, 0, "vornsim (vorn) "},
         {{"--attach", "now"}, sim::ParseOutcome::Error, 0, "unexpected argument 'now'"},
     };
     for (const Case& c : cases) {

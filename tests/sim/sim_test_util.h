@@ -7,11 +7,13 @@
 #include <chrono>
 #include <cstdint>
 #include <future>
+#include <string>
 #include <vector>
 
 #include "platform/codec.h"
 #include "platform/ipc.h"
 #include "sim/loop.h"
+#include "sim/vlan_set.h"
 #include "support/wire.h"
 
 namespace vorn::test {
@@ -61,6 +63,14 @@ private:
     QelKey key_;
     std::vector<uint8_t> buf_;
 };
+
+// The VLAN set of a list the test knows to be good.
+inline sim::VlanSet vlans(const char* text) {
+    sim::VlanSet set{};
+    std::string err;
+    EXPECT_TRUE(sim::parseVlanSet(text, &set, &err)) << err;
+    return set;
+}
 
 constexpr uint32_t kQueue226 = (226u << 20) | 1;
 constexpr uint32_t kQueue166 = (166u << 20) | 1;
