@@ -158,6 +158,28 @@ inline constexpr size_t kOffRingId = 60;    // u32
 inline constexpr size_t kOffCounters = 64;  // six u32 counters
 inline constexpr int kCounters = 6;
 static_assert(kOffCounters + 4 * kCounters == kLen);
+// What the agents count per ring, in the order of the answer's words (64, 68, ... 84).
+enum Counter : size_t {
+    kConfigRecords,  // ring-configuration records the agent applied to the ring
+    kLinkDown,       // a link of the running ring went down
+    kLinkUp,         // ... came up
+    kRingBreaks,     // a master saw its complete ring break
+    kStateReports,   // port-state records the agent reported for the ring
+    kFlushes,        // flushes asked for in those records (one per port)
+};
+// The counters' names: `key` in JSON documents, `text` for the operator.
+struct CounterName {
+    const char* key;
+    const char* text;
+};
+inline constexpr CounterName kCounterNames[kCounters] = {
+    {"config_records", "Configuration records"},
+    {"link_down", "Link down events"},
+    {"link_up", "Link up events"},
+    {"ring_breaks", "Ring breaks"},
+    {"state_reports", "Port-state reports"},
+    {"flushes", "Flushes requested"},
+};
 }  // namespace stats
 
 // ---- Debug settings (0x6406): undebug-all flag at 124, count at 128, 116-byte records ----
@@ -190,6 +212,12 @@ static_assert(kRecLen == 116);
 static_assert(kRecLen * (kMaxRecords - 1) + 248 <= ipc::kMaxMsgLen &&
               kRecLen * kMaxRecords + 248 > ipc::kMaxMsgLen);
 }  // namespace dbg
+
+// ---- Clear counters (0x6407, SWP): the ring id, 0 for every ring --------------------------
+namespace clear {
+inline constexpr size_t kOffRingId = 124;  // u16
+inline constexpr uint32_t kLen = 128;
+}  // namespace clear
 
 // ---- Line-card types (0x640D): one u32 per slot from 124 -----------------------------------
 namespace lctype {

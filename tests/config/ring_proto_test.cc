@@ -174,8 +174,9 @@ TEST_F(ProtoTest, RemovingTheLastRingFlushesThePendingBuffers) {
 }
 
 TEST_F(ProtoTest, DispatchRoutesRepliesAndCounts) {
-    // Show, debug and clear are refused until they are built: a show answer with status -1
-    // (88 bytes, no data), a reply with status 0xFFFF for debug and clear.
+    // Show, debug and clear go on to their handlers: a show request without its paging state
+    // gets an answer with status -1 (88 bytes, no data); a debug request for ring 0 the reply
+    // status 0xFFFF; clearing every ring (ring id 0) status 0.
     const struct {
         const char* name;
         uint32_t type;
@@ -186,7 +187,7 @@ TEST_F(ProtoTest, DispatchRoutesRepliesAndCounts) {
     } cases[] = {
         {"unknown type", 9, vorn::nm::kLen, 0, VORN_CNT_CLI_DEFAULT,
          "vornProcessCliMsg \r\nvornProcessCliMsg: Default case. \r\n"},
-        {"clear", vorn::nm::kTypeClearStat, vorn::nm::kLen, 0xFFFF, -1,
+        {"clear", vorn::nm::kTypeClearStat, vorn::nm::kLen, 0, -1,
          "vornProcessCliMsg \r\nVORN_CLEAR_STAT \r\n"},
         {"debug", vorn::nm::kTypeDbgEvent, vorn::nm::kLen, 0xFFFF, -1, "vornProcessCliMsg \r\n"},
         {"show summary", vorn::nm::kTypeShowSummary, 88, 0xFFFFFFFF, -1, "vornProcessCliMsg \r\n"},
