@@ -33,6 +33,7 @@
 #include "platform/ifindex.h"
 #include "platform/swp.h"
 #include "wire/agent.h"
+#include "wire/l2pm.h"
 
 namespace {
 
@@ -50,10 +51,6 @@ constexpr auto kPace = std::chrono::microseconds(150);
 constexpr double kRelayGoal = 1.5;
 constexpr int kRegistrations = 7;
 constexpr double kDownloadGoalMs = 50.0;
-
-constexpr uint32_t kMtIfmNotif = 10908;
-constexpr uint32_t kMtL2pmNotif = 18402;
-constexpr uint32_t kMtPortState = 18407;
 
 constexpr int kAgentSlot = 1;
 constexpr uint16_t kRelayRing = 1;
@@ -357,7 +354,7 @@ public:
     // enabled), configured after IFM reported the ports and the agent of slot 1 registered;
     // the primary is then brought to a known state (blocking).
     void setUp() {
-        c_.notifyAll(kMtIfmNotif, {relayIfmNotification()});
+        c_.notifyAll(MT_IFM_NOTIF_MSG, {relayIfmNotification()});
         c_.registerAgent();
         c_.peers.agent().clear();
         cli::VlanBitmap members{};
@@ -396,7 +393,7 @@ public:
 private:
     uint64_t portStates() const {
         const auto& byType = c_.peers.l2pm().swpByType;
-        auto it = byType.find(kMtPortState);
+        auto it = byType.find(MT_L2PM_PORT_STATE);
         return it == byType.end() ? 0 : it->second;
     }
 
@@ -491,36 +488,24 @@ std::vector<cli::VlanBitmap> portVlans() {
     return vlans;
 }
 
-// L2PM's notifications (18402), offsets of the message: 248 u32 kind, 252 i32 record
-// count, 256 records. A VLAN record is 144 bytes (0 ifIndex); a port record 1680 bytes
-// (0 ifIndex, 22 u32 oper status, 26 MAC, 33 u8 tagged, 50 u8 bitmap present, 144 VLAN
-// bitmap).
-constexpr size_t kDnldKindOff = 248, kDnldCountOff = 252, kDnldRecordsOff = 256;
-constexpr uint32_t kDnldKindDownload = 2, kDnldKindEndOfConfig = 4;
-constexpr size_t kDnldVlanLen = 144, kDnldPortLen = 1680;
-constexpr size_t kDnldOperOff = 22, kDnldMacOff = 26, kDnldTaggedOff = 33, kDnldHasVlansOff = 50,
-                 kDnldVlansOff = 144;
-constexpr uint32_t kDnldOperUp = 16;
-static_assert(kDnldVlansOff + sizeof(cli::VlanBitmap) <= kDnldPortLen);
-
 // A notification body (it starts at byte 124 of the message) of the given kind, no records.
 std::vector<uint8_t> dnldBody(uint32_t kind) {
-    std::vector<uint8_t> body(kDnldRecordsOff - ipc::kSwpBodyOff, 0);
-    writerOf(body).u32(kDnldKindOff - ipc::kSwpBodyOff, kind);
+    std::vector<uint8_t> body(VORN_L2PM_DNLD_RECORDS_OFF - ipc::kSwpBodyOff, 0);
+    writerOf(body).u32(VORN_L2PM_NOTIF_KIND_OFF - ipc::kSwpBodyOff, kind);
     return body;
 }
 
 // L2PM's download of the full tables: every VLAN, then every port, up and a tagged member of
 // its VLANs, as many records to a notification as fit.
 std::vector<std::vector<uint8_t>> fullDownload(uint32_t* records) {
-    constexpr size_t kCountOff = kDnldCountOff - ipc::kSwpBodyOff;
+    constexpr size_t kCountOff = VORN_L2PM_DNLD_COUNT_OFF - ipc::kSwpBodyOff;
     constexpr size_t kMaxBody = ipc::kMaxMsgLen - ipc::kSwpBodyOff;
     std::vector<std::vector<uint8_t>> bodies;
     *records = 0;
     // A zeroed record in the last body (a new one when it is full); returns its offset.
     auto record = [&](size_t len) {
         if (bodies.empty() || bodies.back().size() + len > kMaxBody)
-            bodies.push_back(dnldBody(kDnldKindDownload));
+            bodies.push_back(dnldBody(VORN_L2PM_NOTIF_DNLD));
         size_t off = appendRecord(bodies.back(), len);
         be::Writer w = writerOf(bodies.back());
         w.u32(kCountOff, w.reader().u32(kCountOff) + 1);
@@ -528,22 +513,22 @@ std::vector<std::vector<uint8_t>> fullDownload(uint32_t* records) {
         return off;
     };
     for (uint32_t v = kFirstVlan; v <= kLastVlan; ++v) {
-        size_t off = record(kDnldVlanLen);
+        size_t off = record(VORN_L2PM_DNLD_SHORT_LEN);
         writerOf(bodies.back()).u32(off, vlanIf(v));
     }
     std::vector<cli::VlanBitmap> vlans = portVlans();
     for (uint32_t card = 0; card < kCards; ++card) {
         for (uint32_t port = 0; port < kPortsPerCard; ++port) {
             uint32_t ifIndex = gigabit(card, port);
-            size_t off = record(kDnldPortLen);
+            size_t off = record(VORN_L2PM_DNLD_LONG_LEN);
             be::Writer w = writerOf(bodies.back());
             w.u32(off, ifIndex);
-            w.u32(off + kDnldOperOff, kDnldOperUp);
-            writeMac(w, off + kDnldMacOff, ifIndex);
-            w.u8(off + kDnldTaggedOff, 1);
-            w.u8(off + kDnldHasVlansOff, 1);
+            w.u32(off + VORN_L2PM_DNLD_OPER_OFF, VORN_L2PM_DNLD_OPER_UP);
+            writeMac(w, off + VORN_L2PM_DNLD_MAC_OFF, ifIndex);
+            w.u8(off + VORN_L2PM_DNLD_TAGGED_OFF, 1);
+            w.u8(off + VORN_L2PM_DNLD_HAS_VLANS_OFF, 1);
             const cli::VlanBitmap& b = vlans[card * kPortsPerCard + port];
-            w.bytes(off + kDnldVlansOff, b.data(), b.size());
+            w.bytes(off + VORN_L2PM_DNLD_VLANS_OFF, b.data(), b.size());
         }
     }
     return bodies;
@@ -564,8 +549,8 @@ DownloadFigures runDownload(Chassis& c) {
     Clock::time_point t0 = Clock::now();
     std::vector<std::vector<uint8_t>> bodies = fullDownload(&f.l2pmRecords);
     f.l2pmMessages = bodies.size() + 1;
-    bodies.push_back(dnldBody(kDnldKindEndOfConfig));
-    c.notifyAll(kMtL2pmNotif, bodies);
+    bodies.push_back(dnldBody(VORN_L2PM_NOTIF_EOCONF));
+    c.notifyAll(MT_L2PM_NOTIF, bodies);
     for (int i = 0; i < kRings; ++i) {
         FullRing r = fullRing(i);
         cli::VlanBitmap members{};

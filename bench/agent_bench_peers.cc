@@ -18,6 +18,8 @@
 #include "platform/evtlog.h"
 #include "platform/swp.h"
 #include "wire/agent.h"
+#include "wire/ifm.h"
+#include "wire/l2pm.h"
 
 namespace vorn::bench {
 namespace {
@@ -26,20 +28,6 @@ constexpr int kManager = ipc::kSvcManager;
 constexpr int kL2pm = ipc::kSvcL2pm;
 constexpr int kAgent = ipc::kSvcAgent;
 constexpr int kCliInstance = 1;
-
-// Message types the peers answer.
-constexpr uint32_t kMtL2pmRegister = 18401;
-constexpr uint32_t kMtL2pmOwnership = 18403;
-constexpr uint32_t kMtL2pmPortState = 18407;
-constexpr uint32_t kMtCtrlVlanQuestion = 10956;
-constexpr uint32_t kMtRingIfNotice = 11016;
-
-// The answer fields written in place.
-constexpr size_t kOffL2pmRegResult = 64;   // L2PM registration (124 bytes)
-constexpr size_t kOffOwnershipList = 260;  // port ownership (588 bytes): ports not granted
-constexpr size_t kOwnershipLen = 588;
-constexpr size_t kOffEvhResult = 60;      // event-handler subscription
-constexpr size_t kOffCtrlVlanReply = 68;  // IFM control-VLAN question (72 bytes)
 
 // Sender queues: window and retransmission time-out (units of 100 ms) as the chassis uses.
 constexpr int kWindow = 10;
@@ -275,13 +263,13 @@ void Peers::onL2pm(uint8_t* msg, size_t len, int fd) {
     be::Reader rd(msg, len);
     uint32_t mtype = rd.u32(ipc::kOffMtype);
     lastWasPortState_ = false;
-    if (mtype == kMtL2pmRegister) {
-        be::Writer(msg, len).u32(kOffL2pmRegResult, 0);
+    if (mtype == MT_L2PM_REGISTER) {
+        be::Writer(msg, len).u32(VORN_L2PM_REG_RESULT_OFF, 0);
         qelIpcReply(fd, msg, static_cast<int>(len));
         l2pm_.registered = true;
-    } else if (mtype == kMtL2pmOwnership && len >= kOwnershipLen) {
+    } else if (mtype == MT_L2PM_PORT_OWNERSHIP && len >= VORN_PORT_OWN_LEN) {
         // Every port is granted: the list of ports not granted is empty.
-        be::Writer(msg, len).u32(kOffOwnershipList, 0);
+        be::Writer(msg, len).u32(VORN_PORT_OWN_LIST_OFF, 0);
         qelIpcReply(fd, msg, static_cast<int>(len));
         ++l2pm_.ownershipRequests;
     } else if (serveSwpControl(mtype, msg, len)) {
@@ -290,7 +278,7 @@ void Peers::onL2pm(uint8_t* msg, size_t len, int fd) {
         int rc = qelSwpCkSeqAndAck(msg, l2pmRcv_, fd);
         if (rc == swp::kCkAccepted) {
             ++l2pm_.swpByType[mtype];
-            lastWasPortState_ = mtype == kMtL2pmPortState;
+            lastWasPortState_ = mtype == MT_L2PM_PORT_STATE;
         } else if (rc == swp::kCkDuplicate) {
             ++l2pm_.duplicates;
         } else if (rc == swp::kCkGap) {
@@ -343,17 +331,17 @@ void Peers::onEvh(uint8_t* msg, size_t len, int fd) {
         ++unexpected_;
         return;
     }
-    be::Writer(msg, len).u32(kOffEvhResult, 0);
+    be::Writer(msg, len).u32(evt::kOffSubResult, 0);
     qelIpcReply(fd, msg, static_cast<int>(len));
 }
 
 void Peers::onIfm(uint8_t* msg, size_t len, int fd) {
     uint32_t mtype = be::Reader(msg, len).u32(ipc::kOffMtype);
-    if (mtype == kMtCtrlVlanQuestion) {
+    if (mtype == MT_IFM_CTRL_VLAN_QUERY) {
         // Any VLAN may become a control VLAN.
-        be::Writer(msg, len).u32(kOffCtrlVlanReply, 0);
+        be::Writer(msg, len).u32(VORN_IFM_CTRL_VLAN_Q_REPLY_OFF, 0);
         qelIpcReply(fd, msg, static_cast<int>(len));
-    } else if (mtype != kMtRingIfNotice) {
+    } else if (mtype != MT_IFM_RING_IF_NOTICE) {
         ++unexpected_;
     }
 }

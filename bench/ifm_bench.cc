@@ -33,11 +33,11 @@
 #include "ringdb/ringdb.h"
 #include "show/show.h"
 #include "sim/ifm_notif.h"
-#include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/register.h"
 #include "task/swpq.h"
 #include "task/tcb.h"
+#include "wire/msgtypes.h"
 
 namespace {
 
@@ -68,7 +68,7 @@ std::vector<std::vector<uint8_t>> buildMessages(uint64_t* records) {
     for (uint32_t port : ports()) {
         for (uint32_t first = kFirstVlan; first <= kLastVlan; first += sim::ifmrec::kMaxListVlans) {
             sim::IfmRecord r;
-            r.type = sim::ifmrec::kAddVlanListPort;
+            r.type = IFM_TYP_ADD_VLANBMP_PORT;
             r.ifIndex = port;
             r.tagged = true;
             for (uint32_t v = first; v <= std::min<uint32_t>(kLastVlan, first + 999); ++v)

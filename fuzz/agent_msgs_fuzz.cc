@@ -42,12 +42,12 @@
 #include "platform/swp.h"
 #include "ringdb/ringdb.h"
 #include "show/show.h"
-#include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/register.h"
 #include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)

@@ -22,11 +22,11 @@
 #include "platform/ifindex.h"
 #include "ringdb/ringdb.h"
 #include "show/show.h"
-#include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/register.h"
 #include "task/swpq.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 namespace {
 

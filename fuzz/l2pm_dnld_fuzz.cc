@@ -16,9 +16,9 @@
 #include "platform/codec.h"
 #include "ringdb/ringdb.h"
 #include "show/show.h"
-#include "task/msgtypes.h"
 #include "task/register.h"
 #include "task/swpq.h"
+#include "wire/msgtypes.h"
 
 namespace {
 

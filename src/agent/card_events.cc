@@ -8,9 +8,9 @@
 #include "l2pm/l2pm.h"
 #include "ringdb/readiness.h"
 #include "task/msg.h"
-#include "task/msgtypes.h"
 #include "task/swpq.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 namespace {
 

@@ -7,11 +7,11 @@
 #include "agent/pending.h"
 #include "platform/codec.h"
 #include "ringdb/records.h"
-#include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/swpq.h"
 #include "task/trace.h"
 #include "wire/agent.h"
+#include "wire/msgtypes.h"
 
 namespace {
 

@@ -27,10 +27,10 @@
 #include "platform/bitmap.h"
 #include "platform/codec.h"
 #include "platform/ifindex.h"
-#include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/swpq.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 namespace {
 

@@ -8,10 +8,10 @@
 #include "agent/agent.h"
 #include "l2pm/l2pm.h"
 #include "platform/codec.h"
-#include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/swpq.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 std::array<uint8_t*, VORN_MAX_SLOTS> gapVornAgtBuf{};
 std::array<uint8_t*, VORN_MAX_SLOTS> gapVornIfDnldBuf{};

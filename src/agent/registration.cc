@@ -10,10 +10,10 @@
 #include "platform/ipc.h"
 #include "ringdb/ringdb.h"
 #include "task/msg.h"
-#include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/swpq.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 namespace {
 

@@ -6,10 +6,10 @@
 
 #include "agent/agent.h"
 #include "platform/codec.h"
-#include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/swpq.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 namespace {
 

@@ -7,9 +7,6 @@
 #include "ringdb/records.h"
 #include "wire/cli.h"
 
-// IFM's answer that refuses a VLAN as a control VLAN.
-inline constexpr uint32_t VORN_IFM_CTRL_VLAN_REFUSED = 0x8A000141;
-
 // Handlers of the configuration requests. Each takes the whole 1024-byte request (the
 // IPC header first, fields at the offsets above), sets its status field when it refuses,
 // and returns 0. vornProcessCliMsg picks them by message type.

@@ -10,11 +10,11 @@
 #include "ifm/ifm_internal.h"
 #include "platform/ifindex.h"
 #include "task/msg.h"
-#include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 namespace {
 

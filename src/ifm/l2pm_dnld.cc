@@ -3,26 +3,9 @@
 // handlers as IFM's notifications, so that a manager started late builds the same port,
 // VLAN and LAG state as one that saw every notification.
 //
-// Download notification (MT_L2PM_NOTIF over SWP), big-endian:
-//   0..247  IPC header (60), SWP header (64), reserved (zero)
-//   248  u32 notification kind: 2 (download)
-//   252  i32 number of records; 0 or less means none
-//   256  records, back to back
-// Every record starts with the interface's ifIndex (u32); its length follows from the
-// interface:
-//   management port (type 1), VLAN (type 24)      144 bytes, only the ifIndex is read
-//   physical port or LAG (type 22)                144 bytes, or 1680 with a VLAN bitmap
-//   anything else                                 0: the walk stays on it (see below)
-// Port or LAG record:
-//   0    u32 ifIndex
-//   4    u32 ifIndex of the LAG this port is a member of, 0 when none
-//   22   u32 oper status, 16 = up
-//   26   6   MAC address
-//   33   u8  non-zero: tagged member of the VLANs of the bitmap
-//   50   u8  non-zero: the VLAN bitmap at 144 is present and the record is 1680 bytes
-//   144  512 VLAN membership, bit n in byte n / 8 under 0x80 >> (n % 8)
-//   656  1024 rest of the long record, not read
-// Other bytes are not read (a sender leaves them zero).
+// The download's layout is in wire/l2pm.h. A record's length follows from its interface:
+// a management port's or a VLAN's is 144 bytes, a physical port's or a LAG's 144 or, with
+// its VLAN bitmap, 1680; any other interface's is 0 (see below).
 //
 // A record of any other interface is counted but not stepped over, so it is classified
 // again for every remaining count: it ends the useful part of the download. The walk never
@@ -39,36 +22,14 @@
 #include "platform/ifindex.h"
 #include "ringdb/ringdb.h"
 #include "task/msg.h"
-#include "task/msgtypes.h"
 #include "task/swpq.h"
 #include "task/trace.h"
+#include "wire/l2pm.h"
 
 namespace {
 
 using vorn::be::Reader;
 using vorn::be::Writer;
-
-constexpr size_t kOffNumRecords = 252;
-constexpr size_t kOffRecords = 256;
-constexpr size_t kShortRecLen = 144;
-constexpr size_t kLongRecLen = 1680;
-// Port or LAG record fields.
-constexpr size_t kOffLagIf = 4;
-constexpr size_t kOffOperStatus = 22;
-constexpr size_t kOffMac = 26;
-constexpr size_t kOffTagged = 33;
-constexpr size_t kOffVlansPresent = 50;
-constexpr size_t kOffVlans = 144;
-constexpr uint32_t kOperUp = 16;
-static_assert(kOffNumRecords + 4 == kOffRecords && VORN_L2PM_NOTIF_KIND_OFF + 4 == kOffNumRecords);
-static_assert(kOffVlans == kShortRecLen && kOffVlans + VORN_VLAN_BMAP_BYTES + 1024 == kLongRecLen);
-
-// The handlers' records (IFM's record data): interface add with the MAC address at 16,
-// VLAN port add, LAG member add.
-constexpr size_t kAddIfMacOff = 16;
-constexpr size_t kAddIfLen = kAddIfMacOff + 6;
-constexpr size_t kVlanPortLen = 10;
-constexpr size_t kLagPortLen = 8;
 
 enum class IfKind { Management, Vlan, PortOrLag, Other };
 
@@ -93,34 +54,35 @@ void replayVlan(uint32_t ifIndex) {
 // then every VLAN of the bitmap in ascending order. The oper-up handler thus runs before
 // the port has any VLAN, and the VLAN-port handler sets each VLAN's state as it is added.
 void replayPort(const Reader& r, uint32_t ifIndex) {
-    std::array<uint8_t, kAddIfLen> addIf{};
+    std::array<uint8_t, VORN_IFM_IF_LEN> addIf{};
     Writer w(addIf.data(), addIf.size());
     w.u32(0, ifIndex);
     std::array<uint8_t, 6> mac{};
-    r.bytes(kOffMac, mac.data(), mac.size());
-    w.bytes(kAddIfMacOff, mac.data(), mac.size());
+    r.bytes(VORN_L2PM_DNLD_MAC_OFF, mac.data(), mac.size());
+    w.bytes(VORN_IFM_IF_MAC_OFF, mac.data(), mac.size());
     vornCreatePort(addIf.data(), addIf.size());
 
-    if (r.u32(kOffOperStatus) == kOperUp) vornProcessOperUp(addIf.data(), sizeof(uint32_t));
+    if (r.u32(VORN_L2PM_DNLD_OPER_OFF) == VORN_L2PM_DNLD_OPER_UP)
+        vornProcessOperUp(addIf.data(), sizeof(uint32_t));
 
-    if (uint32_t lagIf = r.u32(kOffLagIf); lagIf != 0) {
-        std::array<uint8_t, kLagPortLen> lag{};
+    if (uint32_t lagIf = r.u32(VORN_L2PM_DNLD_LAG_OFF); lagIf != 0) {
+        std::array<uint8_t, VORN_IFM_LAG_PORT_LEN> lag{};
         Writer lw(lag.data(), lag.size());
         lw.u32(0, lagIf);
-        lw.u32(4, ifIndex);
+        lw.u32(VORN_IFM_LAG_MEMBER_OFF, ifIndex);
         vornProcessAddLagPort(lag.data(), lag.size());
     }
 
-    if (r.u8(kOffVlansPresent) == 0) return;
-    std::span<const uint8_t> vlans = r.view(kOffVlans, VORN_VLAN_BMAP_BYTES);
-    uint16_t tagged = r.u8(kOffTagged);
+    if (r.u8(VORN_L2PM_DNLD_HAS_VLANS_OFF) == 0) return;
+    std::span<const uint8_t> vlans = r.view(VORN_L2PM_DNLD_VLANS_OFF, VORN_VLAN_BMAP_BYTES);
+    uint16_t tagged = r.u8(VORN_L2PM_DNLD_TAGGED_OFF);
     for (uint16_t v = GET_FIRST_BIT_BITMAP(vlans, VORN_VLAN_BMAP_BITS); v != vorn::bmp::kNoBit;
          v = GET_NEXT_BIT_BITMAP(vlans, VORN_VLAN_BMAP_BITS, v)) {
-        std::array<uint8_t, kVlanPortLen> vp{};
+        std::array<uint8_t, VORN_IFM_VLAN_PORT_LEN> vp{};
         Writer vw(vp.data(), vp.size());
         vw.u32(0, ifmCreateIfIndex(vorn::ifm::kTypeVlan, 0, 0, v));
-        vw.u32(4, ifIndex);
-        vw.u16(8, tagged);
+        vw.u32(VORN_IFM_VP_PORT_OFF, ifIndex);
+        vw.u16(VORN_IFM_VP_TAGGED_OFF, tagged);
         vornProcessAddVlanPort(vp.data(), vp.size());
     }
 }
@@ -130,11 +92,13 @@ void replayPort(const Reader& r, uint32_t ifIndex) {
 int vornProcessL2PmDnld(uint8_t* msg) {
     if (msg == nullptr) return 0;
     Reader rd = vornMsgReader(msg);
-    int32_t numRecords = rd.i32(kOffNumRecords);
+    int32_t numRecords = rd.i32(VORN_L2PM_DNLD_COUNT_OFF);
     if (numRecords <= 0) return 0;
     // Records are at least 144 bytes long: no more steps than that many fit the message.
-    size_t maxSteps = rd.size() > kOffRecords ? (rd.size() - kOffRecords) / kShortRecLen : 0;
-    size_t off = kOffRecords;
+    size_t maxSteps = rd.size() > VORN_L2PM_DNLD_RECORDS_OFF
+                          ? (rd.size() - VORN_L2PM_DNLD_RECORDS_OFF) / VORN_L2PM_DNLD_SHORT_LEN
+                          : 0;
+    size_t off = VORN_L2PM_DNLD_RECORDS_OFF;
     size_t steps = 0;
     for (int32_t count = 0; count < numRecords; ++count, ++steps) {
         if (steps == maxSteps) {
@@ -154,8 +118,9 @@ int vornProcessL2PmDnld(uint8_t* msg) {
         uint32_t ifIndex = rd.u32(off);
         IfKind kind = classify(ifIndex);
         if (kind == IfKind::Other) continue;  // counted, not stepped over
-        size_t recLen = kShortRecLen;
-        if (kind == IfKind::PortOrLag && rd.u8(off + kOffVlansPresent) != 0) recLen = kLongRecLen;
+        size_t recLen = VORN_L2PM_DNLD_SHORT_LEN;
+        if (kind == IfKind::PortOrLag && rd.u8(off + VORN_L2PM_DNLD_HAS_VLANS_OFF) != 0)
+            recLen = VORN_L2PM_DNLD_LONG_LEN;
         if (!rd.fits(off, recLen)) {
             VORN_ERR(
                 "%s(): record %ld (ifIndex 0x%x, %zu bytes) at offset %zu runs past the "

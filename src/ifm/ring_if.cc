@@ -12,9 +12,9 @@
 #include "platform/codec.h"
 #include "platform/ipc.h"
 #include "ringdb/ringdb.h"
-#include "task/msgtypes.h"
 #include "task/tcb.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 namespace {
 

@@ -10,101 +10,15 @@
 #include "ringdb/records.h"
 #include "task/pools.h"
 #include "task/tcb.h"
-
-inline constexpr int VORN_PORT_OWN_TAKE = 0;
-inline constexpr int VORN_PORT_OWN_RELEASE = 1;
+#include "wire/l2pm.h"
 
 // The pending L2PM messages of one transaction: instance port ownership, port states,
 // flushes; each sent whole by the flush at the end of the dispatch.
 extern uint8_t* gpVornL2PmInstPortOwnBuf;
 extern uint8_t* gpVornL2PmPortStateBuf;
 extern uint8_t* gpVornL2PmFlushBuf;
-// Record counts and fixed parts of those messages, for their lengths.
-inline constexpr size_t VORN_L2PM_INST_COUNT_OFF = 124;
-inline constexpr uint32_t VORN_L2PM_INST_BASE_LEN = 128;
-inline constexpr uint32_t VORN_L2PM_INST_REC_LEN = 8;
-inline constexpr size_t VORN_L2PM_PS_COUNT_OFF = 256;
-inline constexpr uint32_t VORN_L2PM_PS_BASE_LEN = 260;
-inline constexpr uint32_t VORN_L2PM_PS_REC_LEN = 1032;
-inline constexpr size_t VORN_L2PM_FLUSH_COUNT_OFF = 256;
-inline constexpr uint32_t VORN_L2PM_FLUSH_BASE_LEN = 260;
-inline constexpr uint32_t VORN_L2PM_FLUSH_REC_LEN = 24;
-
 // Forces port ownership to be taken also for ports that IFM has not reported (a shell global).
 extern uint32_t gHalVornForcePortOwnerShip;
-
-// ---- Wire layouts -----------------------------------------------------------------------
-
-// Port-state and flush messages: IPC and SWP headers, reserved bytes up to 247, then the
-// client id, the protocol id and the record count (VORN_L2PM_PS_COUNT_OFF below).
-inline constexpr size_t VORN_L2PM_CLIENT_ID_OFF = 248;
-inline constexpr size_t VORN_L2PM_PROTO_ID_OFF = 252;
-inline constexpr uint32_t VORN_L2PM_CLIENT_ID = 7;
-inline constexpr uint32_t VORN_L2PM_PROTO_ID = 3;
-
-// Port-state record (1032 bytes).
-inline constexpr size_t VORN_PS_REC_IFINDEX_OFF = 0;
-inline constexpr size_t VORN_PS_REC_VLANS_OFF = 4;  // VLANs whose state the record sets
-inline constexpr size_t VORN_PS_REC_FWD_OFF = 516;  // those of them that forward
-inline constexpr size_t VORN_PS_REC_RESERVED_OFF = 1028;
-static_assert(VORN_PS_REC_VLANS_OFF + VORN_VLAN_BMAP_BYTES == VORN_PS_REC_FWD_OFF);
-static_assert(VORN_PS_REC_FWD_OFF + VORN_VLAN_BMAP_BYTES == VORN_PS_REC_RESERVED_OFF);
-static_assert(VORN_PS_REC_RESERVED_OFF + 4 == VORN_L2PM_PS_REC_LEN);
-static_assert(VORN_L2PM_PS_COUNT_OFF == VORN_L2PM_PROTO_ID_OFF + 4);
-static_assert(VORN_L2PM_PS_BASE_LEN == VORN_L2PM_PS_COUNT_OFF + 4);
-// Seven records fit one message; an eighth would pass the buffer.
-inline constexpr uint32_t VORN_L2PM_PS_MAX_RECS = 7;
-static_assert(VORN_L2PM_PS_BASE_LEN + VORN_L2PM_PS_MAX_RECS * VORN_L2PM_PS_REC_LEN == 7484);
-static_assert(VORN_L2PM_PS_BASE_LEN + (VORN_L2PM_PS_MAX_RECS + 1) * VORN_L2PM_PS_REC_LEN >
-              VORN_MSG_BUF_SIZE);
-
-// Flush record (24 bytes).
-inline constexpr size_t VORN_FL_REC_KIND_OFF = 0;
-inline constexpr size_t VORN_FL_REC_LEN_OFF = 4;
-inline constexpr size_t VORN_FL_REC_VLAN_OFF = 12;  // u16
-inline constexpr size_t VORN_FL_REC_IFINDEX_OFF = 16;
-inline constexpr uint32_t VORN_FL_REC_KIND = 82;
-static_assert(VORN_FL_REC_IFINDEX_OFF + 8 == VORN_L2PM_FLUSH_REC_LEN);
-static_assert(VORN_L2PM_FLUSH_BASE_LEN == VORN_L2PM_PS_BASE_LEN);
-inline constexpr uint32_t VORN_L2PM_FLUSH_MAX_RECS = 330;
-static_assert(VORN_L2PM_FLUSH_BASE_LEN + VORN_L2PM_FLUSH_MAX_RECS * VORN_L2PM_FLUSH_REC_LEN ==
-              8180);
-static_assert(VORN_L2PM_FLUSH_BASE_LEN + (VORN_L2PM_FLUSH_MAX_RECS + 1) * VORN_L2PM_FLUSH_REC_LEN >
-              VORN_MSG_BUF_SIZE);
-
-// Port-ownership request (588 bytes), answered in place.
-inline constexpr uint32_t VORN_PORT_OWN_LEN = 588;
-inline constexpr size_t VORN_PORT_OWN_ACTION_OFF = 256;
-inline constexpr size_t VORN_PORT_OWN_LIST_OFF = 260;  // compressed interface list
-static_assert(VORN_PORT_OWN_LIST_OFF + vorn::ifm::kCompressedListLen == VORN_PORT_OWN_LEN);
-
-// Instance-port-ownership message: record count at VORN_L2PM_INST_COUNT_OFF, 8-byte
-// records from offset 128: action (u8), zero (u8), STG instance (u16), port ifIndex (u32).
-inline constexpr size_t VORN_INST_REC_ACTION_OFF = 0;
-inline constexpr size_t VORN_INST_REC_INST_OFF = 2;
-inline constexpr size_t VORN_INST_REC_IFINDEX_OFF = 4;
-inline constexpr uint8_t VORN_INST_PORT_ADD = 1;
-inline constexpr uint32_t VORN_L2PM_INST_MAX_RECS = 1008;
-static_assert(VORN_INST_REC_IFINDEX_OFF + 4 == VORN_L2PM_INST_REC_LEN);
-static_assert(VORN_L2PM_INST_BASE_LEN + VORN_L2PM_INST_MAX_RECS * VORN_L2PM_INST_REC_LEN ==
-              VORN_MSG_BUF_SIZE);
-// The record size the instance-ownership dump prints (the size of the message's fixed part).
-inline constexpr size_t VORN_INST_DUMP_REC_SIZE = 128;
-
-// VLAN-STG message (652 bytes).
-inline constexpr uint32_t VORN_VLAN_STG_LEN = 652;
-inline constexpr size_t VORN_VLAN_STG_MAP_OFF = 124;
-inline constexpr size_t VORN_VLAN_STG_INST_OFF = 128;  // u16, then two reserved bytes
-inline constexpr size_t VORN_VLAN_STG_BMAP_OFF = 132;
-inline constexpr size_t VORN_VLAN_STG_CONST1_OFF = 644;  // always 1
-inline constexpr size_t VORN_VLAN_STG_CONST2_OFF = 648;  // always 5
-static_assert(VORN_VLAN_STG_BMAP_OFF + VORN_VLAN_BMAP_BYTES == VORN_VLAN_STG_CONST1_OFF);
-static_assert(VORN_VLAN_STG_CONST2_OFF + 4 == VORN_VLAN_STG_LEN);
-
-// Line-card-type message to the agents (172 bytes): lcType[12] from offset 124.
-inline constexpr uint32_t VORN_LC_TYPE_LEN = 172;
-inline constexpr size_t VORN_LC_TYPE_OFF = 124;
-static_assert(VORN_LC_TYPE_OFF + 4 * VORN_MAX_SLOTS == VORN_LC_TYPE_LEN);
 
 // ---- Port-state codes ---------------------------------------------------------------------
 

@@ -5,10 +5,10 @@
 #include <algorithm>
 
 #include "l2pm/l2pm.h"
-#include "task/msgtypes.h"
 #include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 uint8_t* gpVornL2PmInstPortOwnBuf = nullptr;
 uint8_t* gpVornL2PmPortStateBuf = nullptr;

@@ -9,10 +9,10 @@
 #include "platform/codec.h"
 #include "platform/ifindex.h"
 #include "ringdb/ringdb.h"
-#include "task/msgtypes.h"
 #include "task/swpq.h"
 #include "task/trace.h"
 #include "wire/cli.h"
+#include "wire/msgtypes.h"
 
 uint32_t gHalVornForcePortOwnerShip = 1;
 

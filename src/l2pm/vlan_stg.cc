@@ -2,10 +2,10 @@
 
 #include "l2pm/l2pm.h"
 #include "platform/codec.h"
-#include "task/msgtypes.h"
 #include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 namespace {
 // Fixed words at the end of the message.

@@ -15,12 +15,12 @@
 #include "platform/swp.h"
 #include "show/show.h"
 #include "task/msg.h"
-#include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/register.h"
 #include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 namespace {
 

@@ -149,26 +149,27 @@ int evhExchange(QelKey evLogKey, int op, const std::vector<uint32_t>& ids) {
     host::EventLog log;
     if (!host::logByKey(evLogKey, &log)) return -1;
     QelKey ipcKey = host::findIpcKey(log.service, log.instance);
-    if (ipcKey < 0 || ids.size() > 64) return -1;
-    std::array<uint8_t, 72 + 4 * 64> msg{};
-    size_t len = 72 + 4 * ids.size();
+    if (ipcKey < 0 || ids.size() > evt::kMaxSubIds) return -1;
+    std::array<uint8_t, evt::kOffSubIds + 4 * evt::kMaxSubIds> msg{};
+    size_t len = evt::kOffSubIds + 4 * ids.size();
     be::Writer w(msg.data(), len);
     w.u32(ipc::kOffMlen, static_cast<uint32_t>(len));
     w.u32(ipc::kOffMtype, evt::kMtEvhSubscribe);
     w.u32(ipc::kOffSrcSvce, qel_getQueueId(log.service, log.instance, ipc::kKindRequest));
     w.u32(ipc::kOffDstCard, ipc::kLoopbackAddr);
     w.u32(ipc::kOffDstSvce, qel_getQueueId(ipc::kSvcEventHandler, 0, ipc::kKindRequest));
-    w.u32(64, static_cast<uint32_t>(op));
-    w.u32(68, static_cast<uint32_t>(ids.size()));
-    for (size_t i = 0; i < ids.size(); ++i) w.u32(72 + 4 * i, ids[i]);
+    w.u32(evt::kOffSubOperation, static_cast<uint32_t>(op));
+    w.u32(evt::kOffSubCount, static_cast<uint32_t>(ids.size()));
+    for (size_t i = 0; i < ids.size(); ++i) w.u32(evt::kOffSubIds + 4 * i, ids[i]);
     if (qelIpcSendWait(ipcKey, msg.data(), static_cast<int>(len), 10, evt::kMtEvhSubscribe, 0) != 0)
         return -1;
-    return be::Reader(msg.data(), len).i32(60);
+    return be::Reader(msg.data(), len).i32(evt::kOffSubResult);
 }
 
 std::vector<uint32_t> collectIds(int count, va_list ap) {
     std::vector<uint32_t> ids;
-    for (int i = 0; i < count && i < 64; ++i) ids.push_back(va_arg(ap, uint32_t));
+    for (int i = 0; i < count && i < static_cast<int>(evt::kMaxSubIds); ++i)
+        ids.push_back(va_arg(ap, uint32_t));
     return ids;
 }
 

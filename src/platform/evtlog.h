@@ -16,6 +16,20 @@ inline constexpr uint32_t kMtEvhEventNotif = 2009;
 inline constexpr uint32_t kMtUndebugAll = 2003;
 inline constexpr int kEvhSubscribe = 1;
 inline constexpr int kEvhUnsubscribe = 2;
+
+// Subscription (kMtEvhSubscribe, sent and answered in place): 60 i32 the event handler's
+// answer (0 accepted), 64 u32 operation (kEvhSubscribe or kEvhUnsubscribe), 68 u32 number of
+// ids, 72 the event ids, one u32 each.
+inline constexpr size_t kOffSubResult = 60;
+inline constexpr size_t kOffSubOperation = 64;
+inline constexpr size_t kOffSubCount = 68;
+inline constexpr size_t kOffSubIds = 72;
+inline constexpr uint32_t kMaxSubIds = 64;
+// Event notification (kMtEvhEventNotif): 64 u32 event id, 68 u32 slot.
+inline constexpr size_t kOffEventId = 64;
+inline constexpr size_t kOffEventSlot = 68;
+inline constexpr uint32_t kEventLen = 72;
+static_assert(kOffSubResult == ipc::kHdrLen && kOffEventSlot + 4 == kEventLen);
 }  // namespace vorn::evt
 
 // Opens the event log of a facility for a service; returns the log key or -1.

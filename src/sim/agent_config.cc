@@ -19,8 +19,6 @@
 namespace vorn::sim {
 namespace {
 
-constexpr uint32_t kMtIfmNotif = 10908;
-
 bool isPortOrLag(uint32_t ifIndex) {
     uint32_t type = ifmIfIndexToIfType(ifIndex);
     return type == ifm::kTypeGigabit || type == ifm::kTypeTenGigabit || type == ifm::kTypeLag;
@@ -54,7 +52,7 @@ void Agent::apply(uint32_t mtype, const be::Reader& rd) {
         case agt::kMtClearStats:
             applyClearStats(rd);
             break;
-        case kMtIfmNotif:
+        case MT_IFM_NOTIF_MSG:
             applyIfmCopy(rd);
             break;
         default:
@@ -124,17 +122,17 @@ void Agent::applyRingConfig(const be::Reader& rd) {
 }
 
 void Agent::applyIfmCopy(const be::Reader& rd) {
-    if (!rd.fits(ifmrec::kOffRecords, 0)) {
+    if (!rd.fits(VORN_IFM_RECORDS_OFF, 0)) {
         malformed("IFM notification copy of %zu bytes, shorter than its head: dropped", rd.size());
         return;
     }
-    const int32_t numElem = rd.i32(ifmrec::kOffNumElem);
+    const int32_t numElem = rd.i32(VORN_IFM_NUM_ELEM_OFF);
     if (numElem <= 0) return;
     // A record is at least its 4-byte head: no walk takes more steps than that allows.
     constexpr size_t kRecHead = 4;
-    const size_t maxSteps = (rd.size() - ifmrec::kOffRecords) / kRecHead;
+    const size_t maxSteps = (rd.size() - VORN_IFM_RECORDS_OFF) / kRecHead;
     const auto want = static_cast<uint32_t>(numElem);
-    size_t off = ifmrec::kOffRecords;
+    size_t off = VORN_IFM_RECORDS_OFF;
     uint32_t i = 0;
     for (; i < want && i < maxSteps; ++i) {
         if (!rd.fits(off, kRecHead)) break;
@@ -147,12 +145,12 @@ void Agent::applyIfmCopy(const be::Reader& rd) {
                 i, type, len, off, rd.size());
             return;
         }
-        if (type == ifmrec::kOperUp || type == ifmrec::kOperDown) {
-            if (len < ifmrec::kOperLen) {
+        if (type == IFM_TYP_OSTATE_UP || type == IFM_TYP_OSTATE_DN) {
+            if (len < VORN_IFM_OPER_REC_LEN) {
                 malformed("IFM notification copy: oper record %u of %u bytes: skipped", i, len);
             } else {
                 const uint32_t ifIndex = rd.u32(off + 4);
-                const bool up = type == ifmrec::kOperUp;
+                const bool up = type == IFM_TYP_OSTATE_UP;
                 say("%s: IFM copy: %s oper %s", name().c_str(), cli::shortIfName(ifIndex).c_str(),
                     up ? "up" : "down");
                 setLink(ifIndex, up, "IFM");

@@ -88,7 +88,7 @@ IfmRecord ChassisModel::ifRecord(uint16_t type, uint32_t ifIndex) {
     IfmRecord r;
     r.type = type;
     r.ifIndex = ifIndex;
-    if (type == ifmrec::kAddIf || type == ifmrec::kDelIf) r.mac = macOf(ifIndex);
+    if (type == IFM_TYP_ADD_IF || type == IFM_TYP_DEL_IF) r.mac = macOf(ifIndex);
     return r;
 }
 
@@ -125,7 +125,7 @@ void ChassisModel::appendOperChanges(const OperSnapshot& before,
         bool wasUp = was != before.end() && was->second;
         bool up = operUp(ifIndex);
         if (up != wasUp)
-            out->push_back(ifRecord(up ? ifmrec::kOperUp : ifmrec::kOperDown, ifIndex));
+            out->push_back(ifRecord(up ? IFM_TYP_OSTATE_UP : IFM_TYP_OSTATE_DN, ifIndex));
     }
 }
 
@@ -135,7 +135,7 @@ void ChassisModel::addPorts(uint32_t slot, std::vector<IfmRecord>* out) {
     for (uint32_t p = 0; p < portsPerCard_; ++p) {
         uint32_t ifIndex = ifmCreateIfIndex(cardPortType(slot), slot, p, 0);
         ifs_[ifIndex].ifIndex = ifIndex;
-        out->push_back(ifRecord(ifmrec::kAddIf, ifIndex));
+        out->push_back(ifRecord(IFM_TYP_ADD_IF, ifIndex));
     }
 }
 
@@ -195,7 +195,7 @@ ChassisModel::Change ChassisModel::createVlans(const VlanSet& vlans) {
     Change c{true, vlanWord(fresh) + " created", {}};
     forEachVlan(fresh, [&](uint16_t v) {
         bmp::set(vlans_, v);
-        c.records.push_back(ifRecord(ifmrec::kAddIf, vlanIf(v)));
+        c.records.push_back(ifRecord(IFM_TYP_ADD_IF, vlanIf(v)));
     });
     return c;
 }
@@ -212,14 +212,14 @@ ChassisModel::Change ChassisModel::deleteVlans(const VlanSet& vlans) {
                 VlanSet& set = tagged ? i.tagged : i.untagged;
                 if (!bmp::test(set, v)) continue;
                 bmp::clear(set, v);
-                IfmRecord r = ifRecord(ifmrec::kDelVlanPort, vlanIf(v));
+                IfmRecord r = ifRecord(IFM_TYP_DEL_VLAN_PORT, vlanIf(v));
                 r.other = ifIndex;
                 r.tagged = tagged;
                 c.records.push_back(r);
             }
         }
         bmp::clear(vlans_, v);
-        c.records.push_back(ifRecord(ifmrec::kDelIf, vlanIf(v)));
+        c.records.push_back(ifRecord(IFM_TYP_DEL_IF, vlanIf(v)));
     });
     return c;
 }
@@ -266,29 +266,29 @@ ChassisModel::Change ChassisModel::addToVlans(const VlanSet& vlans, uint32_t ifI
     VlanSet fresh = minus(joining, vlans_);
     forEachVlan(fresh, [&](uint16_t v) {
         bmp::set(vlans_, v);
-        c.records.push_back(ifRecord(ifmrec::kAddIf, vlanIf(v)));
+        c.records.push_back(ifRecord(IFM_TYP_ADD_IF, vlanIf(v)));
     });
     // A change of tagging leaves the VLAN and joins it again.
     VlanSet retagged = intersect(joining, other);
     forEachVlan(retagged, [&](uint16_t v) {
         bmp::clear(other, v);
-        IfmRecord r = ifRecord(ifmrec::kDelVlanPort, vlanIf(v));
+        IfmRecord r = ifRecord(IFM_TYP_DEL_VLAN_PORT, vlanIf(v));
         r.other = ifIndex;
         r.tagged = !tagged;
         c.records.push_back(r);
     });
     if (vlanCount(joining) == 1) {
         forEachVlan(joining, [&](uint16_t v) {
-            IfmRecord r = ifRecord(ifmrec::kAddVlanPort, vlanIf(v));
+            IfmRecord r = ifRecord(IFM_TYP_ADD_VLAN_PORT, vlanIf(v));
             r.other = ifIndex;
             r.tagged = tagged;
             c.records.push_back(r);
         });
     } else {
         forEachVlan(joining, [&](uint16_t v) {
-            if (c.records.empty() || c.records.back().type != ifmrec::kAddVlanListPort ||
+            if (c.records.empty() || c.records.back().type != IFM_TYP_ADD_VLANBMP_PORT ||
                 c.records.back().vlans.size() == ifmrec::kMaxListVlans) {
-                IfmRecord r = ifRecord(ifmrec::kAddVlanListPort, ifIndex);
+                IfmRecord r = ifRecord(IFM_TYP_ADD_VLANBMP_PORT, ifIndex);
                 r.tagged = tagged;
                 c.records.push_back(r);
             }
@@ -311,7 +311,7 @@ ChassisModel::Change ChassisModel::removeFromVlans(const VlanSet& vlans, uint32_
         return refuse(name(ifIndex) + " is not a member of " + vlanWord(vlans));
     Change c{true, name(ifIndex) + " removed from " + vlanWord(leaving), {}};
     forEachVlan(leaving, [&](uint16_t v) {
-        IfmRecord r = ifRecord(ifmrec::kDelVlanPort, vlanIf(v));
+        IfmRecord r = ifRecord(IFM_TYP_DEL_VLAN_PORT, vlanIf(v));
         r.other = ifIndex;
         r.tagged = bmp::test(i->tagged, v);
         bmp::clear(i->tagged, v);
@@ -329,7 +329,7 @@ ChassisModel::Change ChassisModel::createLag(uint32_t lag) {
     ifs_[ifIndex].ifIndex = ifIndex;
     return {true,
             name(ifIndex) + " created, without members (oper down)",
-            {ifRecord(ifmrec::kAddIf, ifIndex)}};
+            {ifRecord(IFM_TYP_ADD_IF, ifIndex)}};
 }
 
 ChassisModel::Change ChassisModel::deleteLag(uint32_t lag) {
@@ -341,7 +341,7 @@ ChassisModel::Change ChassisModel::deleteLag(uint32_t lag) {
     // Members leave, the LAG goes down, leaves its VLANs, and goes.
     for (uint32_t m : l->members) {
         ifs_[m].lag = 0;
-        IfmRecord r = ifRecord(ifmrec::kDelLagPort, ifIndex);
+        IfmRecord r = ifRecord(IFM_TYP_DEL_LAG_PORT, ifIndex);
         r.other = m;
         c.records.push_back(r);
     }
@@ -349,13 +349,13 @@ ChassisModel::Change ChassisModel::deleteLag(uint32_t lag) {
     appendOperChanges(before, &c.records);
     for (bool tagged : {true, false}) {
         forEachVlan(tagged ? l->tagged : l->untagged, [&](uint16_t v) {
-            IfmRecord r = ifRecord(ifmrec::kDelVlanPort, vlanIf(v));
+            IfmRecord r = ifRecord(IFM_TYP_DEL_VLAN_PORT, vlanIf(v));
             r.other = ifIndex;
             r.tagged = tagged;
             c.records.push_back(r);
         });
     }
-    c.records.push_back(ifRecord(ifmrec::kDelIf, ifIndex));
+    c.records.push_back(ifRecord(IFM_TYP_DEL_IF, ifIndex));
     ifs_.erase(ifIndex);
     return c;
 }
@@ -385,18 +385,18 @@ ChassisModel::Change ChassisModel::addLagMember(uint32_t lag, uint32_t port) {
     OperSnapshot before = operSnapshot();
     Change c;
     if (l == nullptr) {
-        c.records.push_back(ifRecord(ifmrec::kAddIf, lagIf));
+        c.records.push_back(ifRecord(IFM_TYP_ADD_IF, lagIf));
         l = &ifs_[lagIf];
         l->ifIndex = lagIf;
     }
     l->members.insert(port);
     p->second.lag = lagIf;
-    IfmRecord r = ifRecord(ifmrec::kAddLagPort, lagIf);
+    IfmRecord r = ifRecord(IFM_TYP_ADD_LAG_PORT, lagIf);
     r.other = port;
     c.records.push_back(r);
     appendOperChanges(before, &c.records);
     c.text = name(port) + " joined " + name(lagIf) +
-             (c.records.front().type == ifmrec::kAddIf ? " (created)" : "") + "; " + name(lagIf) +
+             (c.records.front().type == IFM_TYP_ADD_IF ? " (created)" : "") + "; " + name(lagIf) +
              " is " + (operUp(lagIf) ? "up" : "down");
     return c;
 }
@@ -409,7 +409,7 @@ ChassisModel::Change ChassisModel::removeLagMember(uint32_t lag, uint32_t port) 
     OperSnapshot before = operSnapshot();
     l->members.erase(port);
     ifs_[port].lag = 0;
-    IfmRecord r = ifRecord(ifmrec::kDelLagPort, l->ifIndex);
+    IfmRecord r = ifRecord(IFM_TYP_DEL_LAG_PORT, l->ifIndex);
     r.other = port;
     Change c{true,
              name(port) + " left " + name(l->ifIndex) + "; " + name(l->ifIndex) + " is " +

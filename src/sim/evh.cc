@@ -9,19 +9,6 @@
 namespace vorn::sim {
 namespace {
 
-// Subscription body (mtype 2005): 60 result, 64 operation, 68 count, 72 the event ids.
-constexpr size_t kOffResult = 60;
-constexpr size_t kOffOperation = 64;
-constexpr size_t kOffCount = 68;
-constexpr size_t kOffIds = 72;
-constexpr uint32_t kMaxIds = 64;
-
-// Event notification body (mtype 2009): 60 unused, 64 event id, 68 slot.
-constexpr size_t kOffEventId = 64;
-constexpr size_t kOffEventSlot = 68;
-constexpr uint32_t kEventLen = 72;
-
-// Messages read per readable pass, so that one busy peer cannot starve the others.
 constexpr int kBatch = 32;
 
 std::string plural(uint32_t n, const char* word) {
@@ -32,11 +19,11 @@ std::string plural(uint32_t n, const char* word) {
 
 std::string eventName(uint32_t eventId) {
     switch (eventId) {
-        case kEvCardUp:
+        case CHMGR_CARD_UP:
             return "CHMGR_CARD_UP";
-        case kEvCardDown:
+        case CHMGR_CARD_DOWN:
             return "CHMGR_CARD_DOWN";
-        case kEvCardShutdown:
+        case CHMGR_CARD_SHUTDOWN:
             return "CHMGR_CARD_SHUTDOWN";
         default:
             break;
@@ -71,11 +58,11 @@ void EventHandler::handle(uint8_t* msg, size_t len) {
 
 void EventHandler::handleSubscription(uint8_t* msg, size_t len, uint32_t source) {
     be::Reader rd(msg, len);
-    uint32_t op = rd.u32(kOffOperation);
-    uint32_t count = rd.u32(kOffCount);
+    uint32_t op = rd.u32(evt::kOffSubOperation);
+    uint32_t count = rd.u32(evt::kOffSubCount);
     // Everything the answer depends on is checked before anything is remembered.
-    if (!rd.ok() || (op != evt::kEvhSubscribe && op != evt::kEvhUnsubscribe) || count > kMaxIds ||
-        !rd.fits(kOffIds, 4 * size_t{count})) {
+    if (!rd.ok() || (op != evt::kEvhSubscribe && op != evt::kEvhUnsubscribe) ||
+        count > evt::kMaxSubIds || !rd.fits(evt::kOffSubIds, 4 * size_t{count})) {
         ++counters_.malformed;
         say("evh: malformed subscription from %s (%zu bytes, operation %u, count %u): dropped",
             queueName(source).c_str(), len, op, count);
@@ -96,7 +83,7 @@ void EventHandler::handleSubscription(uint8_t* msg, size_t len, uint32_t source)
     if (result == kAccepted) {
         std::set<uint32_t>& ids = subscribers_[source];
         for (uint32_t i = 0; i < count; ++i) {
-            uint32_t id = rd.u32(kOffIds + 4 * size_t{i});
+            uint32_t id = rd.u32(evt::kOffSubIds + 4 * size_t{i});
             if (op == evt::kEvhSubscribe)
                 ids.insert(id);
             else
@@ -107,7 +94,7 @@ void EventHandler::handleSubscription(uint8_t* msg, size_t len, uint32_t source)
     } else {
         ++counters_.refused;
     }
-    be::Writer(msg, len).u32(kOffResult, result);
+    be::Writer(msg, len).u32(evt::kOffSubResult, result);
     if (!endpoint_.reply(msg, len)) {
         say("evh: %s: the answer could not be sent", head.c_str());
         return;
@@ -119,11 +106,11 @@ int EventHandler::sendEvent(uint32_t eventId, uint32_t slot) {
     int reached = 0;
     for (const auto& [queue, ids] : subscribers_) {
         if (ids.count(eventId) == 0) continue;
-        std::array<uint8_t, kEventLen> msg{};
+        std::array<uint8_t, evt::kEventLen> msg{};
         be::Writer w(msg.data(), msg.size());
-        writeOrigin(w, evt::kMtEvhEventNotif, kEventLen, 30, 0, queue);
-        w.u32(kOffEventId, eventId);
-        w.u32(kOffEventSlot, slot);
+        writeOrigin(w, evt::kMtEvhEventNotif, evt::kEventLen, 30, 0, queue);
+        w.u32(evt::kOffEventId, eventId);
+        w.u32(evt::kOffEventSlot, slot);
         if (endpoint_.send(msg.data(), msg.size())) {
             ++counters_.eventsSent;
             ++reached;

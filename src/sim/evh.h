@@ -11,13 +11,9 @@
 
 #include "sim/endpoint.h"
 #include "sim/loop.h"
+#include "wire/msgtypes.h"
 
 namespace vorn::sim {
-
-// Chassis-manager events, as the event handler numbers them.
-inline constexpr uint32_t kEvCardUp = 0x118011;
-inline constexpr uint32_t kEvCardDown = 0x118012;
-inline constexpr uint32_t kEvCardShutdown = 0x118013;
 
 // "CHMGR_CARD_UP", ..., or the id in hex.
 std::string eventName(uint32_t eventId);

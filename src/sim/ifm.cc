@@ -9,14 +9,6 @@ namespace vorn::sim {
 namespace {
 
 constexpr int kBatch = 32;
-// Control-VLAN question (72 bytes): 60 action, 64 VLAN id, 68 reply code.
-constexpr size_t kQuestionLen = 72;
-constexpr size_t kOffQuestionAction = 60;
-constexpr size_t kOffQuestionVlan = 64;
-// Ring-interface notice (76 bytes): 60 action, 64 primary, 68 secondary, 72 flags.
-constexpr size_t kNoticeLen = 76;
-constexpr uint32_t kFlagSecondary = 0x80000000;
-constexpr uint32_t kFlagPrimaryIsIcl = 0x40000000;
 
 std::string hex(uint32_t v) {
     char text[16];
@@ -34,9 +26,10 @@ std::string noticeText(const Ifm::Notice& n) {
                     : n.action == 2 ? "removed: "
                                     : "action " + std::to_string(n.action) + ": ";
     s += "primary " + portName(n.primary) + ", secondary " + portName(n.secondary);
-    if ((n.flags & kFlagSecondary) != 0) s += ", secondary is a ring's secondary";
-    if ((n.flags & kFlagPrimaryIsIcl) != 0) s += ", primary is the inter-chassis link";
-    if ((n.flags & ~(kFlagSecondary | kFlagPrimaryIsIcl)) != 0) s += ", flags " + hex(n.flags);
+    if ((n.flags & VORN_IFM_NOTICE_SEC_RING_IF) != 0) s += ", secondary is a ring's secondary";
+    if ((n.flags & VORN_IFM_NOTICE_ICL_PRI) != 0) s += ", primary is the inter-chassis link";
+    if ((n.flags & ~(VORN_IFM_NOTICE_SEC_RING_IF | VORN_IFM_NOTICE_ICL_PRI)) != 0)
+        s += ", flags " + hex(n.flags);
     return s;
 }
 
@@ -57,9 +50,9 @@ void Ifm::serve() {
 void Ifm::handle(uint8_t* msg, size_t len) {
     MsgHeader h = readHeader(msg, len);
     std::string from = queueName(h.srcQueue);
-    if (h.mtype == kMtCtrlVlanQuestion) {
+    if (h.mtype == MT_IFM_CTRL_VLAN_QUERY) {
         answerQuestion(msg, len, from);
-    } else if (h.mtype == kMtRingIfNotice) {
+    } else if (h.mtype == MT_IFM_RING_IF_NOTICE) {
         takeNotice(msg, len, from);
     } else {
         ++counters_.unexpected;
@@ -68,19 +61,19 @@ void Ifm::handle(uint8_t* msg, size_t len) {
 }
 
 void Ifm::answerQuestion(uint8_t* msg, size_t len, const std::string& from) {
-    if (len < kQuestionLen) {
+    if (len < VORN_IFM_CTRL_VLAN_Q_LEN) {
         ++counters_.malformed;
         say("ifm: control-VLAN question of %zu bytes from %s: too short, dropped", len,
             from.c_str());
         return;
     }
     be::Reader rd(msg, len);
-    uint32_t action = rd.u32(kOffQuestionAction);
-    uint32_t vlan = rd.u32(kOffQuestionVlan);
+    uint32_t action = rd.u32(VORN_IFM_CTRL_VLAN_Q_ACTION_OFF);
+    uint32_t vlan = rd.u32(VORN_IFM_CTRL_VLAN_Q_VLAN_OFF);
     uint32_t code = 0;
     auto refused = refused_.find(vlan);
-    if (action == kBecomesControl && refused != refused_.end()) code = refused->second;
-    be::Writer(msg, len).u32(kOffReplyCode, code);
+    if (action == VORN_IFM_CTRL_VLAN_ACQUIRE && refused != refused_.end()) code = refused->second;
+    be::Writer(msg, len).u32(VORN_IFM_CTRL_VLAN_Q_REPLY_OFF, code);
     if (!endpoint_.reply(msg, len)) {
         say("ifm: control-VLAN question from %s: the answer could not be sent", from.c_str());
         return;
@@ -88,13 +81,14 @@ void Ifm::answerQuestion(uint8_t* msg, size_t len, const std::string& from) {
     ++counters_.questions;
     if (code != 0)
         ++counters_.refusals;
-    else if (action == kBecomesControl)
+    else if (action == VORN_IFM_CTRL_VLAN_ACQUIRE)
         controlVlans_.insert(vlan);
-    else if (action == kStopsBeingControl)
+    else if (action == VORN_IFM_CTRL_VLAN_RELEASE)
         controlVlans_.erase(vlan);
     std::string v = "VLAN " + std::to_string(vlan);
-    std::string question = action == kBecomesControl ? "may " + v + " become a control VLAN"
-                           : action == kStopsBeingControl
+    std::string question = action == VORN_IFM_CTRL_VLAN_ACQUIRE
+                               ? "may " + v + " become a control VLAN"
+                           : action == VORN_IFM_CTRL_VLAN_RELEASE
                                ? v + " stops being a control VLAN"
                                : "unknown action " + std::to_string(action) + " about " + v;
     say("ifm: %s (from %s): answered %s%s", question.c_str(), from.c_str(), hex(code).c_str(),
@@ -102,7 +96,7 @@ void Ifm::answerQuestion(uint8_t* msg, size_t len, const std::string& from) {
 }
 
 void Ifm::takeNotice(const uint8_t* msg, size_t len, const std::string& from) {
-    if (len < kNoticeLen) {
+    if (len < VORN_IFM_NOTICE_LEN) {
         ++counters_.malformed;
         say("ifm: ring-interface notice of %zu bytes from %s: too short, dropped", len,
             from.c_str());

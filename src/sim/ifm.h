@@ -13,19 +13,12 @@
 
 #include "sim/endpoint.h"
 #include "sim/loop.h"
+#include "wire/ifm.h"
 
 namespace vorn::sim {
 
 class Ifm : public Source {
 public:
-    static constexpr uint32_t kMtCtrlVlanQuestion = 10956;
-    static constexpr uint32_t kMtRingIfNotice = 11016;
-    static constexpr size_t kOffReplyCode = 68;  // of the control-VLAN answer
-    // The answer the manager takes as a refusal of the control VLAN.
-    static constexpr uint32_t kRefusal = 0x8A000141;
-    // Control-VLAN question actions.
-    static constexpr uint32_t kBecomesControl = 1;
-    static constexpr uint32_t kStopsBeingControl = 2;
     // How many ring-interface notices are kept, newest last.
     static constexpr size_t kKeptNotices = 16;
 
@@ -51,8 +44,10 @@ public:
     bool present() const { return endpoint_.isOpen(); }
 
     // From now on the question about `vlan` becoming a control VLAN is answered `code`
-    // (kRefusal unless told otherwise); acceptVlan() answers 0 again.
-    void refuseVlan(uint32_t vlan, uint32_t code = kRefusal) { refused_[vlan] = code; }
+    // (VORN_IFM_CTRL_VLAN_REFUSED unless told otherwise); acceptVlan() answers 0 again.
+    void refuseVlan(uint32_t vlan, uint32_t code = VORN_IFM_CTRL_VLAN_REFUSED) {
+        refused_[vlan] = code;
+    }
     void acceptVlan(uint32_t vlan) { refused_.erase(vlan); }
     // VLAN -> the code its question is answered with.
     const std::map<uint32_t, uint32_t>& refusedVlans() const { return refused_; }

@@ -11,22 +11,22 @@ namespace {
 using namespace ifmrec;
 
 // Offsets inside a body (which starts at byte 124 of the message).
-constexpr size_t kBodyNumElem = kOffNumElem - ipc::kSwpBodyOff;
-constexpr size_t kBodyCount = kOffCount - ipc::kSwpBodyOff;
-constexpr size_t kBodyRecords = kOffRecords - ipc::kSwpBodyOff;
+constexpr size_t kBodyNumElem = VORN_IFM_NUM_ELEM_OFF - ipc::kSwpBodyOff;
+constexpr size_t kBodyCount = VORN_IFM_COUNT_OFF - ipc::kSwpBodyOff;
+constexpr size_t kBodyRecords = VORN_IFM_RECORDS_OFF - ipc::kSwpBodyOff;
 
-// Record offsets.
+// Whole-record offsets of the fields (the data follows the 4-byte record header).
 constexpr size_t kRecType = 0;
 constexpr size_t kRecLen = 2;
-constexpr size_t kRecIf = 4;
-constexpr size_t kRecAttr = 8;
-constexpr size_t kRecMac = 20;
-constexpr size_t kRecPort = 8;     // VLAN port, LAG port
-constexpr size_t kRecTagged = 12;  // VLAN port
-constexpr size_t kRecListTagged = 8;
-constexpr size_t kRecListCount = 16;
-constexpr size_t kRecList = 20;
-static_assert(kRecMac + 6 <= kIfLen && kRecTagged + 2 <= kVlanPortLen);
+constexpr size_t kRecIf = VORN_IFM_REC_HDR_LEN;
+constexpr size_t kRecAttr = kRecIf + VORN_IFM_IF_ATTR_OFF;
+constexpr size_t kRecMac = kRecIf + VORN_IFM_IF_MAC_OFF;
+constexpr size_t kRecPort = kRecIf + VORN_IFM_VP_PORT_OFF;  // VLAN port, LAG member
+constexpr size_t kRecTagged = kRecIf + VORN_IFM_VP_TAGGED_OFF;
+constexpr size_t kRecListTagged = kRecIf + VORN_IFM_VL_TAGGED_OFF;
+constexpr size_t kRecListCount = kRecIf + VORN_IFM_VL_LIST_OFF;
+constexpr size_t kRecList = kRecListCount + 4;
+static_assert(kRecPort == kRecIf + VORN_IFM_LAG_MEMBER_OFF);
 
 void writeRecord(const IfmRecord& rec, be::Writer& w, size_t off) {
     size_t len = ifmRecordLength(rec);
@@ -34,24 +34,24 @@ void writeRecord(const IfmRecord& rec, be::Writer& w, size_t off) {
     w.u16(off + kRecLen, static_cast<uint16_t>(len));
     w.u32(off + kRecIf, rec.ifIndex);
     switch (rec.type) {
-        case kAddIf:
-        case kDelIf:
+        case IFM_TYP_ADD_IF:
+        case IFM_TYP_DEL_IF:
             w.u32(off + kRecAttr, 0);
             w.bytes(off + kRecMac, rec.mac.data(), rec.mac.size());
             break;
-        case kAddVlanPort:
-        case kDelVlanPort:
+        case IFM_TYP_ADD_VLAN_PORT:
+        case IFM_TYP_DEL_VLAN_PORT:
             w.u32(off + kRecPort, rec.other);
             w.u16(off + kRecTagged, rec.tagged ? 1 : 0);
             break;
-        case kAddVlanListPort:
+        case IFM_TYP_ADD_VLANBMP_PORT:
             w.u16(off + kRecListTagged, rec.tagged ? 1 : 0);
             w.u32(off + kRecListCount, static_cast<uint32_t>(rec.vlans.size()));
             for (size_t i = 0; i < rec.vlans.size(); ++i)
                 w.u32(off + kRecList + 4 * i, ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, rec.vlans[i]));
             break;
-        case kAddLagPort:
-        case kDelLagPort:
+        case IFM_TYP_ADD_LAG_PORT:
+        case IFM_TYP_DEL_LAG_PORT:
             w.u32(off + kRecPort, rec.other);
             break;
         default:
@@ -69,19 +69,19 @@ std::vector<uint8_t> startBody(uint32_t number) {
 
 size_t ifmRecordLength(const IfmRecord& rec) {
     switch (rec.type) {
-        case kAddIf:
-        case kDelIf:
-            return kIfLen;
-        case kAddVlanPort:
-        case kDelVlanPort:
-            return kVlanPortLen;
-        case kAddVlanListPort:
-            return kVlanListHeadLen + 4 * rec.vlans.size();
-        case kAddLagPort:
-        case kDelLagPort:
-            return kLagPortLen;
+        case IFM_TYP_ADD_IF:
+        case IFM_TYP_DEL_IF:
+            return VORN_IFM_IF_REC_LEN;
+        case IFM_TYP_ADD_VLAN_PORT:
+        case IFM_TYP_DEL_VLAN_PORT:
+            return VORN_IFM_VLAN_PORT_REC_LEN;
+        case IFM_TYP_ADD_VLANBMP_PORT:
+            return VORN_IFM_VL_REC_HEAD_LEN + 4 * rec.vlans.size();
+        case IFM_TYP_ADD_LAG_PORT:
+        case IFM_TYP_DEL_LAG_PORT:
+            return VORN_IFM_LAG_PORT_REC_LEN;
         default:
-            return kOperLen;
+            return VORN_IFM_OPER_REC_LEN;
     }
 }
 
@@ -110,26 +110,26 @@ std::string describeIfmRecord(const IfmRecord& rec) {
     std::string other = rec.other != 0 ? cli::shortIfName(rec.other) : "";
     const char* tagging = rec.tagged ? " tagged" : " untagged";
     switch (rec.type) {
-        case kAddIf:
+        case IFM_TYP_ADD_IF:
             return "interface " + name + " added";
-        case kDelIf:
+        case IFM_TYP_DEL_IF:
             return "interface " + name + " deleted";
-        case kOperUp:
+        case IFM_TYP_OSTATE_UP:
             return "oper up " + name;
-        case kOperDown:
+        case IFM_TYP_OSTATE_DN:
             return "oper down " + name;
-        case kAddVlanPort:
+        case IFM_TYP_ADD_VLAN_PORT:
             return other + " added to " + name + tagging;
-        case kDelVlanPort:
+        case IFM_TYP_DEL_VLAN_PORT:
             return other + " removed from " + name + tagging;
-        case kAddVlanListPort: {
+        case IFM_TYP_ADD_VLANBMP_PORT: {
             VlanSet set{};
             for (uint16_t v : rec.vlans) bmp::set(set, v);
             return name + " added to VLANs " + vlanSetText(set) + tagging;
         }
-        case kAddLagPort:
+        case IFM_TYP_ADD_LAG_PORT:
             return other + " added to " + name;
-        case kDelLagPort:
+        case IFM_TYP_DEL_LAG_PORT:
             return other + " removed from " + name;
         default:
             return "record type " + std::to_string(rec.type) + " for " + name;

@@ -9,25 +9,17 @@
 namespace vorn::sim {
 namespace {
 
-// Registration body (mtype 18401, 124 bytes): 64 result, 68 protocol kind, 72 registering
-// service, 120 register flag (1 register, 0 deregister).
-constexpr size_t kRegLen = 124;
-constexpr size_t kOffRegResult = 64;
-constexpr size_t kOffRegKind = 68;
-constexpr size_t kOffRegService = 72;
-constexpr size_t kOffRegFlag = 120;
-
 constexpr int kBatch = 32;
 
 const char* swpDataName(uint32_t mtype) {
     switch (mtype) {
-        case 18406:
+        case MT_L2PM_INST_PORT_OWNERSHIP:
             return "instance ownership";
-        case 18407:
+        case MT_L2PM_PORT_STATE:
             return "port state";
-        case 18412:
+        case MT_L2PM_FLUSH:
             return "flush";
-        case 18476:
+        case MT_L2PM_VLAN_STG:
             return "VLAN-STG";
         default:
             return "message";
@@ -84,9 +76,9 @@ void L2pm::serveTimer() {
 void L2pm::handle(uint8_t* msg, size_t len) {
     MsgHeader h = readHeader(msg, len);
     be::Reader rd(msg, len);
-    if (h.mtype == kMtRegister) {
+    if (h.mtype == MT_L2PM_REGISTER) {
         handleRegistration(msg, len, h.srcQueue);
-    } else if (h.mtype == kMtOwnership) {
+    } else if (h.mtype == MT_L2PM_PORT_OWNERSHIP) {
         handleOwnership(msg, len, h.srcQueue);
     } else if ((h.mtype == swp::kMtAck || h.mtype == swp::kMtForcedResend) &&
                len < swp::kCtrlMsgLen) {
@@ -108,18 +100,19 @@ void L2pm::handle(uint8_t* msg, size_t len) {
 
 void L2pm::handleRegistration(uint8_t* msg, size_t len, uint32_t source) {
     be::Reader rd(msg, len);
-    if (len < kRegLen) {
+    if (len < VORN_L2PM_REG_LEN) {
         ++counters_.malformed;
-        say("l2pm: registration of %zu bytes (expected %zu): dropped", len, kRegLen);
+        say("l2pm: registration of %zu bytes (expected %zu): dropped", len,
+            size_t{VORN_L2PM_REG_LEN});
         return;
     }
-    uint32_t service = rd.u32(kOffRegService);
-    bool registering = rd.u8(kOffRegFlag) == 1;
+    uint32_t service = rd.u32(VORN_L2PM_REG_SERVICE_OFF);
+    bool registering = rd.u8(VORN_L2PM_REG_FLAG_OFF) == 1;
     // The manager sends its registration without a source queue; it is always instance 0
     // of the service it names.
     std::string from = source != 0 ? queueName(source) : std::to_string(service) + ".0";
     uint32_t result = refusing_ ? kRefused : kAccepted;
-    be::Writer(msg, len).u32(kOffRegResult, result);
+    be::Writer(msg, len).u32(VORN_L2PM_REG_RESULT_OFF, result);
     const char* what = registering ? "registration" : "deregistration";
     if (!endpoint_.reply(msg, len)) {
         say("l2pm: %s from %s: the answer could not be sent", what, from.c_str());
@@ -129,7 +122,8 @@ void L2pm::handleRegistration(uint8_t* msg, size_t len, uint32_t source) {
         ++counters_.registered;
     else
         ++counters_.refused;
-    say("l2pm: %s from %s (protocol kind %u): %s", what, from.c_str(), rd.u32(kOffRegKind),
+    say("l2pm: %s from %s (protocol kind %u): %s", what, from.c_str(),
+        rd.u32(VORN_L2PM_REG_KIND_OFF),
         result == kAccepted ? "accepted" : "refused (refusing, as told)");
     if (result == kAccepted) managerRegistered_ = registering;
     if (result != kAccepted || !registering) return;

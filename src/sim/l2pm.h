@@ -23,13 +23,11 @@ namespace vorn::sim {
 
 class L2pm : public Source {
 public:
-    static constexpr uint32_t kMtRegister = 18401;
-    static constexpr uint32_t kMtOwnership = 18403;
     static constexpr uint32_t kAccepted = 0;
     static constexpr uint32_t kRefused = 1;
 
     // The two kinds of notification that travel on the queue to the manager.
-    enum class Notif : uint32_t { Ifm = 10908, L2pm = 18402 };
+    enum class Notif : uint32_t { Ifm = MT_IFM_NOTIF_MSG, L2pm = MT_L2PM_NOTIF };
 
     struct Counters {
         uint64_t registered = 0;     // registrations and deregistrations answered 0

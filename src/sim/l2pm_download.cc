@@ -11,24 +11,25 @@ constexpr size_t kBodyOff = ipc::kSwpBodyOff;
 constexpr size_t kMaxBody = ipc::kMaxMsgLen - kBodyOff;
 
 size_t lengthOf(const Record& r) {
-    return r.hasVlans ? kLongLen : kShortLen;
+    return r.hasVlans ? VORN_L2PM_DNLD_LONG_LEN : VORN_L2PM_DNLD_SHORT_LEN;
 }
 
 std::vector<uint8_t> startBody(uint32_t kind) {
-    std::vector<uint8_t> body(kOffRecords - kBodyOff, 0);
-    be::Writer(body.data(), body.size()).u32(kOffKind - kBodyOff, kind);
+    std::vector<uint8_t> body(VORN_L2PM_DNLD_RECORDS_OFF - kBodyOff, 0);
+    be::Writer(body.data(), body.size()).u32(VORN_L2PM_NOTIF_KIND_OFF - kBodyOff, kind);
     return body;
 }
 
 void write(const Record& r, be::Writer& w, size_t off) {
     w.u32(off, r.ifIndex);
     if (ifmIfIndexToIfType(r.ifIndex) == ifm::kTypeVlan) return;
-    w.u32(off + kRecLag, r.lag);
-    w.u32(off + kRecOper, r.operUp ? kOperUp : kOperDown);
-    w.bytes(off + kRecMac, r.mac.data(), r.mac.size());
-    w.u8(off + kRecTagged, r.tagged ? 1 : 0);
-    w.u8(off + kRecHasVlans, r.hasVlans ? 1 : 0);
-    if (r.hasVlans) w.bytes(off + kRecVlans, r.vlans.data(), r.vlans.size());
+    w.u32(off + VORN_L2PM_DNLD_LAG_OFF, r.lag);
+    w.u32(off + VORN_L2PM_DNLD_OPER_OFF,
+          r.operUp ? VORN_L2PM_DNLD_OPER_UP : VORN_L2PM_DNLD_OPER_DOWN);
+    w.bytes(off + VORN_L2PM_DNLD_MAC_OFF, r.mac.data(), r.mac.size());
+    w.u8(off + VORN_L2PM_DNLD_TAGGED_OFF, r.tagged ? 1 : 0);
+    w.u8(off + VORN_L2PM_DNLD_HAS_VLANS_OFF, r.hasVlans ? 1 : 0);
+    if (r.hasVlans) w.bytes(off + VORN_L2PM_DNLD_VLANS_OFF, r.vlans.data(), r.vlans.size());
 }
 
 // The records of one port or LAG: one per tagging it has, or one without VLANs.
@@ -76,7 +77,7 @@ std::vector<std::vector<uint8_t>> pack(const std::vector<Record>& recs) {
     for (const Record& r : recs) {
         size_t len = lengthOf(r);
         if (bodies.empty() || bodies.back().size() + len > kMaxBody) {
-            bodies.push_back(startBody(kKindDownload));
+            bodies.push_back(startBody(VORN_L2PM_NOTIF_DNLD));
             inBody = 0;
         }
         std::vector<uint8_t>& body = bodies.back();
@@ -84,13 +85,13 @@ std::vector<std::vector<uint8_t>> pack(const std::vector<Record>& recs) {
         body.resize(off + len, 0);
         be::Writer w(body.data(), body.size());
         write(r, w, off);
-        w.u32(kOffCount - kBodyOff, static_cast<uint32_t>(++inBody));
+        w.u32(VORN_L2PM_DNLD_COUNT_OFF - kBodyOff, static_cast<uint32_t>(++inBody));
     }
     return bodies;
 }
 
 std::vector<uint8_t> endOfConfig() {
-    return startBody(kKindEndOfConfig);
+    return startBody(VORN_L2PM_NOTIF_EOCONF);
 }
 
 }  // namespace vorn::sim::dnld

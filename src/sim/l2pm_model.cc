@@ -9,40 +9,6 @@
 namespace vorn::sim {
 namespace {
 
-// Port-state (18407) and flush (18412) messages: a fixed part, then n records.
-constexpr size_t kOffClientId = 248;
-constexpr size_t kOffProtocolId = 252;
-constexpr size_t kOffCount = 256;
-constexpr size_t kOffRecords = 260;
-constexpr uint32_t kClientId = 7;
-constexpr uint32_t kProtocolId = 3;
-
-// Port-state record: ifIndex, the VLANs it sets, and those of them that forward.
-constexpr size_t kPortStateRecLen = 1032;
-constexpr size_t kRecVlans = 4;
-constexpr size_t kRecForwarding = 516;
-constexpr size_t kBitmapLen = 512;
-static_assert(kRecForwarding + kBitmapLen + 4 == kPortStateRecLen);
-
-// Flush record.
-constexpr size_t kFlushRecLen = 24;
-constexpr uint32_t kFlushKind = 82;
-constexpr size_t kFlushKindOff = 0;
-constexpr size_t kFlushLenOff = 4;
-constexpr size_t kFlushVlanOff = 12;
-constexpr size_t kFlushPortOff = 16;
-
-// Instance port ownership (18406): count at 124, 8-byte records from 128.
-constexpr size_t kOffInstCount = 124;
-constexpr size_t kOffInstRecords = 128;
-constexpr size_t kInstRecLen = 8;
-
-// VLAN-STG (18476): map flag, instance, VLAN bitmap.
-constexpr size_t kVlanStgLen = 652;
-constexpr size_t kOffMapFlag = 124;
-constexpr size_t kOffStgInstance = 128;
-constexpr size_t kOffStgVlans = 132;
-
 constexpr uint32_t kMaxVlan = limits::kMaxVlan;
 
 // How many records of recLen fit behind `first` in a message of len bytes, and a note when
@@ -82,13 +48,13 @@ bool isPortOrLag(uint32_t ifIndex) {
 
 std::string ForwardingModel::apply(uint32_t mtype, const uint8_t* msg, size_t len) {
     switch (mtype) {
-        case kMtPortState:
+        case MT_L2PM_PORT_STATE:
             return applyPortState(msg, len);
-        case kMtFlush:
+        case MT_L2PM_FLUSH:
             return applyFlush(msg, len);
-        case kMtInstanceOwnership:
+        case MT_L2PM_INST_PORT_OWNERSHIP:
             return applyInstanceOwnership(msg, len);
-        case kMtVlanStg:
+        case MT_L2PM_VLAN_STG:
             return applyVlanStg(msg, len);
         default:
             return "not a forwarding message";
@@ -97,27 +63,29 @@ std::string ForwardingModel::apply(uint32_t mtype, const uint8_t* msg, size_t le
 
 std::string ForwardingModel::applyPortState(const uint8_t* msg, size_t len) {
     be::Reader rd(msg, len);
-    if (len < kOffRecords) {
+    if (len < VORN_L2PM_PS_BASE_LEN) {
         ++counters_.malformed;
         return "too short for a port-state message (" + std::to_string(len) + " bytes)";
     }
     ++counters_.portStateMsgs;
     std::string note;
-    if (rd.u32(kOffClientId) != kClientId || rd.u32(kOffProtocolId) != kProtocolId)
-        note += "; client id " + std::to_string(rd.u32(kOffClientId)) + ", protocol id " +
-                std::to_string(rd.u32(kOffProtocolId)) + " (expected 7 and 3)";
-    size_t n = recordsThatFit(len, kOffRecords, kPortStateRecLen, rd.u32(kOffCount),
-                              &counters_.badRecords, &note);
+    if (rd.u32(VORN_L2PM_CLIENT_ID_OFF) != VORN_L2PM_CLIENT_ID ||
+        rd.u32(VORN_L2PM_PROTO_ID_OFF) != VORN_L2PM_PROTO_ID)
+        note += "; client id " + std::to_string(rd.u32(VORN_L2PM_CLIENT_ID_OFF)) +
+                ", protocol id " + std::to_string(rd.u32(VORN_L2PM_PROTO_ID_OFF)) +
+                " (expected 7 and 3)";
+    size_t n = recordsThatFit(len, VORN_L2PM_PS_BASE_LEN, VORN_L2PM_PS_REC_LEN,
+                              rd.u32(VORN_L2PM_PS_COUNT_OFF), &counters_.badRecords, &note);
     size_t applied = 0, skipped = 0;
     for (size_t i = 0; i < n; ++i) {
-        size_t rec = kOffRecords + i * kPortStateRecLen;
+        size_t rec = VORN_L2PM_PS_BASE_LEN + i * VORN_L2PM_PS_REC_LEN;
         uint32_t ifIndex = rd.u32(rec);
         if (!isPortOrLag(ifIndex)) {
             ++skipped;
             continue;
         }
-        auto vlans = rd.view(rec + kRecVlans, kBitmapLen);
-        auto fwd = rd.view(rec + kRecForwarding, kBitmapLen);
+        auto vlans = rd.view(rec + VORN_PS_REC_VLANS_OFF, bmp::kVlanBmapBytes);
+        auto fwd = rd.view(rec + VORN_PS_REC_FWD_OFF, bmp::kVlanBmapBytes);
         PortState& port = ports_[ifIndex];
         for (uint32_t v = 1; v <= kMaxVlan; ++v) {
             if (!bmp::test(vlans, v)) continue;
@@ -136,22 +104,22 @@ std::string ForwardingModel::applyPortState(const uint8_t* msg, size_t len) {
 
 std::string ForwardingModel::applyFlush(const uint8_t* msg, size_t len) {
     be::Reader rd(msg, len);
-    if (len < kOffRecords) {
+    if (len < VORN_L2PM_PS_BASE_LEN) {
         ++counters_.malformed;
         return "too short for a flush message (" + std::to_string(len) + " bytes)";
     }
     ++counters_.flushMsgs;
     std::string note;
-    size_t n = recordsThatFit(len, kOffRecords, kFlushRecLen, rd.u32(kOffCount),
-                              &counters_.badRecords, &note);
+    size_t n = recordsThatFit(len, VORN_L2PM_PS_BASE_LEN, VORN_L2PM_FLUSH_REC_LEN,
+                              rd.u32(VORN_L2PM_PS_COUNT_OFF), &counters_.badRecords, &note);
     size_t applied = 0, skipped = 0;
     for (size_t i = 0; i < n; ++i) {
-        size_t rec = kOffRecords + i * kFlushRecLen;
-        uint16_t vlan = rd.u16(rec + kFlushVlanOff);
-        uint32_t ifIndex = rd.u32(rec + kFlushPortOff);
-        if (rd.u32(rec + kFlushKindOff) != kFlushKind ||
-            rd.u32(rec + kFlushLenOff) != kFlushRecLen || vlan < 1 || vlan > kMaxVlan ||
-            !isPortOrLag(ifIndex)) {
+        size_t rec = VORN_L2PM_PS_BASE_LEN + i * VORN_L2PM_FLUSH_REC_LEN;
+        uint16_t vlan = rd.u16(rec + VORN_FL_REC_VLAN_OFF);
+        uint32_t ifIndex = rd.u32(rec + VORN_FL_REC_IFINDEX_OFF);
+        if (rd.u32(rec + VORN_FL_REC_KIND_OFF) != VORN_FL_REC_KIND ||
+            rd.u32(rec + VORN_FL_REC_LEN_OFF) != VORN_L2PM_FLUSH_REC_LEN || vlan < 1 ||
+            vlan > kMaxVlan || !isPortOrLag(ifIndex)) {
             ++skipped;
             continue;
         }
@@ -167,20 +135,20 @@ std::string ForwardingModel::applyFlush(const uint8_t* msg, size_t len) {
 
 std::string ForwardingModel::applyInstanceOwnership(const uint8_t* msg, size_t len) {
     be::Reader rd(msg, len);
-    if (len < kOffInstRecords) {
+    if (len < VORN_L2PM_INST_BASE_LEN) {
         ++counters_.malformed;
         return "too short for an instance-ownership message (" + std::to_string(len) + " bytes)";
     }
     ++counters_.instanceMsgs;
     std::string note;
-    size_t n = recordsThatFit(len, kOffInstRecords, kInstRecLen, rd.u32(kOffInstCount),
-                              &counters_.badRecords, &note);
+    size_t n = recordsThatFit(len, VORN_L2PM_INST_BASE_LEN, VORN_L2PM_INST_REC_LEN,
+                              rd.u32(VORN_L2PM_INST_COUNT_OFF), &counters_.badRecords, &note);
     size_t applied = 0, skipped = 0;
     for (size_t i = 0; i < n; ++i) {
-        size_t rec = kOffInstRecords + i * kInstRecLen;
+        size_t rec = VORN_L2PM_INST_BASE_LEN + i * VORN_L2PM_INST_REC_LEN;
         bool add = rd.u8(rec) == 1;
-        uint16_t instance = rd.u16(rec + 2);
-        uint32_t ifIndex = rd.u32(rec + 4);
+        uint16_t instance = rd.u16(rec + VORN_INST_REC_INST_OFF);
+        uint32_t ifIndex = rd.u32(rec + VORN_INST_REC_IFINDEX_OFF);
         if (!isPortOrLag(ifIndex)) {
             ++skipped;
             continue;
@@ -203,14 +171,14 @@ std::string ForwardingModel::applyInstanceOwnership(const uint8_t* msg, size_t l
 
 std::string ForwardingModel::applyVlanStg(const uint8_t* msg, size_t len) {
     be::Reader rd(msg, len);
-    if (len < kVlanStgLen) {
+    if (len < VORN_VLAN_STG_LEN) {
         ++counters_.malformed;
         return "too short for a VLAN-STG message (" + std::to_string(len) + " bytes)";
     }
     ++counters_.vlanStgMsgs;
-    bool map = rd.u32(kOffMapFlag) == 1;
-    uint16_t instance = rd.u16(kOffStgInstance);
-    auto vlans = rd.view(kOffStgVlans, kBitmapLen);
+    bool map = rd.u32(VORN_VLAN_STG_MAP_OFF) == 1;
+    uint16_t instance = rd.u16(VORN_VLAN_STG_INST_OFF);
+    auto vlans = rd.view(VORN_VLAN_STG_BMAP_OFF, bmp::kVlanBmapBytes);
     size_t changed = 0, notThere = 0;
     for (uint32_t v = 1; v <= kMaxVlan; ++v) {
         if (!bmp::test(vlans, v)) continue;
@@ -243,9 +211,9 @@ std::vector<uint32_t> ForwardingModel::ownership(uint32_t action,
     ++counters_.ownershipRequests;
     std::vector<uint32_t> notGranted;
     for (uint32_t p : ports) {
-        if (action == kRelinquish) {
+        if (action == VORN_PORT_OWN_RELEASE) {
             owned_.erase(p);
-        } else if (action != kTake || !isPortOrLag(p) || refused_.count(p) != 0) {
+        } else if (action != VORN_PORT_OWN_TAKE || !isPortOrLag(p) || refused_.count(p) != 0) {
             notGranted.push_back(p);
         } else {
             owned_.insert(p);

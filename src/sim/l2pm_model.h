@@ -19,20 +19,13 @@
 #include <utility>
 #include <vector>
 
+#include "wire/l2pm.h"
+
 namespace vorn::sim {
 
 class ForwardingModel {
 public:
     using VlanBitmap = std::array<uint8_t, 512>;
-
-    static constexpr uint32_t kMtInstanceOwnership = 18406;
-    static constexpr uint32_t kMtPortState = 18407;
-    static constexpr uint32_t kMtFlush = 18412;
-    static constexpr uint32_t kMtVlanStg = 18476;
-    // Port-ownership actions.
-    static constexpr uint32_t kTake = 0;
-    static constexpr uint32_t kRelinquish = 1;
-    // How many flushes are kept in order, for the operator.
     static constexpr size_t kRecentFlushes = 16;
 
     // The state of one port as L2PM programs it.
@@ -61,10 +54,10 @@ public:
     // one line for the log: what was applied, and what was skipped and why.
     std::string apply(uint32_t mtype, const uint8_t* msg, size_t len);
 
-    // Answers a port-ownership request: takes (kTake) or gives back (kRelinquish) the ports.
-    // Returns the ports that were not granted: those L2PM was told to refuse and those that
-    // are not ports or port-channels. Nothing is refused on relinquishing; an unknown action
-    // grants nothing.
+    // Answers a port-ownership request: takes (VORN_PORT_OWN_TAKE) or gives back
+    // (VORN_PORT_OWN_RELEASE) the ports. Returns the ports that were not granted: those L2PM was
+    // told to refuse and those that are not ports or port-channels. Nothing is refused on
+    // relinquishing; an unknown action grants nothing.
     std::vector<uint32_t> ownership(uint32_t action, const std::vector<uint32_t>& ports);
     // Makes L2PM refuse (or grant again) the ownership of a port.
     void setRefused(uint32_t ifIndex, bool refused);

@@ -86,7 +86,7 @@ void ChassisSim::registerModelCommands() {
     commands_.add({"ifm refuse-vlan", "VLAN [code CODE]",
                    "IFM refuses VLAN as a control VLAN (with CODE, default 0x8a000141)", 1, 3,
                    [this](const CommandTable::Args& args) {
-                       uint32_t vlan = 0, code = Ifm::kRefusal;
+                       uint32_t vlan = 0, code = VORN_IFM_CTRL_VLAN_REFUSED;
                        std::string err;
                        if (!number::parse(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
                            return refused(err);

@@ -89,11 +89,11 @@ void ChassisSim::registerCommands() {
         const char* help;
     };
     for (const CardRow& r :
-         {CardRow{"up", kEvCardUp,
+         {CardRow{"up", CHMGR_CARD_UP,
                   "a card comes up in SLOT (CHMGR_CARD_UP); a fresh agent starts and registers"},
-          CardRow{"down", kEvCardDown,
+          CardRow{"down", CHMGR_CARD_DOWN,
                   "the card in SLOT goes down (CHMGR_CARD_DOWN); its agent falls silent"},
-          CardRow{"shutdown", kEvCardShutdown,
+          CardRow{"shutdown", CHMGR_CARD_SHUTDOWN,
                   "the card in SLOT is shut down (CHMGR_CARD_SHUTDOWN); its agent falls "
                   "silent"}}) {
         uint32_t id = r.eventId;
@@ -111,7 +111,7 @@ CommandResult ChassisSim::cardEvent(uint32_t eventId, const CommandTable::Args& 
             "the event handler is absent ('evh absent off' brings it back); "
             "no event sent");
     bool wasUp = (cardMask_ & (1u << slot)) != 0;
-    bool up = eventId == kEvCardUp;
+    bool up = eventId == CHMGR_CARD_UP;
     cardMask_ = up ? (cardMask_ | (1u << slot)) : (cardMask_ & ~(1u << slot));
     // A card that goes away takes its agent with it before anyone hears of it.
     std::string agentText = up ? "" : silenceAgent(slot);

@@ -29,6 +29,8 @@ namespace vorn::nm {
 
 inline constexpr size_t kLen = 1024;
 inline constexpr uint32_t kMtNm = 6001;
+// The manager's answer to a show request.
+inline constexpr uint32_t kMtDisplay = 6002;
 
 inline constexpr size_t kOffReplyStatus = 64;
 inline constexpr size_t kOffType = 72;

@@ -7,9 +7,9 @@
 
 #include "agent/agent_fixture.h"
 #include "ifm/ifm_test_util.h"
-#include "task/msgtypes.h"
 #include "task/trace.h"
 #include "wire/agent.h"
+#include "wire/msgtypes.h"
 
 namespace vorn::test {
 namespace {

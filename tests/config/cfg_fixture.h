@@ -28,10 +28,10 @@
 #include "show/show.h"
 #include "support/ifidx.h"
 #include "support/mgr_fixture.h"
-#include "task/msgtypes.h"
 #include "task/register.h"
 #include "task/swpq.h"
 #include "task/tcb.h"
+#include "wire/msgtypes.h"
 
 namespace vorn::test {
 

@@ -16,7 +16,7 @@
 #include "l2pm/l2pm_test_util.h"
 #include "platform/codec.h"
 #include "platform/ipc.h"
-#include "task/msgtypes.h"
+#include "wire/msgtypes.h"
 
 namespace vorn::test::ifmt {
 

@@ -160,9 +160,9 @@ protected:
 TEST_F(ChassisControlTest, CommandsChangeTheChassisAndSayWhat) {
     FakeManager mgr;
     QelKey evlog = qelEvtOpenlog("VORN", 0, 226, 0);
-    ASSERT_EQ(whileServing(chassis_->loop(),
-                           [&] { return qelEvhSubscribeEvt(evlog, 1, sim::kEvCardUp); }),
-              0);
+    ASSERT_EQ(
+        whileServing(chassis_->loop(), [&] { return qelEvhSubscribeEvt(evlog, 1, CHMGR_CARD_UP); }),
+        0);
 
     struct Case {
         const char* line;
@@ -195,9 +195,9 @@ TEST_F(ChassisControlTest, CommandsChangeTheChassisAndSayWhat) {
     }
     ASSERT_EQ(events.size(), 1u);
     ASSERT_EQ(events[0].size(), 72u);
-    EXPECT_EQ(words(events[0], {64, 68}), (W{0x118011, 7}));      // card up, slot 7
-    EXPECT_EQ(qelEvhSubscribeEvt(evlog, 1, sim::kEvCardUp), -1);  // absent
-    EXPECT_EQ(chassis_->cardMask(), 0x3u);                        // 7 went up and down again
+    EXPECT_EQ(words(events[0], {64, 68}), (W{0x118011, 7}));     // card up, slot 7
+    EXPECT_EQ(qelEvhSubscribeEvt(evlog, 1, CHMGR_CARD_UP), -1);  // absent
+    EXPECT_EQ(chassis_->cardMask(), 0x3u);                       // 7 went up and down again
     EXPECT_TRUE(chassis_->l2pm().refusing());
 
     // A second chassis on the same run directory is refused; the first one is untouched.

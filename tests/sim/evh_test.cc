@@ -68,12 +68,12 @@ TEST_F(EvhTest, AnswersSubscriptionsAsToldAndRemembersOnlyAccepted) {
             ASSERT_TRUE(evh_.open(&err)) << err;
         }
         evh_.setRefusing(c.refusing);
-        EXPECT_EQ(subscribe({sim::kEvCardUp, sim::kEvCardDown, sim::kEvCardShutdown}), c.expectRc);
+        EXPECT_EQ(subscribe({CHMGR_CARD_UP, CHMGR_CARD_DOWN, CHMGR_CARD_SHUTDOWN}), c.expectRc);
         ASSERT_EQ(evh_.subscribers().count(kQueue226), c.remembered ? 1u : 0u);
         if (c.remembered) {
             EXPECT_EQ(evh_.subscribers().at(kQueue226).size(), 3u);
             // Start the next case from an empty table.
-            EXPECT_EQ(subscribe({sim::kEvCardUp, sim::kEvCardDown, sim::kEvCardShutdown}, true), 0);
+            EXPECT_EQ(subscribe({CHMGR_CARD_UP, CHMGR_CARD_DOWN, CHMGR_CARD_SHUTDOWN}, true), 0);
         }
         EXPECT_TRUE(evh_.subscribers().empty());
         evh_.close();
@@ -85,9 +85,9 @@ TEST_F(EvhTest, AnswersSubscriptionsAsToldAndRemembersOnlyAccepted) {
 TEST_F(EvhTest, SendsAnEventOnlyToThoseWhoFollowIt) {
     std::string err;
     ASSERT_TRUE(evh_.open(&err)) << err;
-    ASSERT_EQ(subscribe({sim::kEvCardDown}), 0);
+    ASSERT_EQ(subscribe({CHMGR_CARD_DOWN}), 0);
 
-    EXPECT_EQ(evh_.sendEvent(sim::kEvCardDown, 5), 1);
+    EXPECT_EQ(evh_.sendEvent(CHMGR_CARD_DOWN, 5), 1);
     std::vector<uint8_t> msg = mgr_.receive();
     ASSERT_EQ(msg.size(), 72u);
     // CHMGR_CARD_DOWN for slot 5.
@@ -95,12 +95,12 @@ TEST_F(EvhTest, SendsAnEventOnlyToThoseWhoFollowIt) {
               (std::vector<uint32_t>{72, 2009, kQueue30, kQueue226, 0, 0x118012, 5}));
 
     // Not followed: nothing is sent (a send would be waiting before sendEvent returns).
-    EXPECT_EQ(evh_.sendEvent(sim::kEvCardUp, 5), 0);
+    EXPECT_EQ(evh_.sendEvent(CHMGR_CARD_UP, 5), 0);
     EXPECT_TRUE(mgr_.receive(0).empty());
 
     // A subscriber that went away costs a failed send, counted, and nothing else.
     mgr_.close();
-    EXPECT_EQ(evh_.sendEvent(sim::kEvCardDown, 6), 0);
+    EXPECT_EQ(evh_.sendEvent(CHMGR_CARD_DOWN, 6), 0);
     EXPECT_EQ(evh_.counters().sendFailures, 1u);
     EXPECT_EQ(evh_.counters().eventsSent, 1u);
 }
@@ -130,7 +130,7 @@ TEST_F(EvhTest, DropsMalformedSubscriptionsUnanswered) {
         w.u32(kDstSvce, kQueue30);
         w.u32(64, c.operation);
         w.u32(68, c.count);
-        for (uint32_t off = 72; off + 4 <= c.len; off += 4) w.u32(off, sim::kEvCardUp);
+        for (uint32_t off = 72; off + 4 <= c.len; off += 4) w.u32(off, CHMGR_CARD_UP);
         EXPECT_TRUE(
             test::dropsUnanswered(loop_, mgr_, msg, [&] { return evh_.counters().malformed; }));
     }

@@ -136,7 +136,7 @@ TEST(ForwardingModel, PortStatesSetEachVlanOfEachPort) {
     };
     for (const Step& s : steps) {
         SCOPED_TRACE(s.what);
-        m.apply(sim::ForwardingModel::kMtPortState, s.msg.data(), s.msg.size());
+        m.apply(MT_L2PM_PORT_STATE, s.msg.data(), s.msg.size());
         EXPECT_EQ(stateOf(m, kGi01), s.gi01);
         EXPECT_EQ(stateOf(m, kGi11), s.gi11);
     }
@@ -160,21 +160,20 @@ TEST(ForwardingModel, AMessageNeverChangesMoreThanItHolds) {
     std::vector<uint8_t> hugeCount = portStateMsg({{kGi01, {20}, {20}}});
     be::Writer(hugeCount.data(), hugeCount.size()).u32(256, 0xFFFFFFFF);
     const Case cases[] = {
-        {"claims 3 port states, holds 1", sim::ForwardingModel::kMtPortState,
+        {"claims 3 port states, holds 1", MT_L2PM_PORT_STATE,
          portStateMsg({{kGi01, {20}, {20}}}, 3), 2, 0, "claims 3 records, only 1 fit"},
-        {"claims 4 billion port states", sim::ForwardingModel::kMtPortState, hugeCount,
-         0xFFFFFFFF - 1, 0, "only 1 fit"},
-        {"a flush record cut short", sim::ForwardingModel::kMtFlush, cutFlush, 1, 0, "only 1 fit"},
-        {"flush records of another kind, VLAN 0 and VLAN 4096, no port",
-         sim::ForwardingModel::kMtFlush,
+        {"claims 4 billion port states", MT_L2PM_PORT_STATE, hugeCount, 0xFFFFFFFF - 1, 0,
+         "only 1 fit"},
+        {"a flush record cut short", MT_L2PM_FLUSH, cutFlush, 1, 0, "only 1 fit"},
+        {"flush records of another kind, VLAN 0 and VLAN 4096, no port", MT_L2PM_FLUSH,
          flushMsg({{81, 20, kGi01}, {82, 0, kGi01}, {82, 4096, kGi01}, {82, 20, 0}}), 4, 0,
          "4 records skipped"},
-        {"instance ownership without its count", sim::ForwardingModel::kMtInstanceOwnership,
+        {"instance ownership without its count", MT_L2PM_INST_PORT_OWNERSHIP,
          std::vector<uint8_t>(127, 0), 0, 1, "too short"},
-        {"port states without their count", sim::ForwardingModel::kMtPortState,
-         std::vector<uint8_t>(259, 0), 0, 1, "too short"},
-        {"VLAN-STG without its constants", sim::ForwardingModel::kMtVlanStg,
-         std::vector<uint8_t>(651, 0xFF), 0, 1, "too short"},
+        {"port states without their count", MT_L2PM_PORT_STATE, std::vector<uint8_t>(259, 0),
+         0, 1, "too short"},
+        {"VLAN-STG without its constants", MT_L2PM_VLAN_STG, std::vector<uint8_t>(651, 0xFF),
+         0, 1, "too short"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -186,9 +185,9 @@ TEST(ForwardingModel, AMessageNeverChangesMoreThanItHolds) {
     }
     // What fitted was applied.
     sim::ForwardingModel m;
-    m.apply(sim::ForwardingModel::kMtPortState, hugeCount.data(), hugeCount.size());
+    m.apply(MT_L2PM_PORT_STATE, hugeCount.data(), hugeCount.size());
     EXPECT_EQ(stateOf(m, kGi01), "fwd 20 blk ");
-    m.apply(sim::ForwardingModel::kMtFlush, cutFlush.data(), cutFlush.size());
+    m.apply(MT_L2PM_FLUSH, cutFlush.data(), cutFlush.size());
     EXPECT_EQ(m.flushes().size(), 1u);
 }
 
@@ -197,8 +196,8 @@ TEST(ForwardingModel, FlushesAreCountedPerPortAndVlanAndTheLastOnesKept) {
     std::vector<std::tuple<uint32_t, uint16_t, uint32_t>> recs = {{82, 20, kGi01}, {82, 20, kPo5}};
     for (uint16_t v = 100; v < 120; ++v) recs.emplace_back(82, v, kGi11);
     auto msg = flushMsg(recs);
-    m.apply(sim::ForwardingModel::kMtFlush, msg.data(), msg.size());
-    m.apply(sim::ForwardingModel::kMtFlush, msg.data(), msg.size());
+    m.apply(MT_L2PM_FLUSH, msg.data(), msg.size());
+    m.apply(MT_L2PM_FLUSH, msg.data(), msg.size());
     EXPECT_EQ(m.flushes().at({kGi01, 20}), 2u);
     EXPECT_EQ(m.flushes().at({kPo5, 20}), 2u);
     EXPECT_EQ(m.counters().flushRecords, 44u);
@@ -213,15 +212,15 @@ TEST(ForwardingModel, InstancesGetTheirPortsAndVlans) {
     auto apply = [&m](uint32_t mtype, const std::vector<uint8_t>& msg) {
         return m.apply(mtype, msg.data(), msg.size());
     };
-    apply(sim::ForwardingModel::kMtInstanceOwnership,
+    apply(MT_L2PM_INST_PORT_OWNERSHIP,
           instanceMsg({{1, 64, kGi01}, {1, 64, kGi11}, {1, 65, kPo5}, {1, 64, kVlan10If}}));
-    apply(sim::ForwardingModel::kMtVlanStg, vlanStgMsg(true, 64, {20, 21, 22, 30}));
-    apply(sim::ForwardingModel::kMtVlanStg, vlanStgMsg(true, 65, {30}));  // moves VLAN 30
-    std::string note = apply(sim::ForwardingModel::kMtVlanStg, vlanStgMsg(false, 65, {21, 30}));
+    apply(MT_L2PM_VLAN_STG, vlanStgMsg(true, 64, {20, 21, 22, 30}));
+    apply(MT_L2PM_VLAN_STG, vlanStgMsg(true, 65, {30}));  // moves VLAN 30
+    std::string note = apply(MT_L2PM_VLAN_STG, vlanStgMsg(false, 65, {21, 30}));
     EXPECT_NE(note.find("unmapped 1 VLAN from instance 65; 1 VLAN were not in that instance"),
               std::string::npos)
         << note;
-    apply(sim::ForwardingModel::kMtInstanceOwnership, instanceMsg({{2, 64, kGi11}, {0, 65, kPo5}}));
+    apply(MT_L2PM_INST_PORT_OWNERSHIP, instanceMsg({{2, 64, kGi11}, {0, 65, kPo5}}));
 
     const std::map<uint16_t, std::set<uint32_t>> ports = {{64, {kGi01}}};
     EXPECT_EQ(m.instancePorts(), ports);  // an instance without ports is gone

@@ -16,11 +16,11 @@
 #include "ringdb/ringdb.h"
 #include "show/show.h"
 #include "support/mgr_fixture.h"
-#include "task/msgtypes.h"
 #include "task/register.h"
 #include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 namespace vorn {
 namespace {

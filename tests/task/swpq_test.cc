@@ -15,12 +15,12 @@
 #include "show/show.h"
 #include "support/mgr_fixture.h"
 #include "support/wire.h"
-#include "task/msgtypes.h"
 #include "task/pools.h"
 #include "task/register.h"
 #include "task/swpq.h"
 #include "task/tcb.h"
 #include "task/trace.h"
+#include "wire/msgtypes.h"
 
 namespace vorn {
 namespace {
