@@ -32,6 +32,7 @@
 #include "platform/codec.h"
 #include "platform/ifindex.h"
 #include "platform/swp.h"
+#include "sim/ifm_notif.h"
 #include "wire/agent.h"
 #include "wire/l2pm.h"
 
@@ -82,14 +83,18 @@ uint32_t vlanIf(uint32_t vid) {
     return ifmCreateIfIndex(ifm::kTypeVlan, 0, 0, vid);
 }
 
+sim::Mac macOf(uint32_t ifIndex) {
+    return {0x02,
+            0x00,
+            static_cast<uint8_t>(ifIndex >> 24),
+            static_cast<uint8_t>(ifIndex >> 16),
+            static_cast<uint8_t>(ifIndex >> 8),
+            0x01};
+}
+
 void writeMac(be::Writer& w, size_t off, uint32_t ifIndex) {
-    const uint8_t mac[6] = {0x02,
-                            0x00,
-                            static_cast<uint8_t>(ifIndex >> 24),
-                            static_cast<uint8_t>(ifIndex >> 16),
-                            static_cast<uint8_t>(ifIndex >> 8),
-                            0x01};
-    w.bytes(off, mac, sizeof(mac));
+    const sim::Mac mac = macOf(ifIndex);
+    w.bytes(off, mac.data(), mac.size());
 }
 
 void setVlan(cli::VlanBitmap& b, uint32_t v) {
@@ -192,54 +197,28 @@ be::Writer writerOf(std::vector<uint8_t>& body) {
 
 // IFM's view of the relay chassis, in one notification: VLANs 10 and 20-30, and Gi 0/1 and
 // Gi 1/1 up and tagged members of all of them.
-// Body (from byte 124): 0 i32 NumElem, 4 u32 Count, 8 reserved, 12 records of u16 type and
-// u16 length: 1 interface added (28 bytes: 4 ifIndex, 20 MAC), 3 oper up (8 bytes: 4 ifIndex),
-// 40 port added to a VLAN (16 bytes: 4 VLAN ifIndex, 8 port ifIndex, 12 u16 tagged).
-constexpr size_t kIfmHeadLen = 12;
-constexpr uint16_t kIfmAddIf = 1, kIfmOperUp = 3, kIfmAddVlanPort = 40;
-constexpr size_t kIfmIfLen = 28, kIfmOperLen = 8, kIfmVlanPortLen = 16;
-
 std::vector<uint8_t> relayIfmNotification() {
-    std::vector<uint8_t> body(kIfmHeadLen, 0);
-    uint32_t records = 0;
-    auto record = [&](uint16_t type, size_t len) {
-        size_t off = appendRecord(body, len);
-        be::Writer w = writerOf(body);
-        w.u16(off, type);
-        w.u16(off + 2, static_cast<uint16_t>(len));
-        ++records;
-        return off;
+    std::vector<sim::IfmRecord> recs;
+    auto add = [&](uint16_t type, uint32_t ifIndex, uint32_t other = 0) {
+        sim::IfmRecord r;
+        r.type = type;
+        r.ifIndex = ifIndex;
+        r.other = other;
+        r.tagged = type == IFM_TYP_ADD_VLAN_PORT;
+        if (type == IFM_TYP_ADD_IF && other == 0 && ifmIfIndexToIfType(ifIndex) != ifm::kTypeVlan)
+            r.mac = macOf(ifIndex);
+        recs.push_back(r);
     };
     std::vector<uint16_t> vlans = {10};
     for (uint16_t v = 20; v <= 30; ++v) vlans.push_back(v);
     const uint32_t ports[] = {gigabit(0, 1), gigabit(1, 1)};
-    for (uint16_t v : vlans) {
-        size_t off = record(kIfmAddIf, kIfmIfLen);
-        writerOf(body).u32(off + 4, vlanIf(v));
-    }
-    for (uint32_t p : ports) {
-        size_t off = record(kIfmAddIf, kIfmIfLen);
-        be::Writer w = writerOf(body);
-        w.u32(off + 4, p);
-        writeMac(w, off + 20, p);
-    }
-    for (uint32_t p : ports) {
-        size_t off = record(kIfmOperUp, kIfmOperLen);
-        writerOf(body).u32(off + 4, p);
-    }
-    for (uint32_t p : ports) {
-        for (uint16_t v : vlans) {
-            size_t off = record(kIfmAddVlanPort, kIfmVlanPortLen);
-            be::Writer w = writerOf(body);
-            w.u32(off + 4, vlanIf(v));
-            w.u32(off + 8, p);
-            w.u16(off + 12, 1);
-        }
-    }
-    be::Writer w = writerOf(body);
-    w.u32(0, records);
-    w.u32(4, 1);
-    return body;
+    for (uint16_t v : vlans) add(IFM_TYP_ADD_IF, vlanIf(v));
+    for (uint32_t p : ports) add(IFM_TYP_ADD_IF, p);
+    for (uint32_t p : ports) add(IFM_TYP_OSTATE_UP, p);
+    for (uint32_t p : ports)
+        for (uint16_t v : vlans) add(IFM_TYP_ADD_VLAN_PORT, vlanIf(v), p);
+    uint32_t count = 0;
+    return sim::packIfmNotifications(recs, &count).front();  // the records fit one notification
 }
 
 // The bare relay: A and C are sockets of this process, B a child process that forwards every
@@ -442,9 +421,9 @@ private:
 
 // ---- full download ------------------------------------------------------------------------------
 
-constexpr uint32_t kCards = 12;
-constexpr uint32_t kPortsPerCard = 64;
-constexpr int kRings = 255;
+constexpr uint32_t kCards = limits::kSlots;
+constexpr uint32_t kPortsPerCard = limits::kPortsPerSlot;
+constexpr int kRings = limits::kMaxRingId;
 constexpr uint16_t kFirstVlan = 1;
 constexpr uint16_t kLastVlan = 4094;
 constexpr int kVlansPerRing = 16;  // the control VLAN, then 15 member VLANs

@@ -28,12 +28,6 @@ constexpr int kManager = ipc::kSvcManager;
 constexpr int kL2pm = ipc::kSvcL2pm;
 constexpr int kAgent = ipc::kSvcAgent;
 constexpr int kCliInstance = 1;
-
-// Sender queues: window and retransmission time-out (units of 100 ms) as the chassis uses.
-constexpr int kWindow = 10;
-constexpr int kL2pmRto = 25;
-constexpr int kAgentRto = 30;
-
 int releaseBuffer(void* buffer) {
     std::free(buffer);
     return 0;
@@ -292,8 +286,8 @@ void Peers::onL2pm(uint8_t* msg, size_t len, int fd) {
 bool Peers::queueToManager() {
     if (l2pmQueue_ != 0) return true;
     if (!host::endpointAlive(host::queuePath(kManager, 0, ipc::kKindRequest))) return false;
-    return qelSwpQueueCreateQs(0, 0, kWindow, kL2pmRto, kL2pm, 0, l2pmEp_.key, kManager, 0,
-                               qel_getQueueId(kL2pm, 0, ipc::kKindSwpSource), 0, 0, nullptr, 0,
+    return qelSwpQueueCreateQs(0, 0, swp::kWindow, swp::kRtoL2pm, kL2pm, 0, l2pmEp_.key, kManager,
+                               0, qel_getQueueId(kL2pm, 0, ipc::kKindSwpSource), 0, 0, nullptr, 0,
                                releaseBuffer, nullptr, &l2pmQueue_, pipeFd_) == 0;
 }
 
@@ -379,9 +373,9 @@ bool Peers::registerAgent() {
 
 bool Peers::agentQueue() {
     if (agentQueue_ != 0) return true;
-    return qelSwpQueueCreateQs(0, 0, kWindow, kAgentRto, kAgent, slot_, agentEp_.key, kManager, 0,
-                               qel_getQueueId(kAgent, slot_, ipc::kKindSwpSource), 0, 0, nullptr, 0,
-                               releaseBuffer, nullptr, &agentQueue_, pipeFd_) == 0;
+    return qelSwpQueueCreateQs(0, 0, swp::kWindow, swp::kRtoAgent, kAgent, slot_, agentEp_.key,
+                               kManager, 0, qel_getQueueId(kAgent, slot_, ipc::kKindSwpSource), 0,
+                               0, nullptr, 0, releaseBuffer, nullptr, &agentQueue_, pipeFd_) == 0;
 }
 
 std::vector<uint8_t> Peers::report(uint16_t ringId, uint16_t priPort, uint32_t priState,

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/bitmap.h"
 #include "platform/limits.h"
 
 namespace vorn::cli {
@@ -15,7 +16,7 @@ inline constexpr uint32_t kMinVlan = limits::kMinVlan;
 inline constexpr uint32_t kMaxVlan = limits::kMaxVlan;
 
 // Bit v in byte v / 8 under the mask 0x80 >> (v % 8): the wire order of the request.
-using VlanBitmap = std::array<uint8_t, 512>;
+using VlanBitmap = std::array<uint8_t, bmp::kVlanBmapBytes>;
 
 // Parses a comma list of VLAN ids and ranges ("20-30,40", "7"). False, with a message that
 // names the bad item, for an empty item, a bad number, a VLAN outside 1..4095 or a range whose

@@ -25,6 +25,12 @@ inline constexpr size_t kOffFlags = 76;
 inline constexpr uint32_t kFlagRetransmission = 0x1;
 inline constexpr size_t kCtrlMsgLen = 124;
 
+// The chassis's sender queues: window, and retransmission time-out in units of 100 ms for the
+// queues to L2PM and to the agents.
+inline constexpr int kWindow = 10;
+inline constexpr int kRtoL2pm = 25;
+inline constexpr int kRtoAgent = 30;
+
 inline constexpr uint32_t kMtTimeout = 401;
 inline constexpr uint32_t kMtAck = 402;
 inline constexpr uint32_t kMtForcedResend = 404;

@@ -10,6 +10,7 @@
 #include <new>
 #include <type_traits>
 
+#include "platform/bitmap.h"
 #include "platform/limits.h"
 #include "task/pools.h"
 
@@ -17,8 +18,8 @@ inline constexpr uint16_t VORN_MIN_RING_ID = vorn::limits::kMinRingId;
 inline constexpr uint16_t VORN_MAX_RING_ID = vorn::limits::kMaxRingId;
 inline constexpr uint16_t VORN_MAX_VLAN_ID = vorn::limits::kMaxVlan;
 inline constexpr uint16_t VORN_MAX_PORT_NUM = 897;
-inline constexpr int VORN_RING_TABLE_SIZE = 256;
-inline constexpr int VORN_VLAN_TABLE_SIZE = 4096;
+inline constexpr int VORN_RING_TABLE_SIZE = VORN_MAX_RING_ID + 1;
+inline constexpr int VORN_VLAN_TABLE_SIZE = VORN_MAX_VLAN_ID + 1;
 inline constexpr int VORN_PORT_TABLE_SIZE = 898;
 inline constexpr int VORN_NUM_STG_INST = 64;
 inline constexpr uint16_t VORN_STG_INST_BASE = 64;
@@ -28,12 +29,12 @@ inline constexpr int VORN_NUM_DBG_TYPES = 7;
 inline constexpr int VORN_DESC_LEN = 256;
 
 // Bitmap sizes in bytes.
-inline constexpr int VORN_VLAN_BMAP_BYTES = 512;  // 4096 bits
-inline constexpr int VORN_PORT_BMAP_BYTES = 116;  // 898 bits, in 29 words
-inline constexpr int VORN_RING_BMAP_BYTES = 32;   // 256 bits
-inline constexpr uint32_t VORN_VLAN_BMAP_BITS = 4096;
-inline constexpr uint32_t VORN_PORT_BMAP_BITS = 898;
-inline constexpr uint32_t VORN_RING_BMAP_BITS = 256;
+inline constexpr int VORN_VLAN_BMAP_BYTES = vorn::bmp::kVlanBmapBytes;  // 4096 bits
+inline constexpr int VORN_PORT_BMAP_BYTES = 116;                        // 898 bits, in 29 words
+inline constexpr int VORN_RING_BMAP_BYTES = 32;                         // 256 bits
+inline constexpr uint32_t VORN_VLAN_BMAP_BITS = VORN_VLAN_TABLE_SIZE;
+inline constexpr uint32_t VORN_PORT_BMAP_BITS = VORN_PORT_TABLE_SIZE;
+inline constexpr uint32_t VORN_RING_BMAP_BITS = VORN_RING_TABLE_SIZE;
 
 using VornVlanBmap = std::array<uint8_t, VORN_VLAN_BMAP_BYTES>;
 using VornPortBmap = std::array<uint8_t, VORN_PORT_BMAP_BYTES>;

@@ -111,7 +111,7 @@ void ChassisSim::registerChassisCommands() {
                    1, 5, [this](const CommandTable::Args& args) {
                        VlanSet vlans{};
                        std::string err;
-                       if (!parseVlanSet(args[0], &vlans, &err)) return refused(err);
+                       if (!cli::parseVlanList(args[0], &vlans, &err)) return refused(err);
                        if (args.size() == 1) return publish(model_.createVlans(vlans));
                        uint32_t ifIndex = 0;
                        size_t next = 0;
@@ -134,7 +134,7 @@ void ChassisSim::registerChassisCommands() {
                    [this](const CommandTable::Args& args) {
                        VlanSet vlans{};
                        std::string err;
-                       if (!parseVlanSet(args[0], &vlans, &err)) return refused(err);
+                       if (!cli::parseVlanList(args[0], &vlans, &err)) return refused(err);
                        return publish(model_.deleteVlans(vlans));
                    }});
     commands_.add({"lag", "NUMBER [add|remove INTERFACE]",

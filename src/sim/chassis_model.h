@@ -33,7 +33,7 @@ namespace vorn::sim {
 
 class ChassisModel {
 public:
-    static constexpr uint32_t kSlots = 12;
+    static constexpr uint32_t kSlots = limits::kSlots;
     static constexpr uint32_t kMaxPortsPerCard = limits::kPortsPerSlot;
     static constexpr uint32_t kDefaultPortsPerCard = 8;
     static constexpr uint32_t kMaxLag = limits::kMaxLag;

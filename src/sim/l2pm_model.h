@@ -68,7 +68,9 @@ public:
     // STG instance -> its ports.
     const std::map<uint16_t, std::set<uint32_t>>& instancePorts() const { return instancePorts_; }
     // The STG instance a VLAN is mapped to; 0 when none.
-    uint16_t instanceOfVlan(uint32_t vlan) const { return vlan < 4096 ? vlanInstance_[vlan] : 0; }
+    uint16_t instanceOfVlan(uint32_t vlan) const {
+        return vlan < vlanInstance_.size() ? vlanInstance_[vlan] : 0;
+    }
     // The VLANs mapped to an instance.
     VlanBitmap vlansOfInstance(uint16_t instance) const;
     // (port, VLAN) -> how many flushes were asked for.
@@ -86,7 +88,7 @@ private:
     std::set<uint32_t> owned_;
     std::set<uint32_t> refused_;
     std::map<uint16_t, std::set<uint32_t>> instancePorts_;
-    std::array<uint16_t, 4096> vlanInstance_{};
+    std::array<uint16_t, limits::kMaxVlan + 1> vlanInstance_{};
     std::map<std::pair<uint32_t, uint16_t>, uint64_t> flushes_;
     std::deque<Flush> recent_;
     Counters counters_;

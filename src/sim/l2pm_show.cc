@@ -4,18 +4,12 @@
 
 #include "cli/syntax.h"
 #include "platform/bitmap.h"
+#include "sim/vlan_set.h"
 
 namespace vorn::sim {
 namespace {
 
 using VlanBitmap = ForwardingModel::VlanBitmap;
-
-std::string vlanList(const VlanBitmap& vlans) {
-    std::string text(4096 * 6, '\0');
-    int n = convertVlanBitMap2VlanString(vlans, text.data(), text.size());
-    text.resize(n > 0 ? static_cast<size_t>(n) : 0);
-    return text.empty() ? "none" : text;
-}
 
 std::string portList(const std::set<uint32_t>& ports) {
     std::string s;
@@ -34,14 +28,14 @@ std::string instanceLine(const ForwardingModel& m, uint16_t instance) {
     std::set<uint32_t> none;
     return "instance " + std::to_string(instance) + ": ports " +
            portList(it == m.instancePorts().end() ? none : it->second) + "; VLANs " +
-           vlanList(m.vlansOfInstance(instance));
+           vlanSetText(m.vlansOfInstance(instance));
 }
 
 // The instances that have ports or VLANs.
 std::set<uint16_t> knownInstances(const ForwardingModel& m) {
     std::set<uint16_t> out;
     for (const auto& [instance, ports] : m.instancePorts()) out.insert(instance);
-    for (uint32_t v = 1; v < 4096; ++v)
+    for (uint32_t v = limits::kMinVlan; v <= limits::kMaxVlan; ++v)
         if (m.instanceOfVlan(v) != 0) out.insert(m.instanceOfVlan(v));
     return out;
 }
@@ -54,8 +48,8 @@ std::string describeL2pm(const ForwardingModel& m) {
     s += "forwarding state:";
     s += m.ports().empty() ? " none received\n" : "\n";
     for (const auto& [ifIndex, p] : m.ports())
-        s += "  " + cli::shortIfName(ifIndex) + ": forwarding " + vlanList(p.forwarding) +
-             "; blocking " + vlanList(blocking(p)) + "\n";
+        s += "  " + cli::shortIfName(ifIndex) + ": forwarding " + vlanSetText(p.forwarding) +
+             "; blocking " + vlanSetText(blocking(p)) + "\n";
     std::set<uint16_t> instances = knownInstances(m);
     s += "STG instances:";
     s += instances.empty() ? " none\n" : "\n";
@@ -68,7 +62,7 @@ std::string describeL2pm(const ForwardingModel& m) {
     }
     s += "flushes asked for: " + std::to_string(total) + "\n";
     for (const auto& [ifIndex, vlans] : flushedVlans)
-        s += "  " + cli::shortIfName(ifIndex) + ": VLANs " + vlanList(vlans) + "\n";
+        s += "  " + cli::shortIfName(ifIndex) + ": VLANs " + vlanSetText(vlans) + "\n";
     if (!m.recentFlushes().empty()) {
         s += "  last:";
         for (const ForwardingModel::Flush& f : m.recentFlushes())
@@ -95,8 +89,8 @@ std::string describeL2pmPort(const ForwardingModel& m, uint32_t ifIndex) {
     if (p == m.ports().end()) {
         s += "  no forwarding state received\n";
     } else {
-        s += "  forwarding: " + vlanList(p->second.forwarding) + "\n";
-        s += "  blocking: " + vlanList(blocking(p->second)) + "\n";
+        s += "  forwarding: " + vlanSetText(p->second.forwarding) + "\n";
+        s += "  blocking: " + vlanSetText(blocking(p->second)) + "\n";
     }
     std::string instances;
     for (const auto& [instance, ports] : m.instancePorts())
@@ -111,7 +105,7 @@ std::string describeL2pmPort(const ForwardingModel& m, uint32_t ifIndex) {
             total += n;
         }
     s += "  flushes: " + std::to_string(total) +
-         (total == 0 ? "" : " (VLANs " + vlanList(flushed) + ")") + "\n";
+         (total == 0 ? "" : " (VLANs " + vlanSetText(flushed) + ")") + "\n";
     return s;
 }
 

@@ -17,9 +17,6 @@ namespace {
 using vorn::be::Writer;
 namespace ipc = vorn::ipc;
 
-constexpr int kWindow = 10;
-constexpr int kL2pmRto = 25;
-constexpr int kAgentRto = 30;
 constexpr int kL2pmWait = 50;
 constexpr int kAgentWait = 1;
 constexpr uint32_t kAddrFailed = 0xFFFFFFFF;
@@ -29,15 +26,17 @@ Writer hdr(void* buffer) {
 }
 
 int createQueue(int peerService, int peerInstance, int rto, QelSwpErrFn onError, uint32_t* handle) {
-    return qelSwpQueueCreateQs(vornTcb.evLogKey, 0, kWindow, rto, VORN_SERVICE, 0, vornTcb.ipcKey,
-                               peerService, peerInstance, qel_getQueueId(VORN_SERVICE, 0, 3), 0, 0,
-                               vornSwpMalloc, 0, vornSwpFree, onError, handle, vornTcb.swpPipefd);
+    return qelSwpQueueCreateQs(vornTcb.evLogKey, 0, vorn::swp::kWindow, rto, VORN_SERVICE, 0,
+                               vornTcb.ipcKey, peerService, peerInstance,
+                               qel_getQueueId(VORN_SERVICE, 0, 3), 0, 0, vornSwpMalloc, 0,
+                               vornSwpFree, onError, handle, vornTcb.swpPipefd);
 }
 
 }  // namespace
 
 int vornToL2pmCreateSwpQueue() {
-    return createQueue(VORN_L2PM_SERVICE, 0, kL2pmRto, vornSwpErrFunc, &vornTcb.l2pmSwpHandle);
+    return createQueue(VORN_L2PM_SERVICE, 0, vorn::swp::kRtoL2pm, vornSwpErrFunc,
+                       &vornTcb.l2pmSwpHandle);
 }
 
 int vorn2VornaCreateSwpQ(int slot) {
@@ -48,7 +47,7 @@ int vorn2VornaCreateSwpQ(int slot) {
         qelSwpQueueFlush(vornTcb.vornaSwpHandle[slot]);
         return 0;
     }
-    if (createQueue(VORN_AGENT_SERVICE, slot, kAgentRto, vornVornaSwpErrFun,
+    if (createQueue(VORN_AGENT_SERVICE, slot, vorn::swp::kRtoAgent, vornVornaSwpErrFun,
                     &vornTcb.vornaSwpHandle[slot]) == vorn::swp::kCreatePeerMissing) {
         VORN_PUTS(vornErrPrint, "VORN_SWPQ_CREATE_FAILURE_ERROR\r");
         return -1;
