@@ -93,7 +93,7 @@ double bareRate(const std::string& dir) {
     w.u32(ipc::kOffMagic, ipc::kMagic);
     w.u32(ipc::kOffMlen, 1024);
     w.u32(ipc::kOffMtype, cli::nm::kMtNm);
-    w.u32(ipc::kOffDstSvce, qel_getQueueId(226, 0, 1));
+    w.u32(ipc::kOffDstSvce, qel_getQueueId(ipc::kSvcManager, 0, ipc::kKindRequest));
     w.u32(cli::nm::kOffType, static_cast<uint32_t>(cli::nm::Type::HelloTimer));
     w.u16(cli::nm::kOffRingId, 1);
     auto t0 = Clock::now();

@@ -85,7 +85,7 @@ std::vector<std::vector<uint8_t>> buildMessages(uint64_t* records) {
         be::Writer w(m.data(), m.size());
         w.u32(ipc::kOffMlen, static_cast<uint32_t>(m.size()));
         w.u32(ipc::kOffMtype, MT_IFM_NOTIF_MSG);
-        w.u32(ipc::kOffDstSvce, qel_getQueueId(226, 0, 1));
+        w.u32(ipc::kOffDstSvce, qel_getQueueId(ipc::kSvcManager, 0, ipc::kKindRequest));
         msgs.push_back(std::move(m));
     }
     return msgs;
@@ -95,7 +95,7 @@ std::vector<std::vector<uint8_t>> buildMessages(uint64_t* records) {
 // up and owned by ring configuration.
 void setUpManager() {
     vornTcb = VornTcb{};
-    vornTcb.ipcKey = qelIpcTmrOpen(226, 0);
+    vornTcb.ipcKey = qelIpcTmrOpen(ipc::kSvcManager, 0);
     vornTcb.reqQfd = Key_getReqQueue(vornTcb.ipcKey);
     vornTcb.timerQfd = Key_getTmrQueue(vornTcb.ipcKey);
     if (vornCreateMemPools() != 0) std::exit(2);
@@ -126,8 +126,10 @@ int l2pmFree(void* p) {
 void sendAll(QelKey l2pm, const std::vector<std::vector<uint8_t>>& msgs, std::atomic<bool>* stop) {
     int pipe = qelSwpCreatePipe("/qel/pipe/benchL2pmPipe");
     uint32_t handle = 0;
-    if (qelSwpQueueCreateQs(0, 0, 10, 25, 166, 0, l2pm, 226, 0, qel_getQueueId(166, 0, 3), 0, 0,
-                            l2pmAlloc, 0, l2pmFree, nullptr, &handle, pipe) != 0)
+    if (qelSwpQueueCreateQs(0, 0, swp::kWindow, swp::kRtoL2pm, ipc::kSvcL2pm, 0, l2pm,
+                            ipc::kSvcManager, 0,
+                            qel_getQueueId(ipc::kSvcL2pm, 0, ipc::kKindSwpSource), 0, 0, l2pmAlloc,
+                            0, l2pmFree, nullptr, &handle, pipe) != 0)
         std::exit(2);
     size_t next = 0;
     std::array<uint8_t, 8192> in;
@@ -157,7 +159,7 @@ void sendAll(QelKey l2pm, const std::vector<std::vector<uint8_t>>& msgs, std::at
 }
 
 double intakeRate(const std::vector<std::vector<uint8_t>>& msgs, uint64_t records) {
-    QelKey l2pm = qelIpcTmrOpen(166, 0);
+    QelKey l2pm = qelIpcTmrOpen(ipc::kSvcL2pm, 0);
     std::atomic<bool> stop{false};
     uint32_t start = gVornCounters[VORN_CNT_ADD_VLAN_PORT];
     auto t0 = Clock::now();

@@ -24,6 +24,7 @@
 #include "platform/ipc.h"
 #include "platform/mem.h"
 #include "platform/swp.h"
+#include "wire/msgtypes.h"
 
 namespace {
 
@@ -126,7 +127,7 @@ void fillHeader(uint8_t* p, size_t len, uint32_t mtype, int dstSvc) {
 
 std::vector<double> hostRoundTrips() {
     QelKey client = qelIpcTmrOpen(40, 1);
-    QelKey server = qelIpcTmrOpen(226, 0);
+    QelKey server = qelIpcTmrOpen(ipc::kSvcManager, 0);
     std::thread echo([&] {
         std::array<uint8_t, kLarge> buf;
         int fd = Key_getReqQueue(server);
@@ -140,7 +141,7 @@ std::vector<double> hostRoundTrips() {
     std::vector<double> rtt;
     for (int i = 0; i < kRoundTrips + kWarmup; ++i) {
         auto t0 = Clock::now();
-        fillHeader(buf.data(), kSmall, 6001, 226);
+        fillHeader(buf.data(), kSmall, MT_NM, ipc::kSvcManager);
         qelIpcSend(fd, buf.data(), kSmall);
         qelIpcRecvWait(fd, buf.data(), static_cast<int>(buf.size()), -1);
         if (i >= kWarmup) rtt.push_back(usSince(t0));
@@ -160,11 +161,13 @@ int benchFree(void* p) {
 }
 
 double swpThroughput() {
-    QelKey tx = qelIpcTmrOpen(226, 0);
-    QelKey rx = qelIpcTmrOpen(166, 0);
+    QelKey tx = qelIpcTmrOpen(ipc::kSvcManager, 0);
+    QelKey rx = qelIpcTmrOpen(ipc::kSvcL2pm, 0);
     int pipe = qelSwpCreatePipe("/qel/pipe/benchSwpPipe");
     uint32_t handle = 0;
-    if (qelSwpQueueCreateQs(0, 0, 10, 25, 226, 0, tx, 166, 0, qel_getQueueId(226, 0, 3), 0, 0,
+    if (qelSwpQueueCreateQs(0, 0, swp::kWindow, swp::kRtoL2pm, ipc::kSvcManager, 0, tx,
+                            ipc::kSvcL2pm, 0,
+                            qel_getQueueId(ipc::kSvcManager, 0, ipc::kKindSwpSource), 0, 0,
                             benchAlloc, 0, benchFree, nullptr, &handle, pipe) != 0) {
         std::fprintf(stderr, "SWP queue creation failed\n");
         std::exit(2);
@@ -187,7 +190,7 @@ double swpThroughput() {
         // Keep the window full and one window's worth held behind it.
         while (sent < kThroughputMsgs && sent - acked < 20) {
             auto* p = static_cast<uint8_t*>(benchAlloc(kLarge));
-            fillHeader(p, kLarge, 18406, 166);
+            fillHeader(p, kLarge, MT_L2PM_INST_PORT_OWNERSHIP, ipc::kSvcL2pm);
             qelSwpEnqueue(handle, p, static_cast<int>(kLarge));
             sent++;
         }
