@@ -40,13 +40,20 @@ bool readVlanPort(const uint8_t* rec, size_t len, const char* fn, VlanPort* vp) 
     return true;
 }
 
+// Sets the state of the record's VLAN, and of that VLAN only, on its port in L2PM.
+void sendVlanState(const VlanPort& vp, bool forwarding) {
+    VornVlanBmap only{};
+    vorn::bmp::set(only, vp.vlanId);
+    static const VornVlanBmap none{};
+    vornSendPortStateMsgToL2Pm(vp.portIfIndex, only.data(), forwarding ? only.data() : none.data());
+}
+
 // The port joined the control VLAN of a ring that uses it as a ring interface. Tagged, it
 // marks that side tagged, sets the VLAN's state on the port and starts the ring if that
 // made it ready. Untagged, the join is undone: a ring interface may only be a tagged member
 // of its control VLAN. Returns false when the join was undone.
-bool joinCtrlVlan(VornRingEntry* ring, VornPortEntry* port, VornVlanEntry* vlan, const VlanPort& vp,
-                  const VornVlanBmap& only) {
-    static const VornVlanBmap none{};
+bool joinCtrlVlan(VornRingEntry* ring, VornPortEntry* port, VornVlanEntry* vlan,
+                  const VlanPort& vp) {
     const bool ranBefore = vornRingRuns(*ring);
     if (vp.tagged == 0) {
         VORN_DBG("%s(): Ring (%d) Port (%d) cannot be untagged.\r\n", "vornProcessAddVlanPort",
@@ -60,8 +67,7 @@ bool joinCtrlVlan(VornRingEntry* ring, VornPortEntry* port, VornVlanEntry* vlan,
     } else {
         ring->isSecTagged = 1;
     }
-    vornSendPortStateMsgToL2Pm(vp.portIfIndex, only.data(),
-                               port->u2OperState == 1 ? only.data() : none.data());
+    sendVlanState(vp, port->u2OperState == 1);
     vornStartRingIfNowReady(ring, ranBefore);
     return true;
 }
@@ -75,35 +81,22 @@ VornRingEntry* ctrlRingOf(const VornVlanEntry& vlan, uint16_t portNum) {
     return ring;
 }
 
-}  // namespace
-
-int vornProcessAddVlanPort(const uint8_t* rec, size_t len) {
-    VORN_DBG("%s(): ENTRY \r\n", __func__);
-    VlanPort vp{};
-    if (!readVlanPort(rec, len, __func__, &vp)) return -1;
+// Applies one VLAN-port add whose record was read.
+int addVlanPort(const VlanPort& vp) {
     VornVlanEntry* vlan = vornGetVlan(vp.vlanId);
     if (vlan == nullptr) {
-        VORN_DBG("%s(): Vlan (%d) not created for Port (%d) addition\r\n", __func__, vp.vlanId,
-                 vp.portNum);
+        VORN_DBG("%s(): Vlan (%d) not created for Port (%d) addition\r\n", "vornProcessAddVlanPort",
+                 vp.vlanId, vp.portNum);
         return 0;
     }
     VornPortEntry* port = vornGetPort(vp.portNum);
     if (port == nullptr) {
-        VORN_DBG("%s(): Port (%d) not created for Port addition to Vlan (%d) \r\n", __func__,
-                 vp.portNum, vp.vlanId);
+        VORN_DBG("%s(): Port (%d) not created for Port addition to Vlan (%d) \r\n",
+                 "vornProcessAddVlanPort", vp.portNum, vp.vlanId);
         return 0;
     }
-
-    VornVlanBmap only{};  // this VLAN alone
-    vorn::bmp::set(only, vp.vlanId);
-    const VornVlanBmap none{};
     vorn::bmp::set(port->vlanBmap, vp.vlanId);
     vorn::bmp::set(vlan->portBmap, vp.portNum);
-    // The port's VLANs that are nobody's control VLAN; the rings' member VLANs leave it below.
-    VornVlanBmap unclaimed{};
-    if (port->isOwnedByRingConf == 1 && !BITMAP_IS_EMPTY(port->vlanBmap)) {
-        BITMAP_DIFF_BITMAPS(unclaimed, port->vlanBmap, port->ctrlVlanBmap);
-    }
     if (vp.tagged != 0) vorn::bmp::set(vlan->taggedPortBmap, vp.portNum);
 
     if (const uint16_t ctrlRingId = vlan->u2CtrlVlanRingId; ctrlRingId != 0) {
@@ -112,37 +105,39 @@ int vornProcessAddVlanPort(const uint8_t* rec, size_t len) {
             VORN_DBG("Successfully retrieved Ring with id %d \r\n", ctrlRingId);
             if (ring->u2PriPortNum == vp.portNum || ring->u2SecPortNum == vp.portNum) {
                 VORN_DBG("%d is pri or secondary for Ring \r\n", vp.portNum);
-                if (!joinCtrlVlan(ring, port, vlan, vp, only)) return 0;
+                if (!joinCtrlVlan(ring, port, vlan, vp)) return 0;
             }
         }
     }
     if (port->isOwnedByRingConf != 1) return 0;
 
-    // A member VLAN of a ring that uses the port as an interface takes that side's state.
+    // A member VLAN of a ring that uses the port as an interface takes that side's state; a
+    // VLAN that is neither a control VLAN of the port nor a member VLAN of one of its rings
+    // follows the port's oper state.
+    bool unclaimed = !vorn::bmp::test(port->ctrlVlanBmap, vp.vlanId);
     const VornRingBmap rings = port->ringBmap;
     for (uint16_t id = GET_FIRST_BIT_BITMAP(rings, VORN_RING_BMAP_BITS); id != vorn::bmp::kNoBit;
          id = GET_NEXT_BIT_BITMAP(rings, VORN_RING_BMAP_BITS, id)) {
         const VornRingEntry* ring = vornGetRing(id);
-        if (ring == nullptr) continue;
-        BITMAP_DIFF_BITMAPS(unclaimed, unclaimed, ring->memberVlanBmap);
-        if (!vorn::bmp::test(ring->memberVlanBmap, vp.vlanId)) continue;
-        uint32_t state = 0;
+        if (ring == nullptr || !vorn::bmp::test(ring->memberVlanBmap, vp.vlanId)) continue;
+        unclaimed = false;
         if (ring->u2PriPortNum == vp.portNum) {
-            state = ring->u4PriPortState;
+            sendVlanState(vp, ring->u4PriPortState == VORN_PORT_FORW);
         } else if (ring->u2SecPortNum == vp.portNum) {
-            state = ring->u4SecPortState;
-        } else {
-            continue;
+            sendVlanState(vp, ring->u4SecPortState == VORN_PORT_FORW);
         }
-        vornSendPortStateMsgToL2Pm(vp.portIfIndex, only.data(),
-                                   state == VORN_PORT_FORW ? only.data() : none.data());
     }
-    // A VLAN no ring of the port claims follows the port's oper state.
-    if (vorn::bmp::test(unclaimed, vp.vlanId)) {
-        vornSendPortStateMsgToL2Pm(vp.portIfIndex, only.data(),
-                                   port->u2OperState == 1 ? only.data() : none.data());
-    }
+    if (unclaimed) sendVlanState(vp, port->u2OperState == 1);
     return 0;
+}
+
+}  // namespace
+
+int vornProcessAddVlanPort(const uint8_t* rec, size_t len) {
+    VORN_DBG("%s(): ENTRY \r\n", __func__);
+    VlanPort vp{};
+    if (!readVlanPort(rec, len, __func__, &vp)) return -1;
+    return addVlanPort(vp);
 }
 
 int vornProcessDelVlanPort(const uint8_t* rec, size_t len) {
@@ -192,15 +187,13 @@ int vornProcessAddVlanBmpPort(const uint8_t* rec, size_t len) {
             ? std::span(rec + VORN_IFM_VL_LIST_OFF, len - VORN_IFM_VL_LIST_OFF)
             : std::span<const uint8_t>();
     uint32_t cursor = 0;
-    uint32_t vlanIfIndex = 0;
-    while (ifmVlanIfListGetNextIfIndex(list, &cursor, &vlanIfIndex) == 0) {
+    // Each VLAN of the list is one VLAN-port add, as vornProcessAddVlanPort applies it.
+    VlanPort vp{0, portIfIndex, tagged, 0, vornPortNumOf(portIfIndex)};
+    while (ifmVlanIfListGetNextIfIndex(list, &cursor, &vp.vlanIfIndex) == 0) {
         vornCount(VORN_CNT_ADD_VLAN_PORT);
-        std::array<uint8_t, VORN_IFM_VLAN_PORT_LEN> one{};
-        vorn::be::Writer w(one.data(), one.size());
-        w.u32(0, vlanIfIndex);
-        w.u32(VORN_IFM_VP_PORT_OFF, portIfIndex);
-        w.u16(VORN_IFM_VP_TAGGED_OFF, tagged);
-        vornProcessAddVlanPort(one.data(), one.size());
+        VORN_DBG("%s(): ENTRY \r\n", "vornProcessAddVlanPort");
+        vp.vlanId = static_cast<uint16_t>(ifmIfIndexToVlanId(vp.vlanIfIndex));
+        addVlanPort(vp);
     }
     return 0;
 }
