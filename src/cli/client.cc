@@ -177,41 +177,83 @@ Answer Client::sim(const std::string& command) {
     return a;
 }
 
-ConfigAnswer Client::configure(const nm::ConfigRequest& req) {
+uint32_t Client::ownQueue() const {
+    return qel_getQueueId(kCliService, instance_, ipc::kKindRequest);
+}
+
+bool Client::exchange(Request msg, const std::function<bool(const uint8_t*, size_t)>& take,
+                      std::string* err) {
+    if (!connect(err)) return false;
+    if (qelIpcSend(Key_getReqQueue(key_), msg.data(), static_cast<int>(msg.size())) != 0) {
+        *err = "the manager in " + rundir_ + " could not be reached";
+        return false;
+    }
+    if (awaitAnswer(take)) return true;
+    *err = "the manager in " + rundir_ + " did not answer within " + seconds(timeoutMs_);
+    return false;
+}
+
+ConfigAnswer Client::request(const std::function<Request(uint32_t xid, uint32_t srcQueue)>& make) {
     ConfigAnswer a;
     if (!connect(&a.error)) return a;
     uint32_t xid = nextExchange_++;
-    auto msg = nm::encode(req, xid, qel_getQueueId(kCliService, instance_, ipc::kKindRequest));
-    if (qelIpcSend(Key_getReqQueue(key_), msg.data(), static_cast<int>(msg.size())) != 0) {
-        a.error = "the manager in " + rundir_ + " could not be reached";
-        return a;
-    }
     // The answer is the message with the reply flag and this exchange id; one that cannot
     // be read as the whole request is reported, not waited out.
     size_t answerLen = 0;
     bool readable = false;
-    bool done = awaitAnswer([&](const uint8_t* m, size_t len) {
-        be::Reader rd(m, len);
-        if ((rd.u32(ipc::kOffFlags) & ipc::kFlagReply) == 0 || rd.u32(ipc::kOffXid) != xid ||
-            rd.u32(ipc::kOffMtype) != nm::kMtNm)
-            return false;
-        answerLen = len;
-        readable = nm::decodeReply(m, len, xid, &a.reply);
-        return true;
-    });
-    if (done && !readable) {
+    bool done = exchange(
+        make(xid, ownQueue()),
+        [&](const uint8_t* m, size_t len) {
+            be::Reader rd(m, len);
+            if ((rd.u32(ipc::kOffFlags) & ipc::kFlagReply) == 0 || rd.u32(ipc::kOffXid) != xid ||
+                rd.u32(ipc::kOffMtype) != nm::kMtNm)
+                return false;
+            answerLen = len;
+            readable = nm::decodeReply(m, len, xid, &a.reply);
+            return true;
+        },
+        &a.error);
+    if (!done) {
+        a.error += "; the command may or may not have taken effect";
+        return a;
+    }
+    if (!readable) {
         a.error = "the manager's answer (" + std::to_string(answerLen) + " bytes, expected " +
                   std::to_string(nm::kLen) +
                   ") could not be read; the command may or may not have taken effect";
         return a;
     }
-    if (!done) {
-        a.error = "the manager in " + rundir_ + " did not answer within " + seconds(timeoutMs_) +
-                  "; the command may or may not have taken effect";
-        return a;
-    }
     a.answered = true;
     return a;
+}
+
+ConfigAnswer Client::configure(const nm::ConfigRequest& req) {
+    return request([&req](uint32_t xid, uint32_t src) { return nm::encode(req, xid, src); });
+}
+
+bool Client::showPage(uint32_t code, const Paging& paging, ShowPage* page, std::string* err) {
+    if (!connect(err)) return false;
+    uint32_t xid = nextExchange_++;
+    return exchange(
+        encodeShow(code, paging, xid, ownQueue()),
+        [&](const uint8_t* m, size_t len) { return decodeShowAnswer(m, len, xid, page); }, err);
+}
+
+bool Client::notify(uint32_t mtype, std::string* err) {
+    if (!connect(err)) return false;
+    std::array<uint8_t, ipc::kHdrLen> msg{};
+    be::Writer w(msg.data(), msg.size());
+    w.u32(ipc::kOffMlen, ipc::kHdrLen);
+    w.u32(ipc::kOffMtype, mtype);
+    w.u32(ipc::kOffSrcCard, ipc::kLoopbackAddr);
+    w.u32(ipc::kOffSrcSvce, ownQueue());
+    w.u32(ipc::kOffDstCard, ipc::kLoopbackAddr);
+    w.u32(ipc::kOffDstSvce, ipc::queueId(ipc::kSvcManager, 0, ipc::kKindRequest));
+    if (qelIpcSend(Key_getReqQueue(key_), msg.data(), static_cast<int>(msg.size())) != 0) {
+        *err = "the manager in " + rundir_ + " could not be reached";
+        return false;
+    }
+    return true;
 }
 
 bool Client::awaitAnswer(const std::function<bool(const uint8_t* msg, size_t len)>& take) {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "cli/request.h"
+#include "cli/rings.h"
 #include "platform/ipc.h"
 
 namespace vorn::cli {
@@ -47,6 +48,14 @@ public:
     Answer sim(const std::string& command);
     // Sends one configuration request to the manager (226.0.1) and waits for its answer.
     ConfigAnswer configure(const nm::ConfigRequest& req);
+    // Sends a debug or clear request made by `make` (from the exchange id and the client's
+    // queue id) and waits for its reply.
+    ConfigAnswer request(const std::function<Request(uint32_t xid, uint32_t srcQueue)>& make);
+    // Asks the manager for one page of a show; false, with the reason in *err, when it did
+    // not answer.
+    bool showPage(uint32_t code, const Paging& paging, ShowPage* page, std::string* err);
+    // Sends a message of the header alone (undebug all: MT 2003) to the manager; no answer.
+    bool notify(uint32_t mtype, std::string* err);
 
 private:
     // Opens the endpoint 40.<pid % 65536> (or the next free instance) on first use.
@@ -55,6 +64,11 @@ private:
     // (false). Messages `take` does not accept, such as answers to an earlier abandoned
     // exchange, are passed over.
     bool awaitAnswer(const std::function<bool(const uint8_t* msg, size_t len)>& take);
+    // Sends a 1024-byte request from the request queue and waits for the message `take`
+    // accepts; the reason in *err when there is none.
+    bool exchange(Request msg, const std::function<bool(const uint8_t*, size_t)>& take,
+                  std::string* err);
+    uint32_t ownQueue() const;
 
     std::string rundir_;
     int timeoutMs_;

@@ -42,7 +42,7 @@ Action local(std::function<int()> fn) {
 
 // vornctl's command line. Its options keep their values in *rundir and *file; `commands`
 // makes the list of commands that --help shows after the options.
-cmdline::Program vornctlProgram(std::string* rundir, std::string* file,
+cmdline::Program vornctlProgram(std::string* rundir, std::string* file, bool* json,
                                 std::function<std::string()> commands) {
     cmdline::Program prog;
     prog.name = "vornctl";
@@ -56,6 +56,8 @@ cmdline::Program vornctlProgram(std::string* rundir, std::string* file,
          cmdline::store(rundir)},
         {"", 'f', "FILE", "replay FILE, a file of commands ('-': standard input)",
          cmdline::store(file)},
+        {"json", 0, "", "show commands print one JSON document (README.md names its fields)",
+         cmdline::set(json)},
     };
     prog.more = std::move(commands);
     return prog;
@@ -67,10 +69,11 @@ Cli::Cli(std::string rundir, std::ostream& out, std::ostream& err, int timeoutMs
     : out_(out), err_(err), client_(std::move(rundir), timeoutMs) {
     addExecRows();
     addRingRows();
+    addShowRows();
 }
 
 void Cli::addExecRows() {
-    grammar_.describe("show", "show the running configuration");
+    grammar_.describe("show", "show the rings, the ring debugging or the running configuration");
     grammar_.describe("write", "save the running configuration");
     grammar_.add(Mode::Exec, "show running-config",
                  "print the ring configuration the manager runs with",
@@ -113,7 +116,9 @@ void Cli::addExecRows() {
 
 std::string Cli::usage() const {
     std::string unused;
-    return cmdline::usage(vornctlProgram(&unused, &unused, [this] { return commandList(); }), true);
+    bool unusedFlag = false;
+    return cmdline::usage(
+        vornctlProgram(&unused, &unused, &unusedFlag, [this] { return commandList(); }), true);
 }
 
 std::string Cli::commandList() const {
@@ -178,7 +183,9 @@ int Cli::simCommand(const std::string& line) {
                    "no simulator is running in " + dir + " (start one with: vornsim --rundir " +
                        dir + ")"))
         return kExitFailed;
-    Answer a = client_.sim(line);
+    // A show of the simulator answers in JSON when asked with --json.
+    bool show = line.compare(0, 5, "show ") == 0 || line == "show";
+    Answer a = client_.sim(json_ && show ? line + " --json" : line);
     if (a.answered && !a.ok) a.text = "% Error: " + a.text;
     return report(a);
 }
@@ -191,18 +198,34 @@ int Cli::helpCommand() {
 int vornctlMain(int argc, char** argv, std::istream& in, std::ostream& out, std::ostream& err) {
     std::string rundir = host::defaultRunDir();
     std::string file;
+    bool json = false;
     // The list of commands for --help comes from a shell of its own, made only then.
     cmdline::Outcome parsed = cmdline::parse(
-        vornctlProgram(&rundir, &file, [&] { return Cli("", out, err).commandList(); }), argc,
-        argv);
+        vornctlProgram(&rundir, &file, &json, [&] { return Cli("", out, err).commandList(); }),
+        argc, argv);
     if (!parsed.run) {
         out << parsed.out;
         err << parsed.err;
         return parsed.status;
     }
     Cli cli(rundir, out, err);
+    cli.setJson(json);
     // The words after the options are the command's own, whatever they look like.
     std::vector<std::string> words(argv + parsed.next, argv + argc);
+    // "show" may be abbreviated as any keyword ("sho vorn ring").
+    auto showWord = [](const std::string& w) {
+        return w.size() >= 3 && std::string_view("show").substr(0, w.size()) == w;
+    };
+    const bool isShow =
+        !words.empty() &&
+        (showWord(words[0]) || (words[0] == "sim" && words.size() > 1 && words[1] == "show"));
+    if (json && !words.empty() && !isShow) {
+        std::string line;
+        for (const std::string& w : words) line += (line.empty() ? "" : " ") + w;
+        err << "% Error: --json is for show commands ('show ...', 'sim show ...'), not '" << line
+            << "'\n";
+        return kExitUsage;
+    }
     if (!file.empty()) {
         if (!words.empty()) {
             err << "% Error: -f FILE takes no command after it ('" << words[0] << "')\n";

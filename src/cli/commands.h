@@ -14,6 +14,7 @@
 
 #include "cli/client.h"
 #include "cli/grammar.h"
+#include "cli/rings.h"
 
 namespace vorn::cli {
 
@@ -41,6 +42,9 @@ public:
     // anything else, the input is replayed as a file.
     int interactive(std::istream& in, bool terminal);
 
+    // Show commands print one JSON document instead of the operator's text.
+    void setJson(bool on) { json_ = on; }
+
     const Context& context() const { return ctx_; }
     // "vornctl# " at the top, "vornctl(vorn-5)# " in ring 5's context.
     std::string prompt() const;
@@ -66,7 +70,30 @@ private:
 
     void addExecRows();
     void addRingRows();
+    void addShowRows();  // show_rows.cc: show, debug and clear of the rings
     int showRunningConfig();
+    // Reads DIR/<name>, a file of the manager's configuration store ("running-config",
+    // "debug-config", named `noun` in messages), after asking a running manager to write what
+    // it holds. False, with the reason in *err, when it cannot be read.
+    bool readStoreFile(const std::string& name, const std::string& noun, std::string* text,
+                       std::string* err);
+    // Prints a JSON document (show commands under --json).
+    int printJson(const Json& doc);
+    // show vorn ring [RING] [summary]: ring 0 is every ring.
+    int showRings(uint32_t ring, bool summary);
+    int showDebugging();
+    int debugRing(uint32_t ring, bool off, int index, uint32_t count);
+    int undebugAll();
+    int clearCounters(uint16_t ring);
+    // The pages of a show from `paging` on, until the manager says nothing more follows;
+    // each page goes to `take`, which may stop the walk (false). False, with the reason
+    // said, when the manager did not answer.
+    bool walkPages(uint32_t code, Paging paging, const std::function<bool(const ShowPage&)>& take);
+    // The summary lines of one ring (ring != 0) or of every ring.
+    bool summaries(uint32_t ring, std::vector<RingSummary>* out);
+    // One ring's detail with its member VLANs; false when the ring does not exist (`missing`
+    // set) or the manager did not answer.
+    bool detail(uint32_t ring, RingDetail* out, bool* missing);
     int writeMemory();
     int shellCommand(const std::string& line);
     int simCommand(const std::string& line);
@@ -83,6 +110,7 @@ private:
     Grammar grammar_;
     Context ctx_;
     bool interactive_ = false;
+    bool json_ = false;
     bool quit_ = false;
 };
 

@@ -24,8 +24,26 @@ struct Elem {
 
 std::vector<std::vector<Elem>> expand(const std::string& syntax) {
     std::vector<std::vector<Elem>> variants(1);
-    for (const Word& item : splitWords(syntax)) {
-        std::string_view text = item.text;
+    const std::vector<Word> items = splitWords(syntax);
+    for (size_t at = 0; at < items.size(); ++at) {
+        std::string_view text = items[at].text;
+        // "[count COUNT]": words that may be left out together.
+        if (text.size() > 1 && text.front() == '[' && text.back() != ']') {
+            size_t end = at + 1;
+            while (end < items.size() && items[end].text.back() != ']') ++end;
+            if (end == items.size()) throw std::logic_error("unclosed '[' in '" + syntax + "'");
+            std::string group(
+                syntax.substr(items[at].begin + 1, items[end].end - 1 - items[at].begin - 1));
+            std::vector<std::vector<Elem>> next = variants;
+            for (const auto& v : variants)
+                for (const auto& tail : expand(group)) {
+                    next.push_back(v);
+                    next.back().insert(next.back().end(), tail.begin(), tail.end());
+                }
+            variants = std::move(next);
+            at = end;
+            continue;
+        }
         bool optional = text.size() > 2 && text.front() == '[' && text.back() == ']';
         if (optional) text = text.substr(1, text.size() - 2);
         std::vector<Elem> alternatives;

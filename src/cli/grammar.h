@@ -5,8 +5,8 @@
 // Syntax strings are words separated by blanks:
 //   keyword          a fixed word, lower case; any unambiguous prefix is accepted
 //   a|b              one of several keywords
-//   [X]              X may be left out
-//   RING VLAN VLANS IF HELLO DEAD TEXT LINE
+//   [X]              X may be left out; [X Y] the words X Y together
+//   RING VLAN VLANS IF HELLO DEAD TEXT LINE COUNT
 //                    parameters (see Param); TEXT and LINE take the rest of the line
 #pragma once
 
@@ -41,6 +41,7 @@ enum class Param {
     Dead,         // DEAD: 50..6000 ms
     Description,  // TEXT: the rest of the line, at most 255 characters
     Line,         // LINE: the rest of the line, as typed
+    Count,        // COUNT: 1..4294967295
 };
 
 // One word of a line and where it stands.

@@ -22,6 +22,7 @@ constexpr ParamInfo kParams[] = {
     {Param::Hello, "HELLO", "<50-2000>", "hello interval in milliseconds"},
     {Param::Dead, "DEAD", "<50-6000>", "dead interval in milliseconds"},
     {Param::Description, "TEXT", "LINE", "the description, up to 255 characters"},
+    {Param::Count, "COUNT", "<1-4294967295>", "how many events to print"},
     {Param::Line, "LINE", "LINE", "the rest of the line"},
 };
 
@@ -74,6 +75,8 @@ ParamResult parseParam(Param param, const std::vector<Word>& words, size_t at,
             return number(w, kMinHello, kMaxHello, "hello-interval", param);
         case Param::Dead:
             return number(w, kMinDead, kMaxDead, "dead-interval", param);
+        case Param::Count:
+            return number(w, 1, UINT32_MAX, "count", param);
         case Param::VlanList:
             r.ok = parseVlanList(w.text, &r.value.vlans, &r.error);
             r.used = r.ok ? 1 : 0;

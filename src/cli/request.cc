@@ -1,6 +1,6 @@
 #include "cli/request.h"
 
-#include <unistd.h>
+#include "cli/rings.h"
 
 #include <algorithm>
 
@@ -11,20 +11,8 @@
 namespace vorn::cli::nm {
 
 std::array<uint8_t, kLen> encode(const ConfigRequest& req, uint32_t xid, uint32_t srcQueueId) {
-    std::array<uint8_t, kLen> msg{};
+    std::array<uint8_t, kLen> msg = requestFrame(xid, srcQueueId);
     be::Writer w(msg.data(), msg.size());
-    // Header: the words the host library leaves to the sender. Magic, flags and pid are
-    // written by the send itself.
-    w.u32(ipc::kOffMlen, kLen);
-    w.u32(ipc::kOffMtype, kMtNm);
-    w.u32(ipc::kOffXid, xid);
-    w.u32(ipc::kOffSenderTask, static_cast<uint32_t>(getpid()));
-    w.u32(ipc::kOffSrcSlot, 0);
-    w.u32(ipc::kOffSrcCard, ipc::kLoopbackAddr);
-    w.u32(ipc::kOffSrcSvce, srcQueueId);
-    w.u32(ipc::kOffDstSlot, 0);
-    w.u32(ipc::kOffDstCard, ipc::kLoopbackAddr);
-    w.u32(ipc::kOffDstSvce, ipc::queueId(ipc::kSvcManager, 0, ipc::kKindRequest));
     // Body.
     w.u32(kOffType, static_cast<uint32_t>(req.type));
     w.u16(kOffNoForm, req.noForm ? 1 : 0);

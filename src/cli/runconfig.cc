@@ -22,21 +22,29 @@ size_t countLines(const std::string& text) {
     return n;
 }
 
-// Reads DIR/running-config into *text. A running manager is asked first to write what it
-// holds (its shell runs between two messages, so every change it has answered is then in
-// the file). A manager that has not been configured yet has not written the file: its
-// running configuration is empty. Without a manager, a missing file is an error.
-bool readRunningConfig(Client& client, std::string* text, std::string* err) {
-    if (client.peerRunning(ipc::kSvcManager, 0)) client.shell("qelCfgCommit");
-    std::string path = client.rundir() + "/running-config";
+}  // namespace
+
+// A running manager is asked first to write what it holds (its shell runs between two
+// messages, so every change it has answered is then in the file). A manager that has not
+// changed a file yet has not written it: it holds nothing. Without a manager, a missing file
+// is an error.
+bool Cli::readStoreFile(const std::string& name, const std::string& noun, std::string* text,
+                        std::string* err) {
+    if (!client_.dirProblem().empty()) {
+        *err = client_.dirProblem();
+        return false;
+    }
+    const bool running = client_.peerRunning(ipc::kSvcManager, 0);
+    if (running) client_.shell("qelCfgCommit");
+    std::string path = client_.rundir() + "/" + name;
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         int e = errno;
-        if (e == ENOENT && client.peerRunning(ipc::kSvcManager, 0)) {
+        if (e == ENOENT && running) {
             text->clear();
             return true;
         }
-        *err = e == ENOENT ? "there is no running configuration in " + client.rundir() +
+        *err = e == ENOENT ? "there is no " + noun + " in " + client_.rundir() +
                                  " (no manager is running there)"
                            : "cannot read " + path + ": " + std::strerror(e);
         return false;
@@ -47,18 +55,13 @@ bool readRunningConfig(Client& client, std::string* text, std::string* err) {
     return true;
 }
 
-}  // namespace
-
 int Cli::showRunningConfig() {
-    if (!client_.dirProblem().empty()) {
-        err_ << "% Error: " << client_.dirProblem() << "\n";
-        return kExitFailed;
-    }
     std::string text, error;
-    if (!readRunningConfig(client_, &text, &error)) {
+    if (!readStoreFile("running-config", "running configuration", &text, &error)) {
         err_ << "% Error: " << error << "\n";
         return kExitFailed;
     }
+    if (json_) return printJson(runningConfigJson(text));
     text = normaliseLineEnds(text);
     if (!text.empty() && text.back() != '\n') text += '\n';
     out_ << text;
@@ -66,12 +69,8 @@ int Cli::showRunningConfig() {
 }
 
 int Cli::writeMemory() {
-    if (!client_.dirProblem().empty()) {
-        err_ << "% Error: " << client_.dirProblem() << "\n";
-        return kExitFailed;
-    }
     std::string text, error;
-    if (!readRunningConfig(client_, &text, &error)) {
+    if (!readStoreFile("running-config", "running configuration", &text, &error)) {
         err_ << "% Error: " << error << "; nothing was saved\n";
         return kExitFailed;
     }

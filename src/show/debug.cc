@@ -23,17 +23,6 @@ namespace rq = vorn::dbgreq;
 
 constexpr int kUndebugAllIndex = 7;
 
-// The configuration text of each debug index, with the ring id.
-constexpr std::array<const char*, VORN_NUM_DBG_TYPES> kDbgTexts = {
-    " VORN ring %d event debugging is on",
-    " VORN ring %d detail debugging is on for both Rx Tx",
-    " VORN ring %d detail debugging is on for Rx",
-    " VORN ring %d detail debugging is on for Tx",
-    " VORN ring %d packet debugging is on for both Rx Tx",
-    " VORN ring %d packet debugging is on for Rx",
-    " VORN ring %d packet debugging is on for Tx",
-};
-
 VornDbgRequest readRequest(const uint8_t* request) {
     vorn::be::Reader rd(request, vorn::nm::kLen);
     VornDbgRequest r;
@@ -59,7 +48,7 @@ QelCfgRecord vornDebugConfigCreateKey(uint32_t ringId, uint32_t type, uint32_t m
 QelCfgRecord headerRecord() {
     QelCfgRecord rec;
     rec.section = QelCfgSection::kDebugHeader;
-    rec.text = VORN_DEBUG_HEADER;
+    rec.text = rq::kHeader;
     return rec;
 }
 
@@ -135,10 +124,11 @@ void vornDebugAddRemoveConfig(int index, const VornDbgRequest& request, const Vo
     if (index < 0 || index >= VORN_NUM_DBG_TYPES) return;
     const auto i = static_cast<size_t>(index);
     char text[96];
-    std::snprintf(text, sizeof(text), kDbgTexts[i], ring.u2RingId);
+    std::snprintf(text, sizeof(text), rq::kSettingsByIndex[i].text, ring.u2RingId);
     std::string line = text;
     if (ring.dbgCfg[i].count != 0) {
-        std::snprintf(text, sizeof(text), " (count %ld)", static_cast<long>(ring.dbgCfg[i].count));
+        std::snprintf(text, sizeof(text), rq::kCountSuffix,
+                      static_cast<long>(ring.dbgCfg[i].count));
         line += text;
     }
     QelCfgRecord rec =

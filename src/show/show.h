@@ -60,8 +60,6 @@ int vornUndebugAll(uint8_t* msg);
 // The header line above the per-ring debug entries in the configuration.
 void vornDebugHeaderInsert();
 void vornDebugHeaderRemove();
-// The text of the header line.
-inline constexpr const char* VORN_DEBUG_HEADER = "VORN:";
 
 // Forwards a clear-counters request to the agents of the affected rings.
 int vornClearStatCounters(uint8_t* request);

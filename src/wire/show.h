@@ -149,6 +149,26 @@ inline constexpr uint32_t kModeBoth = agt::dbg::kModeBoth;
 inline constexpr uint32_t kModeRx = agt::dbg::kModeRx;
 inline constexpr uint32_t kModeTx = agt::dbg::kModeTx;
 inline constexpr uint32_t kModeEvent = 0;  // what vornctl sends for event debugging
+// The seven settings a ring can hold (the debug index): type, mode and the text of its
+// line in the configuration (DIR/debug-config), with the ring id. A line of a setting with
+// a count ends in " (count N)". The lines stand under kHeader.
+struct Setting {
+    uint32_t type;
+    uint32_t mode;
+    const char* text;
+};
+inline constexpr int kSettings = agt::dbg::kEntries;
+inline constexpr Setting kSettingsByIndex[kSettings] = {
+    {kTypeEvent, kModeEvent, " VORN ring %d event debugging is on"},
+    {kTypeDetail, kModeBoth, " VORN ring %d detail debugging is on for both Rx Tx"},
+    {kTypeDetail, kModeRx, " VORN ring %d detail debugging is on for Rx"},
+    {kTypeDetail, kModeTx, " VORN ring %d detail debugging is on for Tx"},
+    {kTypePacket, kModeBoth, " VORN ring %d packet debugging is on for both Rx Tx"},
+    {kTypePacket, kModeRx, " VORN ring %d packet debugging is on for Rx"},
+    {kTypePacket, kModeTx, " VORN ring %d packet debugging is on for Tx"},
+};
+inline constexpr const char* kCountSuffix = " (count %ld)";
+inline constexpr const char* kHeader = "VORN:";
 }  // namespace vorn::dbgreq
 
 namespace vorn::clearreq {
