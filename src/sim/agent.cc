@@ -105,6 +105,7 @@ void Agent::forgetConfiguration() {
         if (ring.node.running) dropNode(id, ring, "the manager is new");
     life_.rings.clear();
     life_.interfaces.clear();
+    life_.debug.clear();
     life_.lcTypes = {};
     life_.download = Download::None;
     if (rings + interfaces > 0)

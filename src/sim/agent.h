@@ -11,7 +11,7 @@
 //
 // The files: agent.cc (life, registration, intake, statistics), agent_swp.cc (the queue
 // to the manager and the reports), agent_config.cc (the downloads and notification copies),
-// agent_ring.cc (the ring node), agent_show.cc (the operator's text).
+// agent_ring.cc (the ring node), agent_show.cc (the operator's text and JSON).
 #pragma once
 
 #include <array>
@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "platform/codec.h"
+#include "sim/commands.h"
 #include "sim/endpoint.h"
 #include "sim/loop.h"
 #include "wire/agent.h"
@@ -35,18 +36,28 @@ public:
     // How many of the last accepted message types the agent keeps in order.
     static constexpr size_t kRecentTypes = 64;
 
-    // The per-ring counters, in the order the statistics answer carries them (bytes 64..87).
+    // The per-ring counters, in the order the statistics answer carries them (bytes 64..87);
+    // vornctl names them from the same list (agt::stats::kCounterNames).
     enum Stat : size_t {
-        kStatConfigRecords,  // ring-configuration records applied to the ring
-        kStatLinkDown,       // a link of the running ring went down
-        kStatLinkUp,         // ... came up
-        kStatRingBroken,     // a master saw its ring go from complete to broken
-        kStatRecords,        // port-state records reported for the ring
-        kStatFlushes,        // flushes asked for in those records (one per port)
-        kStatCount
+        kStatConfigRecords = agt::stats::kConfigRecords,
+        kStatLinkDown = agt::stats::kLinkDown,
+        kStatLinkUp = agt::stats::kLinkUp,
+        kStatRingBroken = agt::stats::kRingBreaks,
+        kStatRecords = agt::stats::kStateReports,
+        kStatFlushes = agt::stats::kFlushes,
+        kStatCount = agt::stats::kCounters
     };
-    static_assert(kStatCount == agt::stats::kCounters);
     using Stats = std::array<uint32_t, kStatCount>;
+
+    // A debug setting of a ring, as the manager's debug download (0x6406) left it; one per
+    // debug index (event; detail Rx and Tx, Rx, Tx; packet Rx and Tx, Rx, Tx).
+    struct DebugSetting {
+        bool on = false;
+        uint32_t type = 0;   // agt::dbg::kType*
+        uint32_t mode = 0;   // agt::dbg::kMode*
+        uint32_t count = 0;  // events to print, 0 = no limit
+    };
+    using RingDebug = std::array<DebugSetting, agt::dbg::kEntries>;
 
     // What the agent knows of one interface: from the interface download and from the IFM
     // notification copies.
@@ -145,6 +156,8 @@ public:
     const std::map<uint32_t, Interface>& interfaces() const { return life_.interfaces; }
     const std::map<uint16_t, Ring>& rings() const { return life_.rings; }
     const std::array<uint32_t, agt::kSlots>& lineCardTypes() const { return life_.lcTypes; }
+    // The rings with a debug setting on.
+    const std::map<uint16_t, RingDebug>& debugging() const { return life_.debug; }
     Download download() const { return life_.download; }
 
     // Looks whether the manager came or went: registers with a manager whose request queue
@@ -157,8 +170,10 @@ public:
     // the host library answers meanwhile.
     void setRegistrationGate(std::function<bool()> gate) { gate_ = std::move(gate); }
 
-    // The operator's text (agent_show.cc): everything, and one line for the status.
+    // The operator's text (agent_show.cc): everything, and one line for the status; and the
+    // same facts as one JSON object.
     std::string describe() const;
+    Json toJson() const;
     std::string statusLine() const;
 
     void wait(Poller& poller) override;
@@ -175,6 +190,7 @@ private:
         std::deque<uint32_t> recent;
         std::map<uint32_t, Interface> interfaces;
         std::map<uint16_t, Ring> rings;
+        std::map<uint16_t, RingDebug> debug;
         std::array<uint32_t, agt::kSlots> lcTypes{};
         Download download = Download::None;
         std::vector<Report> pending;  // records of the message being applied
@@ -209,6 +225,7 @@ private:
     void applyIfmCopy(const be::Reader& rd);
     void applyLineCardTypes(const be::Reader& rd);
     void applyClearStats(const be::Reader& rd);
+    void applyDebugSettings(const be::Reader& rd);
     // Stores an interface's link state; a change on a ring interface moves its rings.
     void setLink(uint32_t ifIndex, bool up, const char* source);
     void malformed(const char* fmt, ...) __attribute__((format(printf, 2, 3)));

@@ -47,7 +47,7 @@ void Agent::apply(uint32_t mtype, const be::Reader& rd) {
             applyLineCardTypes(rd);
             break;
         case agt::kMtDbgCfg:
-            say("%s: debug settings (%zu bytes) taken", name().c_str(), rd.size());
+            applyDebugSettings(rd);
             break;
         case agt::kMtClearStats:
             applyClearStats(rd);
@@ -175,13 +175,12 @@ void Agent::applyLineCardTypes(const be::Reader& rd) {
 }
 
 void Agent::applyClearStats(const be::Reader& rd) {
-    // The ring id is a u16 at 124, 0 for every ring (as in the operator's clear request).
-    constexpr size_t kOffRingId = ipc::kSwpBodyOff;
-    if (!rd.fits(kOffRingId, 2)) {
+    // The ring id, 0 for every ring (as in the operator's clear request).
+    if (!rd.fits(agt::clear::kOffRingId, 2)) {
         malformed("clear-counters message of %zu bytes: no ring id; dropped", rd.size());
         return;
     }
-    const uint16_t ringId = rd.u16(kOffRingId);
+    const uint16_t ringId = rd.u16(agt::clear::kOffRingId);
     size_t cleared = 0;
     for (auto& [id, ring] : life_.rings) {
         if (ringId != 0 && id != ringId) continue;
@@ -190,6 +189,50 @@ void Agent::applyClearStats(const be::Reader& rd) {
     }
     say("%s: counters cleared (%s): %zu ring(s)", name().c_str(),
         ringId == 0 ? "all rings" : ("ring " + std::to_string(ringId)).c_str(), cleared);
+}
+
+void Agent::applyDebugSettings(const be::Reader& rd) {
+    namespace dg = agt::dbg;
+    if (!rd.fits(dg::kOffRecords, 0)) {
+        malformed("debug settings of %zu bytes, shorter than their head: dropped", rd.size());
+        return;
+    }
+    const bool undebugAll = rd.u32(dg::kOffUndebugAll) == 1;
+    const uint32_t count = rd.u32(dg::kOffCount);
+    const size_t room = (rd.size() - dg::kOffRecords) / dg::kRecLen;
+    const auto n = static_cast<uint32_t>(std::min<size_t>({count, room, dg::kMaxRecords}));
+    if (n < count)
+        malformed("debug settings claim %u records; %zu bytes hold %u: only those applied", count,
+                  rd.size(), n);
+    uint32_t changed = 0;
+    for (uint32_t i = 0; i < n; ++i) {
+        be::Reader rec(rd.view(dg::kOffRecords + dg::kRecLen * i, dg::kRecLen));
+        const uint16_t ringId = rec.u16(dg::kOffRingId);
+        if (ringId == 0) {
+            // The undebug-all record: every ring's debugging goes off.
+            if (undebugAll) {
+                changed += static_cast<uint32_t>(life_.debug.size());
+                life_.debug.clear();
+                say("%s: undebug all: every ring's debugging is off", name().c_str());
+            }
+            continue;
+        }
+        RingDebug& ring = life_.debug[ringId];
+        for (size_t e = 0; e < ring.size(); ++e) {
+            const size_t at = dg::kOffEntries + dg::kEntryLen * e;
+            if (rec.u8(at + dg::kOffSet) != 1) continue;
+            ring[e] =
+                rec.u8(at + dg::kOffOff) == 1
+                    ? DebugSetting{}
+                    : DebugSetting{true, rec.u32(at + dg::kOffType), rec.u32(at + dg::kOffMode),
+                                   rec.u32(at + dg::kOffCountLimit)};
+            ++changed;
+        }
+        if (std::none_of(ring.begin(), ring.end(), [](const DebugSetting& d) { return d.on; }))
+            life_.debug.erase(ringId);
+    }
+    say("%s: debug settings: %u record(s), %u setting(s) changed; %zu ring(s) debugged",
+        name().c_str(), n, changed, life_.debug.size());
 }
 
 void Agent::setLink(uint32_t ifIndex, bool up, const char* source) {

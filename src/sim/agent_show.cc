@@ -1,7 +1,8 @@
-// The agents as text for the operator ("vornctl sim show agents", "sim status").
+// The agents as text for the operator ("vornctl sim show agents", "sim status") and as JSON.
 
 #include <cstdio>
 
+#include "cli/rings.h"
 #include "cli/syntax.h"
 #include "platform/swp.h"
 #include "sim/agent.h"
@@ -53,6 +54,14 @@ std::string ringTable(const Agent& a) {
         s += line;
     }
     return s;
+}
+
+// A ring's debug settings in the words of vornctl's "show debugging".
+std::vector<cli::DebugSetting> debugSettings(uint16_t ringId, const Agent::RingDebug& ring) {
+    std::vector<cli::DebugSetting> out;
+    for (size_t i = 0; i < ring.size(); ++i)
+        if (ring[i].on) out.push_back({ringId, static_cast<int>(i), ring[i].count});
+    return out;
 }
 
 }  // namespace
@@ -160,7 +169,86 @@ std::string Agent::describe() const {
          std::to_string(c.unexpected) + " unexpected; statistics answered " +
          std::to_string(c.statsAnswered) + "\n";
     if (running > 0) s += ringTable(*this);
-    return s;
+    s += "  debugging:      ";
+    if (life_.debug.empty()) s += "none";
+    for (const auto& [id, ring] : life_.debug) {
+        s += (id == life_.debug.begin()->first ? "ring " : "; ring ") + std::to_string(id) + ":";
+        bool firstSetting = true;
+        for (const cli::DebugSetting& d : debugSettings(id, ring)) {
+            s += (firstSetting ? " " : ", ") + cli::settingText(d);
+            firstSetting = false;
+        }
+    }
+    return s + "\n";
+}
+
+Json Agent::toJson() const {
+    Json j = {{"slot", slot_}};
+    if (!active()) {
+        j["state"] = "silent";
+        return j;
+    }
+    const Counters& c = life_.counters;
+    j["state"] = life_.registered ? "registered" : life_.managerSeen ? "registering" : "waiting";
+    j["registrations_answered"] = c.registrationsAnswered;
+    j["swp_from_manager"] = {
+        {"next_seq", life_.rcvState[0] == 0 ? Json(nullptr) : Json(life_.rcvState[0])},
+        {"epoch", life_.rcvState[1]},
+        {"accepted", c.swpAccepted},
+        {"duplicates", c.swpDuplicates},
+        {"out_of_order", c.swpGaps}};
+    const QelSwpQueueCtrlBlock* cb = handle_ != 0 ? host::swpQueueByHandle(handle_) : nullptr;
+    j["swp_to_manager"] = {{"handle", cb == nullptr ? Json(nullptr) : Json(handle_)},
+                           {"next_seq", cb == nullptr ? 0 : cb->nextSeq},
+                           {"in_flight", cb == nullptr ? 0 : cb->outstanding},
+                           {"held", cb == nullptr ? 0 : cb->held},
+                           {"reports_sent", c.reportsSent},
+                           {"reports_acknowledged", c.reportsAcked},
+                           {"records_lost", c.recordsLost}};
+    const char* download = life_.download == Download::Complete  ? "complete"
+                           : life_.download == Download::Running ? "running"
+                                                                 : "none";
+    j["download"] = download;
+    Json received = Json::object();
+    for (const auto& [mtype, n] : life_.received) received[agentMessageName(mtype)] = n;
+    j["received"] = received;
+    j["dropped"] = {{"malformed", c.malformed}, {"unexpected", c.unexpected}};
+    j["statistics_answered"] = c.statsAnswered;
+    Json interfaces = Json::array();
+    for (const auto& [ifIndex, entry] : life_.interfaces)
+        interfaces.push_back({{"interface", cli::longIfName(ifIndex)}, {"up", entry.operUp}});
+    j["interfaces"] = interfaces;
+    Json rings = Json::array();
+    for (const auto& [id, ring] : life_.rings) {
+        const Node& n = ring.node;
+        Json counters = Json::object();
+        for (size_t i = 0; i < ring.stats.size(); ++i)
+            counters[agt::stats::kCounterNames[i].key] = ring.stats[i];
+        auto port = [this](uint32_t ifIndex, uint32_t state) {
+            return Json{
+                {"interface", ifIndex == 0 ? Json(nullptr) : Json(cli::longIfName(ifIndex))},
+                {"link", linkWord(life_.interfaces, ifIndex)},
+                {"state", portStateName(state)}};
+        };
+        rings.push_back({{"id", id},
+                         {"designated_slot", ring.cfg.desgAgent},
+                         {"running", n.running},
+                         {"mode", n.mode == rc::kModeMaster    ? "master"
+                                  : n.mode == rc::kModeTransit ? "transit"
+                                                               : "none"},
+                         {"primary", port(n.primary, n.priState)},
+                         {"secondary", port(n.secondary, n.secState)},
+                         {"ring", ringWord(n)},
+                         {"counters", counters}});
+    }
+    j["rings"] = rings;
+    std::vector<cli::DebugSetting> settings;
+    for (const auto& [id, ring] : life_.debug) {
+        auto more = debugSettings(id, ring);
+        settings.insert(settings.end(), more.begin(), more.end());
+    }
+    j["debugging"] = cli::debuggingJson(settings)["debugging"];
+    return j;
 }
 
 std::string Agent::statusLine() const {

@@ -162,29 +162,35 @@ void ChassisSim::registerChassisCommands() {
                        return publish(model_.deleteLag(lag));
                    }});
     commands_.add({"show chassis", "", "cards, VLANs, ports and port-channels with their state", 0,
-                   0, [this](const CommandTable::Args&) { return done(describeChassis(model_)); }});
-    commands_.add({"show chassis port", "INTERFACE", "one port or port-channel", 1, 2,
-                   [this](const CommandTable::Args& args) {
+                   0, nullptr, [this](const CommandTable::Args&) {
+                       return shown(describeChassis(model_), chassisJson(model_));
+                   }});
+    auto showInterface = [this](uint32_t ifIndex) {
+        return shown(describeChassisInterface(model_, ifIndex),
+                     chassisInterfaceJson(model_, ifIndex));
+    };
+    commands_.add({"show chassis port", "INTERFACE", "one port or port-channel", 1, 2, nullptr,
+                   [showInterface](const CommandTable::Args& args) {
                        uint32_t ifIndex = 0;
                        std::string err;
-                       if (!interfaceRest(args, 0, &ifIndex, &err)) return refused(err);
-                       return done(describeChassisInterface(model_, ifIndex));
+                       if (!interfaceRest(args, 0, &ifIndex, &err)) return notShown(err);
+                       return showInterface(ifIndex);
                    }});
-    commands_.add({"show chassis lag", "NUMBER", "one port-channel and its members", 1, 1,
-                   [this](const CommandTable::Args& args) {
+    commands_.add({"show chassis lag", "NUMBER", "one port-channel and its members", 1, 1, nullptr,
+                   [showInterface](const CommandTable::Args& args) {
                        uint32_t lag = 0;
                        std::string err;
-                       if (!lagNumber(args[0], &lag, &err)) return refused(err);
-                       return done(describeChassisInterface(
-                           model_, ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag)));
+                       if (!lagNumber(args[0], &lag, &err)) return notShown(err);
+                       return showInterface(ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag));
                    }});
-    commands_.add({"show chassis vlan", "VLAN", "one VLAN and its members", 1, 1,
+    commands_.add({"show chassis vlan", "VLAN", "one VLAN and its members", 1, 1, nullptr,
                    [this](const CommandTable::Args& args) {
                        uint32_t vlan = 0;
                        std::string err;
                        if (!number::parse(args[0], kMinVlan, kMaxVlan, "VLAN", &vlan, &err))
-                           return refused(err);
-                       return done(describeChassisVlan(model_, vlan));
+                           return notShown(err);
+                       return shown(describeChassisVlan(model_, vlan),
+                                    chassisVlanJson(model_, vlan));
                    }});
 }
 

@@ -25,6 +25,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "platform/limits.h"
 #include "sim/ifm_notif.h"
 #include "sim/vlan_set.h"
@@ -119,5 +121,9 @@ private:
 std::string describeChassis(const ChassisModel& m);
 std::string describeChassisInterface(const ChassisModel& m, uint32_t ifIndex);
 std::string describeChassisVlan(const ChassisModel& m, uint32_t vlan);
+// The same facts as JSON (chassis_show.cc).
+nlohmann::ordered_json chassisJson(const ChassisModel& m);
+nlohmann::ordered_json chassisInterfaceJson(const ChassisModel& m, uint32_t ifIndex);
+nlohmann::ordered_json chassisVlanJson(const ChassisModel& m, uint32_t vlan);
 
 }  // namespace vorn::sim

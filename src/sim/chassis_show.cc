@@ -1,4 +1,4 @@
-// The chassis model as text for the operator.
+// The chassis model as text for the operator, and as JSON.
 
 #include <cstdio>
 
@@ -62,7 +62,69 @@ std::string cardsLine(const ChassisModel& m) {
     return "cards: " + (s.empty() ? "none" : s) + "\n";
 }
 
+using Json = nlohmann::ordered_json;
+
+Json vlansJson(const VlanSet& v) {
+    return cli::vlanListText(v);
+}
+
+Json interfaceJson(const ChassisModel& m, uint32_t ifIndex, const ChassisModel::Interface& i) {
+    Json j = {{"interface", cli::longIfName(ifIndex)}, {"oper_up", m.operUp(ifIndex)}};
+    if (isLag(ifIndex)) {
+        Json members = Json::array();
+        for (uint32_t p : i.members)
+            members.push_back({{"interface", cli::longIfName(p)}, {"oper_up", m.operUp(p)}});
+        j["members"] = members;
+    } else {
+        j["link_up"] = i.linkUp;
+        j["card_up"] = m.cardPresent(ifmIfIndexToSlotId(ifIndex));
+        j["port_channel"] = i.lag != 0 ? Json(cli::longIfName(i.lag)) : Json(nullptr);
+    }
+    j["mac"] = macText(ChassisModel::macOf(ifIndex));
+    j["tagged_vlans"] = vlansJson(i.tagged);
+    j["untagged_vlan"] = vlansJson(i.untagged);
+    return j;
+}
+
 }  // namespace
+
+Json chassisJson(const ChassisModel& m) {
+    Json cards = Json::array();
+    for (uint32_t slot = 0; slot < ChassisModel::kSlots; ++slot) {
+        if (!m.cardPresent(slot)) continue;
+        cards.push_back(
+            {{"slot", slot},
+             {"port_type", m.cardPortType(slot) == ifm::kTypeTenGigabit ? "TenGigabitEthernet"
+                                                                        : "GigabitEthernet"},
+             {"ports", m.portsPerCard()}});
+    }
+    Json ports = Json::array(), lags = Json::array();
+    for (const auto& [ifIndex, i] : m.interfaces())
+        (isLag(ifIndex) ? lags : ports).push_back(interfaceJson(m, ifIndex, i));
+    return {{"cards_up", cards},
+            {"vlans", vlansJson(m.vlans())},
+            {"ports", ports},
+            {"port_channels", lags}};
+}
+
+Json chassisInterfaceJson(const ChassisModel& m, uint32_t ifIndex) {
+    const ChassisModel::Interface* i = m.find(ifIndex);
+    if (i == nullptr) return {{"interface", cli::longIfName(ifIndex)}, {"exists", false}};
+    Json j = interfaceJson(m, ifIndex, *i);
+    j["exists"] = true;
+    return j;
+}
+
+Json chassisVlanJson(const ChassisModel& m, uint32_t vlan) {
+    Json tagged = Json::array(), untagged = Json::array();
+    const bool exists = bmp::test(m.vlans(), vlan);
+    for (const auto& [ifIndex, i] : m.interfaces()) {
+        if (!exists) break;
+        if (bmp::test(i.tagged, vlan)) tagged.push_back(cli::longIfName(ifIndex));
+        if (bmp::test(i.untagged, vlan)) untagged.push_back(cli::longIfName(ifIndex));
+    }
+    return {{"vlan", vlan}, {"exists", exists}, {"tagged", tagged}, {"untagged", untagged}};
+}
 
 std::string describeChassis(const ChassisModel& m) {
     std::string s = cardsLine(m);

@@ -263,4 +263,11 @@ std::string ChassisSim::agentsText() const {
     return s.empty() ? "no line-card agents: no card has been up\n" : s;
 }
 
+Json ChassisSim::agentsJson() const {
+    Json agents = Json::array();
+    for (const std::optional<Agent>& a : agents_)
+        if (a) agents.push_back(a->toJson());
+    return {{"agents", agents}};
+}
+
 }  // namespace vorn::sim

@@ -60,6 +60,7 @@ public:
     std::string statusText() const;
     // Every agent, as "sim show agents" shows them.
     std::string agentsText() const;
+    Json agentsJson() const;
 
     // Watches the manager's request queue and reports when it comes and goes.
     void wait(Poller& poller) override;

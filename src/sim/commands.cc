@@ -56,6 +56,8 @@ std::string CommandTable::usage(const Entry& e) const {
 
 CommandResult CommandTable::run(const std::string& line) const {
     std::vector<std::string> toks = tokenize(line);
+    const bool json = !toks.empty() && toks.back() == kJsonWord;
+    if (json) toks.pop_back();
     if (toks.empty()) return refused("empty command; 'help' lists the commands");
     std::vector<std::string> keys;
     for (const std::string& t : toks) keys.push_back(lower(t));
@@ -83,14 +85,21 @@ CommandResult CommandTable::run(const std::string& line) const {
     CommandTable::Args args(toks.begin() + static_cast<long>(best->words.size()), toks.end());
     if (args.size() < best->row.minArgs || args.size() > best->row.maxArgs)
         return refused(usage(*best));
-    return best->row.fn(args);
+    if (!best->row.show) {
+        if (json) return refused("'" + best->row.words + "' is not a show command: no JSON");
+        return best->row.fn(args);
+    }
+    Shown r = best->row.show(args);
+    if (!r.ok) return refused(r.error);
+    return done(json ? r.json.dump(2) + "\n" : r.text);
 }
 
 std::string CommandTable::helpText() const {
     std::vector<std::string> lines;
     size_t width = 0;
     for (const Entry& e : entries_) {
-        std::string head = e.row.words + (e.row.synopsis.empty() ? "" : " " + e.row.synopsis);
+        std::string head = e.row.words + (e.row.synopsis.empty() ? "" : " " + e.row.synopsis) +
+                           (e.row.show ? std::string(" [") + kJsonWord + "]" : "");
         width = std::max(width, head.size());
         lines.push_back(head);
     }

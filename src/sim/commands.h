@@ -12,17 +12,40 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 namespace vorn::sim {
+
+// The JSON documents of the show commands (with --json).
+using Json = nlohmann::ordered_json;
 
 struct CommandResult {
     bool ok = true;
     std::string text;  // the answer, or what was wrong
 };
 
+// What a show command found: its text for the operator and the same facts as JSON, or why
+// it could not look.
+struct Shown {
+    bool ok = true;
+    std::string error;
+    std::string text;
+    Json json;
+};
+inline Shown shown(std::string text, Json json) {
+    return {true, "", std::move(text), std::move(json)};
+}
+inline Shown notShown(std::string why) {
+    return {false, std::move(why), "", Json()};
+}
+
 class CommandTable {
 public:
     using Args = std::vector<std::string>;
     using Handler = std::function<CommandResult(const Args& args)>;
+    using ShowHandler = std::function<Shown(const Args& args)>;
+    // The word after a show command that asks for its JSON document.
+    static constexpr const char* kJsonWord = "--json";
 
     struct Row {
         std::string words;     // the fixed words, blank-separated, lower case
@@ -30,13 +53,16 @@ public:
         std::string help;      // one line
         size_t minArgs = 0;
         size_t maxArgs = 0;
-        Handler fn;
+        Handler fn;                  // a command
+        ShowHandler show = nullptr;  // or a show: text, or JSON when the line ends in --json
     };
 
     // Adds a row; a row with the same words replaces the earlier one.
     void add(Row row);
     // Runs one command line and returns its answer. Unknown and incomplete commands, and
     // wrong numbers of arguments, are answered with a usage message; the handler is not run.
+    // A line that ends in --json is answered with the show command's JSON document (a
+    // command that is not a show is refused).
     CommandResult run(const std::string& line) const;
     // Every command with its synopsis and help, one per line, sorted.
     std::string helpText() const;

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "sim/endpoint.h"
 #include "sim/loop.h"
 #include "wire/ifm.h"
@@ -76,5 +78,8 @@ private:
     std::set<uint32_t> controlVlans_;
     std::deque<Notice> notices_;
 };
+
+// The same facts as Ifm::describe, as JSON (ifm_show.cc).
+nlohmann::ordered_json ifmJson(const Ifm& ifm, uint32_t vlan = 0);
 
 }  // namespace vorn::sim

@@ -40,7 +40,103 @@ std::set<uint16_t> knownInstances(const ForwardingModel& m) {
     return out;
 }
 
+using Json = nlohmann::ordered_json;
+
+// A VLAN list as text, "" for none.
+Json vlansJson(const VlanBitmap& vlans) {
+    return cli::vlanListText(vlans);
+}
+
+Json portsJson(const std::set<uint32_t>& ports) {
+    Json j = Json::array();
+    for (uint32_t p : ports) j.push_back(cli::longIfName(p));
+    return j;
+}
+
+const std::set<uint32_t>& portsOfInstance(const ForwardingModel& m, uint16_t instance) {
+    static const std::set<uint32_t> kNone;
+    auto it = m.instancePorts().find(instance);
+    return it == m.instancePorts().end() ? kNone : it->second;
+}
+
+Json flushesJson(const ForwardingModel& m, uint32_t ifIndex) {
+    VlanBitmap vlans{};
+    uint64_t total = 0;
+    for (const auto& [key, n] : m.flushes())
+        if (key.first == ifIndex) {
+            bmp::set(vlans, key.second);
+            total += n;
+        }
+    return {{"count", total}, {"vlans", vlansJson(vlans)}};
+}
+
 }  // namespace
+
+Json l2pmInstanceJson(const ForwardingModel& m, uint16_t instance) {
+    return {{"instance", instance},
+            {"ports", portsJson(portsOfInstance(m, instance))},
+            {"vlans", vlansJson(m.vlansOfInstance(instance))}};
+}
+
+Json l2pmPortJson(const ForwardingModel& m, uint32_t ifIndex) {
+    auto p = m.ports().find(ifIndex);
+    Json instances = Json::array();
+    for (const auto& [instance, ports] : m.instancePorts())
+        if (ports.count(ifIndex) != 0) instances.push_back(instance);
+    return {{"interface", cli::longIfName(ifIndex)},
+            {"owned_by_manager", m.owned().count(ifIndex) != 0},
+            {"refused", m.refused().count(ifIndex) != 0},
+            {"forwarding", p == m.ports().end() ? Json(nullptr) : vlansJson(p->second.forwarding)},
+            {"blocking", p == m.ports().end() ? Json(nullptr) : vlansJson(blocking(p->second))},
+            {"instances", instances},
+            {"flushes", flushesJson(m, ifIndex)}};
+}
+
+Json l2pmVlanJson(const ForwardingModel& m, uint32_t vlan) {
+    uint16_t instance = m.instanceOfVlan(vlan);
+    Json ports = Json::array(), flushed = Json::array();
+    for (const auto& [ifIndex, p] : m.ports())
+        if (bmp::test(p.known, vlan))
+            ports.push_back({{"interface", cli::longIfName(ifIndex)},
+                             {"forwarding", bmp::test(p.forwarding, vlan)}});
+    for (const auto& [key, n] : m.flushes())
+        if (key.second == vlan)
+            flushed.push_back({{"interface", cli::longIfName(key.first)}, {"count", n}});
+    return {{"vlan", vlan},
+            {"instance", instance == 0 ? Json(nullptr) : Json(instance)},
+            {"ports", ports},
+            {"flushes", flushed}};
+}
+
+Json l2pmJson(const ForwardingModel& m) {
+    Json ports = Json::array(), instances = Json::array(), recent = Json::array();
+    for (const auto& [ifIndex, p] : m.ports())
+        ports.push_back({{"interface", cli::longIfName(ifIndex)},
+                         {"forwarding", vlansJson(p.forwarding)},
+                         {"blocking", vlansJson(blocking(p))}});
+    for (uint16_t i : knownInstances(m)) instances.push_back(l2pmInstanceJson(m, i));
+    uint64_t total = 0;
+    for (const auto& [key, n] : m.flushes()) total += n;
+    for (const ForwardingModel::Flush& f : m.recentFlushes())
+        recent.push_back({{"interface", cli::longIfName(f.ifIndex)}, {"vlan", f.vlan}});
+    const ForwardingModel::Counters& c = m.counters();
+    return {{"owned_by_manager", portsJson(m.owned())},
+            {"refused", portsJson(m.refused())},
+            {"ports", ports},
+            {"instances", instances},
+            {"flushes", {{"count", total}, {"recent", recent}}},
+            {"messages",
+             {{"port_state", c.portStateMsgs},
+              {"port_state_records", c.portStateRecords},
+              {"flush", c.flushMsgs},
+              {"flush_records", c.flushRecords},
+              {"instance_ownership", c.instanceMsgs},
+              {"instance_ownership_records", c.instanceRecords},
+              {"vlan_stg", c.vlanStgMsgs},
+              {"port_ownership", c.ownershipRequests},
+              {"records_skipped", c.badRecords},
+              {"too_short", c.malformed}}}};
+}
 
 std::string describeL2pm(const ForwardingModel& m) {
     std::string s = "ports owned by the manager: " + portList(m.owned()) + "\n";

@@ -1,8 +1,11 @@
-// The L2PM forwarding model as text for the operator ("vornctl sim show l2pm ...").
+// The L2PM forwarding model as text for the operator ("vornctl sim show l2pm ...") and as
+// JSON.
 #pragma once
 
 #include <cstdint>
 #include <string>
+
+#include <nlohmann/json.hpp>
 
 #include "sim/l2pm_model.h"
 
@@ -17,5 +20,10 @@ std::string describeL2pmPort(const ForwardingModel& m, uint32_t ifIndex);
 std::string describeL2pmVlan(const ForwardingModel& m, uint32_t vlan);
 // One STG instance: its ports and its VLANs.
 std::string describeL2pmInstance(const ForwardingModel& m, uint16_t instance);
+// The same facts as JSON.
+nlohmann::ordered_json l2pmJson(const ForwardingModel& m);
+nlohmann::ordered_json l2pmPortJson(const ForwardingModel& m, uint32_t ifIndex);
+nlohmann::ordered_json l2pmVlanJson(const ForwardingModel& m, uint32_t vlan);
+nlohmann::ordered_json l2pmInstanceJson(const ForwardingModel& m, uint16_t instance);
 
 }  // namespace vorn::sim

@@ -30,32 +30,38 @@ bool interfaceArg(const CommandTable::Args& args, uint32_t* ifIndex, std::string
 }  // namespace
 
 void ChassisSim::registerModelCommands() {
-    commands_.add(
-        {"show l2pm", "", "what the manager told L2PM: ownership, forwarding, STG, flushes", 0, 0,
-         [this](const CommandTable::Args&) { return done(describeL2pm(l2pm_.model())); }});
-    commands_.add({"show l2pm port", "INTERFACE", "the forwarding state of one port", 1, 2,
+    commands_.add({"show l2pm", "",
+                   "what the manager told L2PM: ownership, forwarding, STG, flushes", 0, 0, nullptr,
+                   [this](const CommandTable::Args&) {
+                       return shown(describeL2pm(l2pm_.model()), l2pmJson(l2pm_.model()));
+                   }});
+    commands_.add({"show l2pm port", "INTERFACE", "the forwarding state of one port", 1, 2, nullptr,
                    [this](const CommandTable::Args& args) {
                        uint32_t ifIndex = 0;
                        std::string err;
-                       if (!interfaceArg(args, &ifIndex, &err)) return refused(err);
-                       return done(describeL2pmPort(l2pm_.model(), ifIndex));
+                       if (!interfaceArg(args, &ifIndex, &err)) return notShown(err);
+                       return shown(describeL2pmPort(l2pm_.model(), ifIndex),
+                                    l2pmPortJson(l2pm_.model(), ifIndex));
                    }});
-    commands_.add({"show l2pm vlan", "VLAN", "the state of one VLAN on every port", 1, 1,
+    commands_.add({"show l2pm vlan", "VLAN", "the state of one VLAN on every port", 1, 1, nullptr,
                    [this](const CommandTable::Args& args) {
                        uint32_t vlan = 0;
                        std::string err;
                        if (!number::parse(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
-                           return refused(err);
-                       return done(describeL2pmVlan(l2pm_.model(), vlan));
+                           return notShown(err);
+                       return shown(describeL2pmVlan(l2pm_.model(), vlan),
+                                    l2pmVlanJson(l2pm_.model(), vlan));
                    }});
     commands_.add(
-        {"show l2pm instance", "INSTANCE", "the ports and VLANs of one STG instance", 1, 1,
+        {"show l2pm instance", "INSTANCE", "the ports and VLANs of one STG instance", 1, 1, nullptr,
          [this](const CommandTable::Args& args) {
              uint32_t instance = 0;
              std::string err;
              if (!number::parse(args[0], 0, kMaxInstance, "STG instance", &instance, &err))
-                 return refused(err);
-             return done(describeL2pmInstance(l2pm_.model(), static_cast<uint16_t>(instance)));
+                 return notShown(err);
+             auto i = static_cast<uint16_t>(instance);
+             return shown(describeL2pmInstance(l2pm_.model(), i),
+                          l2pmInstanceJson(l2pm_.model(), i));
          }});
     for (bool refuse : {true, false}) {
         commands_.add({refuse ? "l2pm refuse-port" : "no l2pm refuse-port", "INTERFACE",
@@ -73,15 +79,16 @@ void ChassisSim::registerModelCommands() {
                                        " the ownership of " + name);
                        }});
     }
-    commands_.add({"show ifm", "", "IFM's control VLANs, refusals and ring-interface notices", 0, 0,
-                   [this](const CommandTable::Args&) { return done(ifm_.describe()); }});
-    commands_.add({"show ifm vlan", "VLAN", "what IFM answers about one VLAN", 1, 1,
+    commands_.add(
+        {"show ifm", "", "IFM's control VLANs, refusals and ring-interface notices", 0, 0, nullptr,
+         [this](const CommandTable::Args&) { return shown(ifm_.describe(), ifmJson(ifm_)); }});
+    commands_.add({"show ifm vlan", "VLAN", "what IFM answers about one VLAN", 1, 1, nullptr,
                    [this](const CommandTable::Args& args) {
                        uint32_t vlan = 0;
                        std::string err;
                        if (!number::parse(args[0], 1, kMaxVlan, "VLAN", &vlan, &err))
-                           return refused(err);
-                       return done(ifm_.describe(vlan));
+                           return notShown(err);
+                       return shown(ifm_.describe(vlan), ifmJson(ifm_, vlan));
                    }});
     commands_.add({"ifm refuse-vlan", "VLAN [code CODE]",
                    "IFM refuses VLAN as a control VLAN (with CODE, default 0x8a000141)", 1, 3,

@@ -77,7 +77,9 @@ void ChassisSim::registerCommands() {
     commands_.add({"show agents", "",
                    "the line-card agents: registration, SWP state, what they hold, the rings "
                    "they run",
-                   0, 0, [this](const CommandTable::Args&) { return done(agentsText()); }});
+                   0, 0, nullptr, [this](const CommandTable::Args&) {
+                       return shown(agentsText(), agentsJson());
+                   }});
     commands_.add({"quit", "", "stop the manager (if vornsim started it) and vornsim", 0, 0,
                    [this](const CommandTable::Args&) {
                        requestStop("quit command");
