@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -59,11 +60,30 @@ Registry& reg() {
 
 struct AtomicStats {
     std::atomic<uint64_t> sent{0}, sendFailed{0}, received{0}, droppedShort{0}, droppedMagic{0},
-        droppedLength{0}, droppedStaleReply{0}, shellRequests{0};
+        droppedLength{0}, droppedStaleReply{0}, shellRequests{0}, deferred{0};
 };
 AtomicStats& stats() {
     static AtomicStats s;
     return s;
+}
+
+// Deferred sends (see setDeferFullSends in ipc.h): per destination path, the datagrams that
+// wait for room in its queue, oldest first, each with the socket it is sent from.
+struct Deferred {
+    int fd;
+    sockaddr_un addr;
+    socklen_t alen;
+    std::vector<uint8_t> bytes;
+};
+struct Outbox {
+    std::mutex mu;
+    bool on = false;
+    std::map<std::string, std::deque<Deferred>> byDest;
+    size_t waiting = 0;
+};
+Outbox& outbox() {
+    static Outbox o;
+    return o;
 }
 
 std::atomic<bool> gShellService{false};
@@ -110,8 +130,19 @@ int bindSocket(const std::string& path) {
     return fd;
 }
 
+void dropDeferredFrom(int fd) {
+    Outbox& o = outbox();
+    std::lock_guard<std::mutex> lock(o.mu);
+    for (auto& [dest, q] : o.byDest) {
+        const size_t before = q.size();
+        std::erase_if(q, [fd](const Deferred& d) { return d.fd == fd; });
+        o.waiting -= before - q.size();
+    }
+}
+
 void closeSocketLocked(Registry& r, int fd) {
     if (fd < 0) return;
+    dropDeferredFrom(fd);
     auto it = r.sockets.find(fd);
     if (it != r.sockets.end()) {
         unlink(it->second.path.c_str());
@@ -144,13 +175,49 @@ void stampHeader(void* buf, size_t len, bool reply) {
     w.u32(ipc::kOffW28, 0);
 }
 
-int sendToAddr(int fd, const sockaddr_un& addr, socklen_t alen, void* buf, size_t len, bool reply) {
+ssize_t sendNow(int fd, const sockaddr_un& addr, socklen_t alen, const void* buf, size_t len,
+                int flags) {
+    ssize_t n;
+    do {
+        n = sendto(fd, buf, len, MSG_NOSIGNAL | flags, reinterpret_cast<const sockaddr*>(&addr),
+                   alen);
+    } while (n < 0 && errno == EINTR);
+    return n;
+}
+
+// Sends at once, or, in a process that defers, queues the datagram behind those already
+// waiting for the same destination or when the destination's queue is full.
+int sendOrDefer(int fd, const sockaddr_un& addr, socklen_t alen, const void* buf, size_t len) {
+    Outbox& o = outbox();
+    std::lock_guard<std::mutex> lock(o.mu);
+    std::deque<Deferred>& q = o.byDest[std::string(addr.sun_path)];
+    if (q.empty()) {
+        ssize_t n = sendNow(fd, addr, alen, buf, len, MSG_DONTWAIT);
+        if (n == static_cast<ssize_t>(len)) {
+            stats().sent++;
+            return 0;
+        }
+        if (n >= 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
+            stats().sendFailed++;
+            return -1;
+        }
+    }
+    const auto* bytes = static_cast<const uint8_t*>(buf);
+    q.push_back({fd, addr, alen, std::vector<uint8_t>(bytes, bytes + len)});
+    ++o.waiting;
+    stats().deferred++;
+    return 0;
+}
+
+int sendToAddr(int fd, const sockaddr_un& addr, socklen_t alen, void* buf, size_t len, bool reply,
+               bool mayDefer = true) {
     if (len < ipc::kHdrLen || len > ipc::kMaxMsgLen) {
         stats().sendFailed++;
         errno = EMSGSIZE;
         return -1;
     }
     stampHeader(buf, len, reply);
+    if (mayDefer && outbox().on) return sendOrDefer(fd, addr, alen, buf, len);
     ssize_t n;
     do {
         n = sendto(fd, buf, len, MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&addr), alen);
@@ -206,7 +273,7 @@ int sendDatagram(int fd, const std::string& path, void* buf, size_t len, bool re
     return sendToAddr(fd, addr, alen, buf, len, reply);
 }
 
-int routeSend(int fd, void* buf, size_t len) {
+int routeSend(int fd, void* buf, size_t len, bool mayDefer) {
     be::Reader rd(buf, len);
     uint32_t target = rd.u32(ipc::kOffDstSvce);
     if (!rd.ok() || target == 0) {
@@ -229,7 +296,7 @@ int routeSend(int fd, void* buf, size_t len) {
     }
     auto alen =
         static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + static_cast<size_t>(n) + 1);
-    return sendToAddr(fd, addr, alen, buf, len, false);
+    return sendToAddr(fd, addr, alen, buf, len, false, mayDefer);
 }
 
 int sendToLastSource(int fd, void* buf, size_t len, bool reply) {
@@ -380,7 +447,33 @@ bool shellServiceEnabled() {
 IpcStats ipcStats() {
     AtomicStats& s = stats();
     return IpcStats{s.sent,         s.sendFailed,    s.received,          s.droppedShort,
-                    s.droppedMagic, s.droppedLength, s.droppedStaleReply, s.shellRequests};
+                    s.droppedMagic, s.droppedLength, s.droppedStaleReply, s.shellRequests,
+                    s.deferred};
+}
+
+void setDeferFullSends(bool on) {
+    Outbox& o = outbox();
+    std::lock_guard<std::mutex> lock(o.mu);
+    o.on = on;
+}
+
+size_t flushDeferredSends() {
+    Outbox& o = outbox();
+    std::lock_guard<std::mutex> lock(o.mu);
+    for (auto& [dest, q] : o.byDest) {
+        while (!q.empty()) {
+            const Deferred& d = q.front();
+            ssize_t n = sendNow(d.fd, d.addr, d.alen, d.bytes.data(), d.bytes.size(), MSG_DONTWAIT);
+            if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;  // still full
+            if (n == static_cast<ssize_t>(d.bytes.size()))
+                stats().sent++;
+            else
+                stats().sendFailed++;  // the peer went away
+            q.pop_front();
+            --o.waiting;
+        }
+    }
+    return o.waiting;
 }
 
 void countShellRequest() {
@@ -398,6 +491,7 @@ void printIpcStats() {
     std::printf("  dropped, bad length     : %llu\r\n", (unsigned long long)s.droppedLength);
     std::printf("  dropped, stale reply    : %llu\r\n", (unsigned long long)s.droppedStaleReply);
     std::printf("  shell requests          : %llu\r\n", (unsigned long long)s.shellRequests);
+    std::printf("  sends deferred          : %llu\r\n", (unsigned long long)s.deferred);
 }
 
 void resetIpcForTest() {
@@ -411,8 +505,15 @@ void resetIpcForTest() {
     r.endpoints.clear();
     AtomicStats& s = stats();
     s.sent = s.sendFailed = s.received = s.droppedShort = s.droppedMagic = s.droppedLength =
-        s.droppedStaleReply = s.shellRequests = 0;
+        s.droppedStaleReply = s.shellRequests = s.deferred = 0;
     gShellService = false;
+    {
+        Outbox& o = outbox();
+        std::lock_guard<std::mutex> outboxLock(o.mu);
+        o.on = false;
+        o.byDest.clear();
+        o.waiting = 0;
+    }
 }
 
 }  // namespace vorn::host
@@ -529,7 +630,8 @@ int qelIpcSendWait(QelKey ipcKey, void* buf, int len, int wait, int /*mtype*/, i
     if (xid == 0) xid = host::gNextXid.fetch_add(1);
     be::Writer w(buf, static_cast<size_t>(len));
     w.u32(ipc::kOffXid, xid);
-    if (host::routeSend(fd, buf, static_cast<size_t>(len)) != 0) return -1;
+    // Sent at once even in a process that defers: the answer is waited for right here.
+    if (host::routeSend(fd, buf, static_cast<size_t>(len), false) != 0) return -1;
 
     using Clock = std::chrono::steady_clock;
     auto deadline = Clock::now() + std::chrono::milliseconds(100L * std::max(wait, 0));

@@ -187,8 +187,20 @@ struct IpcStats {
     uint64_t droppedLength = 0;      // length word differs from the datagram
     uint64_t droppedStaleReply = 0;  // send-and-wait: reply of another exchange
     uint64_t shellRequests = 0;
+    uint64_t deferred = 0;  // sends that waited for room in a full peer queue
 };
 IpcStats ipcStats();
+
+// Deferred sends, for a process whose one thread serves many endpoints (vornsim). A send to a
+// full peer queue normally waits up to 200 ms; while it waits the process reads nothing, and
+// when the peer is itself waiting to send to this process, both only go on once their waits
+// expire and their messages are lost. With deferral on, such a send returns at once and the
+// datagram waits in the process, behind any others for the same queue (order is kept), until
+// flushDeferredSends finds room for it. A send-and-wait's request is never deferred.
+void setDeferFullSends(bool on);
+// Sends what waits, oldest first, as far as the peers' queues take it; drops what is for a
+// peer that went away. Returns the number of datagrams still waiting.
+size_t flushDeferredSends();
 void printIpcStats();  // the qelIpcStats shell command
 
 // Closes every endpoint, forgets every key and resets the statistics (tests only).

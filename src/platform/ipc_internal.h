@@ -13,8 +13,9 @@ namespace vorn::host {
 // sends len bytes from socket fd to the socket at `path`. A full peer queue is waited on
 // for a short while. Returns 0, or -1 with errno set (ENOENT or ECONNREFUSED: no peer).
 int sendDatagram(int fd, const std::string& path, void* buf, size_t len, bool reply);
-// Sends an originating message from fd to the request queue named by target.svce.
-int routeSend(int fd, void* buf, size_t len);
+// Sends an originating message from fd to the request queue named by target.svce. With
+// mayDefer false it is sent at once even in a process that defers full sends.
+int routeSend(int fd, void* buf, size_t len, bool mayDefer = true);
 // Sends from fd to the source address of the last datagram read on fd, as a reply
 // (flag bit 0 set) when `reply` is true.
 int sendToLastSource(int fd, void* buf, size_t len, bool reply);

@@ -77,6 +77,9 @@ bool ChassisSim::start(std::string* err) {
         return false;
     }
     started_ = true;
+    // One thread serves every peer of the chassis: it must never stop reading while a
+    // manager waits for it, so a send to a full queue waits in the process, not in the call.
+    host::setDeferFullSends(true);
     say("vornsim: chassis in %s, cards %s; control endpoint 50.0 open", dir.c_str(),
         cardListText(cardMask_).c_str());
     evh_.setRefusing(opts_.evhRefuse);

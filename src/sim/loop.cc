@@ -8,7 +8,14 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/ipc.h"
+
 namespace vorn::sim {
+namespace {
+
+constexpr int kDeferredRetryMs = 1;
+
+}  // namespace
 
 long nowMs() {
     return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -40,6 +47,9 @@ bool EventLoop::runOnce(int maxWaitMs) {
     Poller poller;
     for (Source* s : sources_) s->wait(poller);
     if (maxWaitMs >= 0) poller.wakeWithin(maxWaitMs);
+    // Datagrams waiting for room in a full peer queue are tried again soon: a peer's queue
+    // gives no sign when room comes.
+    if (host::flushDeferredSends() != 0) poller.wakeWithin(kDeferredRetryMs);
 
     std::vector<pollfd> fds;
     fds.reserve(poller.watches_.size());
