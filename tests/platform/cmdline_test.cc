@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <regex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/number.h"
@@ -89,6 +90,11 @@ TEST(Cmdline, ReadsOptionsUpToTheCommandAndRefusesWhatItDoesNotKnow) {
         "  --version     print the version and exit\n";
     EXPECT_EQ(cmdline::usage(prog, false), usage);
 
+    // --help shows all of it.
+    const std::string help =
+        "usage: prog [--rundir DIR] [-f FILE] [--standby] [--verbose] [--cards LIST]\n"
+        "About it.\n" +
+        usage.substr(usage.find('\n') + 1) + "More.\n";
     struct Case {
         std::vector<std::string> words;
         int next;  // 0: the parse ends the program
@@ -107,7 +113,7 @@ TEST(Cmdline, ReadsOptionsUpToTheCommandAndRefusesWhatItDoesNotKnow) {
         {{"--standby=yes"}, 0, 2, "", pre + "option --standby takes no value\n" + usage},
         {{"--ver"}, 0, 2, "", pre + "option '--ver' is ambiguous: --version, --verbose\n" + usage},
         {{"--cards", "0,1", "--cards", "9"}, 0, 2, "", pre + "bad --cards list '9'\n" + usage},
-        {{"-h"}, 0, 0, "usage: prog [--rundir DIR]", ""},
+        {{"-h"}, 0, 0, help, ""},
         {{"--version"}, 0, 0, "prog (vorn) ", ""},
     };
     for (const Case& c : cases) {
@@ -122,20 +128,11 @@ TEST(Cmdline, ReadsOptionsUpToTheCommandAndRefusesWhatItDoesNotKnow) {
             EXPECT_EQ(o.next, c.next);
         }
         EXPECT_EQ(o.status, c.status);
-        EXPECT_EQ(o.out.rfind(c.out, 0), 0u) << o.out;
+        EXPECT_EQ(o.out.rfind(c.out, 0), 0u) << o.out;  // --version: the version follows
         EXPECT_EQ(o.err, c.err);
     }
-    EXPECT_EQ(rundir, "/r");
-    EXPECT_EQ(file, "x");  // not "y": the command's own "-f y" was left alone
-    EXPECT_TRUE(standby);
-    EXPECT_FALSE(verbose);
-    // --help shows all of it; --version gives the project's version.
-    std::vector<std::string> words = {"prog", "--help"};
-    std::vector<char*> argv = {words[0].data(), words[1].data()};
-    EXPECT_EQ(cmdline::parse(prog, 2, argv.data()).out,
-              "usage: prog [--rundir DIR] [-f FILE] [--standby] [--verbose] [--cards LIST]\n"
-              "About it.\n" +
-                  usage.substr(usage.find('\n') + 1) + "More.\n");
+    // Not "y" for -f: the command's own "-f y" was left alone.
+    EXPECT_EQ(std::tuple(rundir, file, standby, verbose), std::tuple("/r", "x", true, false));
     EXPECT_TRUE(std::regex_match(cmdline::versionLine("prog"),
                                  std::regex(R"(prog \(vorn\) [0-9]+\.[0-9]+\.[0-9]+)")));
 }
@@ -146,13 +143,14 @@ TEST(Cmdline, ShellArgumentsAreSignedWordsInDecimalOrHex) {
         for (long a : args) sum += a;
         std::printf("%ld\n", sum);
     });
-    EXPECT_EQ(shell::runLine("sumArgs 10 0x10 -3 010"), "33\n");  // 010 is ten, not octal
-    EXPECT_EQ(shell::runLine("sumArgs 0xffffffff -2147483648"), "2147483647\n");
-    EXPECT_EQ(shell::runLine("sumArgs 4294967296"),
-              "bad argument '4294967296' to sumArgs: out of range -2147483648..4294967295 (a "
-              "32-bit word)\n");
-    EXPECT_EQ(shell::runLine("sumArgs --1"),
-              "bad argument '--1' to sumArgs: expected an integer\n");
+    const std::pair<const char*, const char*> cases[] = {
+        {"sumArgs 10 0x10 -3 010", "33\n"},  // 010 is ten, not octal
+        {"sumArgs 0xffffffff -2147483648", "2147483647\n"},
+        {"sumArgs 4294967296",
+         "bad argument '4294967296' to sumArgs: out of range -2147483648..4294967295 (a 32-bit "
+         "word)\n"},
+        {"sumArgs --1", "bad argument '--1' to sumArgs: expected an integer\n"}};
+    for (auto [line, out] : cases) EXPECT_EQ(shell::runLine(line), out) << line;
     shell::resetForTest();
 }
 

@@ -8,13 +8,15 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <span>
 #include <string>
 #include <vector>
+
+#include "support/wire.h"
 
 namespace {
 
 namespace ifm = vorn::ifm;
+using vorn::test::hex;
 
 struct IfCase {
     uint32_t type, slot, port, id;
@@ -80,16 +82,13 @@ TEST(IfIndexTest, OutOfRangeOrUnknownIndexesAreNamedUnknown) {
 }
 
 TEST(IfIndexTest, NameIsCutToTheBuffer) {
-    char buf[8];
-    std::memset(buf, 'x', sizeof buf);
+    char buf[8] = "xxxxxxx";
     EXPECT_EQ(ifmIfIndexToLName(0x0A000100, buf, 4), buf);
-    EXPECT_STREQ(buf, "Gig");
-    EXPECT_EQ(buf[4], 'x');
+    EXPECT_EQ(std::string(buf, 7), std::string("Gig\0xxx", 7));
     ifmIfIndexToName(0x16000000, buf, sizeof buf);
     EXPECT_STREQ(buf, "Unknown");
-    buf[0] = 'x';
     ifmIfIndexToName(0x0A000100, buf, 0);
-    EXPECT_EQ(buf[0], 'x');
+    EXPECT_STREQ(buf, "Unknown");
 }
 
 // The VLAN-interface list: u32 count, then count u32 ifIndexes, big-endian.
@@ -101,25 +100,12 @@ std::vector<uint32_t> walk(const std::vector<uint8_t>& list) {
 }
 
 TEST(IfIndexTest, VlanListWalkStopsAtCountOrAtTheEndOfTheSpan) {
-    const std::vector<uint8_t> three = {
-        0x00, 0x00, 0x00, 0x03,  // count 3
-        0x18, 0x00, 0x00, 0x0A,  // Vl 10
-        0x18, 0x00, 0x00, 0x14,  // Vl 20
-        0x18, 0x00, 0x0F, 0xFF,  // Vl 4095
-        0xDE, 0xAD, 0xBE, 0xEF,  // past the count: not read
-    };
-    const std::vector<uint8_t> overclaimed = {
-        0x00, 0x00, 0x00, 0x05,  // count 5, but only two whole entries follow
-        0x18, 0x00, 0x00, 0x01,  // Vl 1
-        0x18, 0x00, 0x00, 0x02,  // Vl 2
-        0x18, 0x00,              // half an entry
-    };
     using V = std::vector<uint32_t>;
+    // Three, and a word past the count that is not read; five claimed, two and a half there.
+    const auto three = hex("00000003 1800000A 18000014 18000FFF DEADBEEF");
     EXPECT_EQ(walk(three), (V{0x1800000A, 0x18000014, 0x18000FFF}));
-    EXPECT_EQ(walk(overclaimed), (V{0x18000001, 0x18000002}));
-    for (const std::vector<uint8_t>& empty :
-         {std::vector<uint8_t>{0, 0, 0, 0}, std::vector<uint8_t>{0, 0, 0}, std::vector<uint8_t>{}})
-        EXPECT_TRUE(walk(empty).empty());
+    EXPECT_EQ(walk(hex("00000005 18000001 18000002 1800")), (V{0x18000001, 0x18000002}));
+    for (const char* empty : {"00000000", "000000", ""}) EXPECT_TRUE(walk(hex(empty)).empty());
     uint32_t cursor = 0;
     EXPECT_EQ(ifmVlanIfListGetNextIfIndex(three, &cursor, nullptr), -1);
 }
@@ -128,8 +114,10 @@ struct ListDeleter {
     void operator()(IfmPhysLagIfList* l) const { ifmPhysLagIfListFree(l); }
 };
 using ListPtr = std::unique_ptr<IfmPhysLagIfList, ListDeleter>;
-ListPtr newList() {
-    return ListPtr(ifmPhysLagIfListInit());
+ListPtr newList(std::initializer_list<uint32_t> ifIndexes = {}) {
+    ListPtr list(ifmPhysLagIfListInit());
+    for (uint32_t i : ifIndexes) ifmPhysLagIfListAddIfIndex(list.get(), i);
+    return list;
 }
 
 std::vector<uint32_t> members(const IfmPhysLagIfList* list) {
@@ -158,16 +146,10 @@ TEST(PhysLagListTest, KeepsPortsAndLagsSortedAndRefusesOthers) {
 }
 
 TEST(PhysLagListTest, CompressWritesCountEntriesAndZeroTailForAtMost81) {
-    ListPtr list = newList();
-    ifmPhysLagIfListAddIfIndex(list.get(), 0x16000005);
-    ifmPhysLagIfListAddIfIndex(list.get(), 0x0A000100);
+    ListPtr list = newList({0x16000005, 0x0A000100});
     std::vector<uint8_t> out(ifm::kCompressedListLen, 0xEE);
     ASSERT_EQ(ifmCompressPhyLagIFList(list.get(), out), 0);
-    std::vector<uint8_t> want = {
-        0x00, 0x00, 0x00, 0x02,  // count 2
-        0x0A, 0x00, 0x01, 0x00,  // Gi 0/1
-        0x16, 0x00, 0x00, 0x05,  // Po 5
-    };
+    std::vector<uint8_t> want = hex("00000002 0A000100 16000005");
     want.resize(ifm::kCompressedListLen);  // the rest zero
     EXPECT_EQ(out, want);
     std::vector<uint8_t> shortOut(ifm::kCompressedListLen - 1);
@@ -188,37 +170,16 @@ TEST(PhysLagListTest, CompressWritesCountEntriesAndZeroTailForAtMost81) {
 }
 
 TEST(PhysLagListTest, DecompressRefusesBadInputAndLeavesListAlone) {
-    ListPtr list = newList();
-    ifmPhysLagIfListAddIfIndex(list.get(), 0x0A000200);
-
-    std::vector<uint8_t> tooMany(ifm::kCompressedListLen + 4, 0);
-    tooMany[3] = 82;  // count 82 (the buffer could hold it)
-    for (size_t i = 0; i < 82; ++i) {
-        tooMany[4 + i * 4] = 0x0A;
-        tooMany[4 + i * 4 + 2] = static_cast<uint8_t>(i % 64);
-    }
-    EXPECT_EQ(ifmDeCompressPhyLagIFList(tooMany, list.get()), -1);
-
-    const std::vector<uint8_t> truncated = {
-        0x00, 0x00, 0x00, 0x03,  // count 3, only two entries present
-        0x0A, 0x00, 0x01, 0x00,  // Gi 0/1
-        0x16, 0x00, 0x00, 0x05,  // Po 5
-    };
-    EXPECT_EQ(ifmDeCompressPhyLagIFList(truncated, list.get()), -1);
-
-    const std::vector<uint8_t> withVlan = {
-        0x00, 0x00, 0x00, 0x02,  // count 2
-        0x0A, 0x00, 0x01, 0x00,  // Gi 0/1
-        0x18, 0x00, 0x00, 0x0A,  // Vl 10: not a port or LAG
-    };
-    EXPECT_EQ(ifmDeCompressPhyLagIFList(withVlan, list.get()), -1);
-    EXPECT_EQ(ifmDeCompressPhyLagIFList(std::span<const uint8_t>(truncated).first(3), list.get()),
-              -1);
+    ListPtr list = newList({0x0A000200});
+    std::vector<uint8_t> tooMany = hex("00000052");  // count 82 (the buffer could hold it)
+    for (uint8_t i = 0; i < 82; ++i) tooMany.insert(tooMany.end(), {0x0A, 0, i, 0});
+    // Too many; two of three entries; a VLAN among them; three bytes.
+    for (const auto& bad : {tooMany, hex("00000003 0A000100 16000005"),
+                            hex("00000002 0A000100 1800000A"), hex("000000")})
+        EXPECT_EQ(ifmDeCompressPhyLagIFList(bad, list.get()), -1);
     EXPECT_EQ(members(list.get()), (std::vector<uint32_t>{0x0A000200}));
-
     // An input shorter than 328 bytes that holds its whole count is accepted.
-    const std::vector<uint8_t> one = {0, 0, 0, 1, 0x16, 0, 0, 0x07};
-    EXPECT_EQ(ifmDeCompressPhyLagIFList(one, list.get()), 0);
+    EXPECT_EQ(ifmDeCompressPhyLagIFList(hex("00000001 16000007"), list.get()), 0);
     EXPECT_EQ(members(list.get()), (std::vector<uint32_t>{0x0A000200, 0x16000007}));
 }
 
