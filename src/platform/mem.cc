@@ -8,6 +8,8 @@
 // several threads.
 #include "platform/mem.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
@@ -66,6 +68,7 @@ struct MemState {
     Row heap{"sys", 0, 0};
     std::unordered_map<void*, Owner> blocks;
     std::vector<Injection> injections;
+    size_t freedSinceTrim = 0;  // bytes of blocks freed since the last malloc_trim
 };
 
 // Never destroyed, so that threads still running at exit can free what they hold.
@@ -97,14 +100,31 @@ void* allocFrom(MemState& s, Row& row, Kind kind, size_t bytes) {
     return p;
 }
 
+// Every this many bytes of blocks freed, the C library is asked to give its free memory back
+// to the system: a burst of message buffers (a configuration replayed to twelve agents) would
+// otherwise stay in the process's resident size for good.
+constexpr size_t kTrimEvery = 1 << 20;
+
 int freeBlock(Kind kind, void* p) {
     MemState& s = state();
-    std::lock_guard<std::mutex> lock(s.mu);
-    auto it = s.blocks.find(p);
-    if (it == s.blocks.end() || it->second.kind != kind) return -1;
-    --it->second.row->inUse;
-    s.blocks.erase(it);
-    std::free(p);
+    bool trim = false;
+    {
+        std::lock_guard<std::mutex> lock(s.mu);
+        auto it = s.blocks.find(p);
+        if (it == s.blocks.end() || it->second.kind != kind) return -1;
+        Row* row = it->second.row;
+        --row->inUse;
+        s.blocks.erase(it);
+        std::free(p);
+        s.freedSinceTrim += row->size;
+        // Also when the last block of a size class goes: the end of a burst.
+        if (s.freedSinceTrim >= kTrimEvery ||
+            (row->inUse == 0 && s.freedSinceTrim >= kTrimEvery / 16)) {
+            s.freedSinceTrim = 0;
+            trim = true;
+        }
+    }
+    if (trim) malloc_trim(0);
     return 0;
 }
 
