@@ -29,7 +29,7 @@ int vornProcessCliMsg(uint8_t* msg) {
     const vorn::be::Reader received = vornMsgReader(msg);
     const uint32_t type = received.u32(vorn::nm::kOffType);
     if (vornIsShowRequest(type)) {
-        vorn::cfg::reqSetStatus(msg, 0);
+        // No status is cleared here: a show request's bytes 84 on hold its paging state.
         VORN_DBG("%s \r\n", __func__);
         return vornProcessShowSummary(msg);
     }
