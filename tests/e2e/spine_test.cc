@@ -2,7 +2,6 @@
 // refuse, its clean stop, and the refusal of a second manager on the same run directory.
 
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/wait.h>
 
 #include <chrono>
@@ -76,20 +75,6 @@ TEST(Spine, StopsCleanlyAndASecondManagerIsRefused) {
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0) << c.simLog();
     EXPECT_NE(c.simLog().find("ended: exit status 0"), std::string::npos) << c.simLog();
-    for (const auto& entry : std::filesystem::directory_iterator(c.rundir()))
-        EXPECT_FALSE(entry.is_socket()) << entry.path();
-}
-
-TEST(Spine, ManagerAloneEndsWithStatusZeroOnSigterm) {
-    Chassis c;
-    std::filesystem::create_directory(c.rundir());
-    std::filesystem::permissions(c.rundir(), std::filesystem::perms::owner_all);
-    pid_t pid = spawn({VORND_PATH, "--rundir", c.rundir()}, c.base() + "/vornd.out");
-    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(c.rundir() + "/226.0.1"); }, 5000));
-    ASSERT_EQ(kill(pid, SIGTERM), 0);
-    int status = waitEnd(pid, 5000);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0);
     for (const auto& entry : std::filesystem::directory_iterator(c.rundir()))
         EXPECT_FALSE(entry.is_socket()) << entry.path();
 }

@@ -64,6 +64,9 @@ TEST(Stop, SigtermDuringABurstLeavesAWholeRunningConfig) {
     }
     EXPECT_GT(rings, 0);
     EXPECT_FALSE(std::filesystem::exists(c.rundir() + "/226.0.1")) << "its socket is left";
+    EXPECT_TRUE(
+        eventually([&] { return c.simLog().find(": exit status 0") != std::string::npos; }, 5000))
+        << c.simLog();
     c.stop();
 }
 
