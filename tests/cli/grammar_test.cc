@@ -45,12 +45,15 @@ TEST_F(ShellHelpTest, QuestionMarkListsWhatMayComeNext) {
         V words;  // the first word of each help line; {} with free text
     };
     const Case cases[] = {
-        {false, "", {"end", "exit", "help", "no", "protocol", "shell", "show", "sim", "write"}},
+        {false,
+         "",
+         {"clear", "debug", "end", "exit", "help", "no", "protocol", "shell", "show", "sim",
+          "undebug", "write"}},
         {false, "pro", {"protocol"}},
         {false, "protocol vorn ", {"<1-255>"}},
-        {false, "no ", {"protocol"}},
+        {false, "no ", {"debug", "protocol"}},
         {true, "mode ", {"master", "transit"}},
-        {true, "d", {"description", "disable"}},
+        {true, "d", {"debug", "description", "disable"}},
         {true, "timer ", {"dead-interval", "hello-interval"}},
         {true, "timer hello-interval 300 ", {"<cr>"}},
         {true, "interface primary ", {"INTERFACE"}},

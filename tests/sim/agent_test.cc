@@ -463,5 +463,48 @@ TEST_F(AgentTest, StatisticsAreAnsweredInPlaceAndCleared) {
     EXPECT_EQ(ask(5), W(6, 0));
 }
 
+TEST_F(AgentTest, DebugDownloadsAreAppliedAndShown) {
+    registerAgent();
+    // A debug download (0x6406) body: undebug-all flag, count, then 116-byte records: u16
+    // ring, 2 zero bytes, and per debug index u8 set, u8 off, 2 zero bytes, type, mode, count.
+    auto download = [](uint32_t undebugAll, std::vector<std::vector<uint8_t>> recs) {
+        std::vector<uint8_t> body(8, 0);
+        be::Writer(body.data(), 8).u32(0, undebugAll);
+        be::Writer(body.data(), 8).u32(4, static_cast<uint32_t>(recs.size()));
+        for (const auto& r : recs) body.insert(body.end(), r.begin(), r.end());
+        return body;
+    };
+    auto rec = [](uint16_t ring, std::vector<std::array<uint32_t, 5>> entries) {
+        std::vector<uint8_t> r(116, 0);
+        be::Writer w(r.data(), r.size());
+        w.u16(0, ring);
+        for (auto [index, off, type, mode, count] : entries) {
+            size_t at = 4 + 16 * index;
+            w.u8(at, 1);
+            w.u8(at + 1, static_cast<uint8_t>(off));
+            w.u32(at + 4, type);
+            w.u32(at + 8, mode);
+            w.u32(at + 12, count);
+        }
+        return r;
+    };
+    send(0x6406, download(0, {rec(5, {{0, 0, 0xBBBB, 0, 0}, {5, 0, 0xCCCC, 0x01, 20}}),
+                              rec(6, {{3, 0, 0xAAAA, 0x10, 0}})}));
+    EXPECT_NE(agent_.describe().find("  debugging:      ring 5: event debugging, packet "
+                                     "debugging for Rx (count 20); ring 6: detail debugging "
+                                     "for Tx\n"),
+              std::string::npos)
+        << agent_.describe();
+    send(0x6406, download(0, {rec(5, {{0, 1, 0xBBBB, 0, 0}})}));  // event off
+    sim::Json j = sim::Json::parse(agent_.toJson().dump());
+    ASSERT_EQ(j.at("debugging").size(), 2u);
+    EXPECT_EQ(j.at("debugging").at(0).at("kind"), "packet");
+    EXPECT_EQ(j.at("debugging").at(0).at("count"), 20);
+    EXPECT_EQ(j.at("debugging").at(1).at("ring"), 6);
+    send(0x6406, download(1, {rec(0, {})}));  // undebug all
+    EXPECT_TRUE(agent_.debugging().empty());
+    EXPECT_NE(agent_.describe().find("  debugging:      none\n"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace vorn

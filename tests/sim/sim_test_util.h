@@ -68,7 +68,7 @@ private:
 inline sim::VlanSet vlans(const char* text) {
     sim::VlanSet set{};
     std::string err;
-    EXPECT_TRUE(sim::cli::parseVlanList(text, &set, &err)) << err;
+    EXPECT_TRUE(cli::parseVlanList(text, &set, &err)) << err;
     return set;
 }
 
