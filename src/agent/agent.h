@@ -75,6 +75,17 @@ int vornDnldIfInfoToAgt(int slot);
 // The slot's pending debug buffer with room for one more record (a full one is sent first),
 // or null when no buffer could be had.
 uint8_t* vornGetDbgPendBufToFill(int slot);
+// Appends a record for `ringId` with no entry set to the slot's pending debug buffer: the
+// buffer, with the record's offset in *rec, or null when no buffer could be had.
+uint8_t* vornDbgRecordAppend(int slot, uint16_t ringId, size_t* rec);
+// Sets entry `index` (0..6) of the record at `rec` with these values.
+struct VornDbgEntryValues {
+    uint8_t off;  // 1: the setting goes off
+    uint32_t type;
+    uint32_t mode;
+    uint32_t count;
+};
+void vornDbgEntryFill(uint8_t* buf, size_t rec, int index, const VornDbgEntryValues& v);
 // Queues one record with every debug setting of the ring that is on, for the agent of its
 // designated line card; the record goes even when no setting is on. Returns 0, or -1 when the
 // ring has no designated line card or no buffer could be had.

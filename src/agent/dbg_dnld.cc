@@ -1,8 +1,6 @@
 // Debug-settings records queued for the agents: the pending debug buffer of a slot, and the
 // re-download of a ring's settings to the agent that runs it.
 
-#include <array>
-
 #include "agent/agent.h"
 #include "agent/pending.h"
 #include "platform/codec.h"
@@ -12,6 +10,7 @@
 #include "task/trace.h"
 #include "wire/agent.h"
 #include "wire/msgtypes.h"
+#include "wire/show.h"
 
 namespace {
 
@@ -20,21 +19,6 @@ using vorn::be::Reader;
 using vorn::be::Writer;
 
 static_assert(dbg::kEntries == VORN_NUM_DBG_TYPES);
-
-// The debug type and mode of each debug index, as the agents know them.
-struct DbgIndex {
-    uint32_t type;
-    uint32_t mode;
-};
-constexpr std::array<DbgIndex, dbg::kEntries> kIndexes = {{
-    {dbg::kTypeEvent, 0},
-    {dbg::kTypeDetail, dbg::kModeBoth},
-    {dbg::kTypeDetail, dbg::kModeRx},
-    {dbg::kTypeDetail, dbg::kModeTx},
-    {dbg::kTypePacket, dbg::kModeBoth},
-    {dbg::kTypePacket, dbg::kModeRx},
-    {dbg::kTypePacket, dbg::kModeTx},
-}};
 
 }  // namespace
 
@@ -63,24 +47,37 @@ uint8_t* vornGetDbgPendBufToFill(int slot) {
     return pending;
 }
 
+uint8_t* vornDbgRecordAppend(int slot, uint16_t ringId, size_t* rec) {
+    uint8_t* buf = vornGetDbgPendBufToFill(slot);
+    if (buf == nullptr) return nullptr;
+    const uint32_t count = Reader(buf, VORN_MSG_BUF_SIZE).u32(dbg::kOffCount);
+    *rec = dbg::kOffRecords + dbg::kRecLen * count;
+    Writer w(buf, VORN_MSG_BUF_SIZE);
+    w.u16(*rec + dbg::kOffRingId, ringId);
+    w.u32(dbg::kOffCount, count + 1);
+    return buf;
+}
+
+void vornDbgEntryFill(uint8_t* buf, size_t rec, int index, const VornDbgEntryValues& v) {
+    if (buf == nullptr || index < 0 || index >= dbg::kEntries) return;
+    const size_t entry = rec + dbg::kOffEntries + dbg::kEntryLen * static_cast<size_t>(index);
+    Writer w(buf, VORN_MSG_BUF_SIZE);
+    w.u8(entry + dbg::kOffSet, 1);
+    w.u8(entry + dbg::kOffOff, v.off);
+    w.u32(entry + dbg::kOffType, v.type);
+    w.u32(entry + dbg::kOffMode, v.mode);
+    w.u32(entry + dbg::kOffCountLimit, v.count);
+}
+
 int vornSendDbgMsgOnLCUp(VornRingEntry* ring, uint16_t ringId) {
     if (ring == nullptr || ring->u2DesgLineCard >= VORN_MAX_SLOTS) return -1;
-    int slot = ring->u2DesgLineCard;
-    uint8_t* buf = vornGetDbgPendBufToFill(slot);
+    size_t rec = 0;
+    uint8_t* buf = vornDbgRecordAppend(ring->u2DesgLineCard, ringId, &rec);
     if (buf == nullptr) return -1;
-    Writer w(buf, VORN_MSG_BUF_SIZE);
-    uint32_t count = Reader(buf, VORN_MSG_BUF_SIZE).u32(dbg::kOffCount);
-    size_t rec = dbg::kOffRecords + dbg::kRecLen * count;
-    w.u16(rec + dbg::kOffRingId, ringId);
-    for (size_t i = 0; i < kIndexes.size(); ++i) {
-        if (ring->dbgCfg[i].isSet != 1) continue;
-        size_t entry = rec + dbg::kOffEntries + dbg::kEntryLen * i;
-        w.u8(entry + dbg::kOffSet, 1);
-        w.u8(entry + dbg::kOffOff, 0);
-        w.u32(entry + dbg::kOffType, kIndexes[i].type);
-        w.u32(entry + dbg::kOffMode, kIndexes[i].mode);
-        w.u32(entry + dbg::kOffCountLimit, ring->dbgCfg[i].count);
+    for (int i = 0; i < dbg::kEntries; ++i) {
+        const VornDbgEntry& e = ring->dbgCfg[static_cast<size_t>(i)];
+        const vorn::dbgreq::Setting& s = vorn::dbgreq::kSettingsByIndex[i];
+        if (e.isSet == 1) vornDbgEntryFill(buf, rec, i, {0, s.type, s.mode, e.count});
     }
-    w.u32(dbg::kOffCount, count + 1);
     return 0;
 }

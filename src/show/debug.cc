@@ -144,23 +144,13 @@ void vornDebugAddRemoveConfig(int index, const VornDbgRequest& request, const Vo
 }
 
 int vornFillAndSendDbgBuf(int slot, const VornDbgRequest& request, int index) {
-    uint8_t* buf = vornGetDbgPendBufToFill(slot);
+    size_t rec = 0;
+    uint8_t* buf = vornDbgRecordAppend(slot, static_cast<uint16_t>(request.ringId), &rec);
     if (buf == nullptr) return -1;
-    vorn::be::Writer w(buf, VORN_MSG_BUF_SIZE);
-    const uint32_t count = vorn::be::Reader(buf, VORN_MSG_BUF_SIZE).u32(dbg::kOffCount);
-    const size_t rec = dbg::kOffRecords + dbg::kRecLen * count;
-    w.u16(rec + dbg::kOffRingId, static_cast<uint16_t>(request.ringId));
-    if (index >= 0 && index < kUndebugAllIndex) {
-        const size_t entry = rec + dbg::kOffEntries + dbg::kEntryLen * static_cast<size_t>(index);
-        w.u8(entry + dbg::kOffSet, 1);
-        w.u8(entry + dbg::kOffOff, request.off);
-        w.u32(entry + dbg::kOffType, request.type);
-        w.u32(entry + dbg::kOffMode, request.mode);
-        w.u32(entry + dbg::kOffCountLimit, request.count);
-    } else if (index == kUndebugAllIndex && request.ringId == 0) {
-        w.u32(dbg::kOffUndebugAll, 1);
-    }
-    w.u32(dbg::kOffCount, count + 1);
+    if (index >= 0 && index < kUndebugAllIndex)
+        vornDbgEntryFill(buf, rec, index, {request.off, request.type, request.mode, request.count});
+    else if (index == kUndebugAllIndex && request.ringId == 0)
+        vorn::be::Writer(buf, VORN_MSG_BUF_SIZE).u32(dbg::kOffUndebugAll, 1);
     return 0;
 }
 
