@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds everything, starts a simulated chassis (vornsim, which starts vornd) on a fresh run
 # directory, brings up two ports with their VLANs, configures ring 5 through vornctl, shows
-# the ring run by the agent of its secondary's card and what L2PM was told, breaks and heals
-# the ring, takes that card down and up again, and stops the chassis.
+# the ring as the operator sees it (show vorn ring 5, show vorn ring summary) and as the agent
+# of its secondary's card runs it, what L2PM was told, breaks and heals the ring, debugs and
+# clears its counters, takes that card down and up again, and stops the chassis.
 set -euo pipefail
 cd "$(dirname "$0")"
 scripts/install-deps.sh
@@ -46,6 +47,10 @@ run show running-config
 sleep 0.3
 echo "== the agent of slot 1 runs ring 5 as master: its secondary blocks the member VLANs"
 run sim show agents
+echo "== what the operator sees of the rings"
+run show vorn ring 5
+run show vorn ring summary
+run --json show vorn ring summary
 run shell vornPrintRing 5
 echo "== what L2PM was told"
 run sim show l2pm
@@ -55,6 +60,15 @@ sleep 0.3
 run sim show agents
 run sim show l2pm
 run sim port Gi 0/1 up
+sleep 0.3
+echo "== the agent counted the link going down and up; debugging and clearing reach it too"
+run show vorn ring 5
+run debug vorn ring 5 packet rx count 100
+run show debugging
+run clear vorn counters ring 5
+run show vorn ring 5
+run undebug all
+run show debugging
 echo "== card 1 goes down: no other card can run ring 5, the manager takes its ports"
 run sim card down 1
 sleep 0.3
