@@ -122,29 +122,22 @@ TEST_F(CfgStoreTest, DebugHeaderAndEntriesGoToTheirOwnFile) {
     EXPECT_EQ(debug(), " zero\r\n VORN ring 3 event\r\n VORN ring 8 packet\r\n");
 }
 
-TEST_F(CfgStoreTest, UnwritableFileKeepsTheLineForTheNextRewrite) {
-    // A directory in the file's place: the rename onto it fails, whoever runs the test.
-    fs::create_directory(rundir_.path() + "/running-config");
-    EXPECT_EQ(qelCfgInsert(0, ringLine(1, 0, 0, "a")), 0);
-    EXPECT_FALSE(vorn::host::cfgStoreCommit());
-    EXPECT_EQ(vorn::host::cfgLineCount(), 1u);
-    EXPECT_EQ(strayFiles().size(), 0u);  // the temporary file is gone
-    fs::remove(rundir_.path() + "/running-config");
-    EXPECT_TRUE(vorn::host::cfgStoreCommit()) << "the failed file stays due for writing";
-    EXPECT_EQ(running(), "a\r\n");
-}
-
-TEST_F(CfgStoreTest, ChangesReachTheFilesAtTheCommitOnlyAndAFailedTaskKeyChangesNothing) {
-    EXPECT_EQ(qelCfgInsert(-1, ringLine(1, 0, 0, "refused")), -1);
+TEST_F(CfgStoreTest, ChangesReachTheFilesAtTheCommitOnlyAndAFailedWriteStaysDue) {
+    const std::string running = rundir_.path() + "/running-config";
+    EXPECT_EQ(qelCfgInsert(-1, ringLine(1, 0, 0, "refused")), -1);  // a failed task key
     EXPECT_EQ(qelCfgSync(-1), -1);
     EXPECT_EQ(qelCfgInsert(0, ringLine(1, 0, 0, "a")), 0);
     EXPECT_EQ(qelCfgInsert(0, ringLine(2, 0, 0, "b")), 0);
-    EXPECT_FALSE(fs::exists(rundir_.path() + "/running-config")) << "written per change";
-    EXPECT_TRUE(vorn::host::cfgStoreCommit());
+    EXPECT_FALSE(fs::exists(running)) << "written per change";
+    // A directory in the file's place: the rename onto it fails, whoever runs the test.
+    fs::create_directory(running);
+    EXPECT_FALSE(vorn::host::cfgStoreCommit());
+    EXPECT_TRUE(strayFiles().empty());  // the temporary file is gone
+    fs::remove(running);
+    EXPECT_TRUE(vorn::host::cfgStoreCommit()) << "the failed file stays due for writing";
     EXPECT_EQ(onDisk("running-config"), "a\r\nb\r\n");
     EXPECT_FALSE(fs::exists(rundir_.path() + "/debug-config")) << "only changed files are written";
     EXPECT_EQ(qelCfgSync(0), 0);  // both files, changed or not
-    EXPECT_EQ(onDisk("debug-config"), "");
     EXPECT_TRUE(fs::exists(rundir_.path() + "/debug-config"));
 }
 

@@ -1,4 +1,4 @@
-// Host IPC: endpoints, validation of received datagrams, routing of sends and replies,
+// Host IPC: validation of received datagrams, routing of sends and replies,
 // send-and-wait, the run directory's policy, and the debug shell served on a request queue.
 
 #include <fcntl.h>
@@ -37,15 +37,10 @@ std::vector<uint8_t> makeMsg(uint32_t mtype, uint32_t len, int dstSvc, int dstIn
 
 // A datagram of the first len bytes of m, sent from an unbound socket to a socket path,
 // bypassing the host library.
-sockaddr_un addressOf(const std::string& path) {
-    sockaddr_un a{};
-    a.sun_family = AF_UNIX;
-    std::strncpy(a.sun_path, path.c_str(), sizeof(a.sun_path) - 1);
-    return a;
-}
 void sendRaw(const std::string& path, const std::vector<uint8_t>& m, size_t len) {
     int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
-    sockaddr_un a = addressOf(path);
+    sockaddr_un a{.sun_family = AF_UNIX, .sun_path = {}};
+    std::strncpy(a.sun_path, path.c_str(), sizeof(a.sun_path) - 1);
     ASSERT_EQ(sendto(fd, m.data(), len, 0, reinterpret_cast<sockaddr*>(&a), sizeof(a)),
               static_cast<ssize_t>(len));
     close(fd);
@@ -53,7 +48,7 @@ void sendRaw(const std::string& path, const std::vector<uint8_t>& m, size_t len)
 
 using IpcTest = PlatformTest;
 
-TEST_F(IpcTest, MalformedDatagramsAreDroppedAndCounted) {
+TEST_F(IpcTest, MalformedDatagramsAreDroppedSendsRouteByTargetAndRepliesReturnToSource) {
     QelKey mgr = qelIpcTmrOpen(226, 0);
     ASSERT_GT(mgr, 0);
     std::string path = host::queuePath(226, 0, 1);
@@ -67,26 +62,22 @@ TEST_F(IpcTest, MalformedDatagramsAreDroppedAndCounted) {
     sendRaw(path, badLen, 100);    // length word says 99
     sendRaw(path, good, 100);      // the only good one
 
-    std::array<uint8_t, 8192> buf{};
-    int fd = Key_getReqQueue(mgr);
+    std::vector<uint8_t> buf(8192);
     std::vector<int> results;
-    for (int i = 0; i < 5; ++i) results.push_back(qelIpcRecv(fd, buf.data(), 8192, 0, 0, 0));
+    for (int i = 0; i < 5; ++i)
+        results.push_back(qelIpcRecv(Key_getReqQueue(mgr), buf.data(), 8192, 0, 0, 0));
     EXPECT_EQ(results, (std::vector<int>{-1, -1, -1, 100, -1}));
     host::IpcStats s = host::ipcStats();
     EXPECT_EQ(W({uint32_t(s.droppedShort), uint32_t(s.droppedMagic), uint32_t(s.droppedLength),
                  uint32_t(s.received)}),
               (W{1, 1, 1, 1}));
-}
 
-TEST_F(IpcTest, SendRoutesByTargetAndReplyReturnsToSource) {
-    QelKey mgr = qelIpcTmrOpen(226, 0);
+    // A send routes by its target; the reply returns to the source.
     QelKey cli = qelIpcTmrOpen(40, 7);
-    ASSERT_TRUE(mgr > 0 && cli > 0);
+    ASSERT_GT(cli, 0);
     auto req = makeMsg(6001, 120, 226, 0);
     be::Writer(req.data(), req.size()).u32(64, 0xabcd);
     ASSERT_EQ(qelIpcSend(cli, req.data(), 120), 0);
-
-    std::vector<uint8_t> buf(8192);
     ASSERT_EQ(qelIpcRecvWait(Key_getReqQueue(mgr), buf.data(), 8192, 1000), 120);
     buf.resize(120);
     // Magic, no reply flag, the sender's pid, the body as sent.
@@ -133,29 +124,6 @@ TEST_F(IpcTest, SendWaitTimesOutAndALateAnswerDoesNotSatisfyTheNextExchange) {
     EXPECT_EQ(be::Reader(again.data(), 124).u32(64), 7u);
     next.join();
     EXPECT_EQ(host::ipcStats().droppedStaleReply, stale + 1);
-
-    // No responder at all: the send itself fails at once.
-    auto none = makeMsg(18403, 124, 138, 0);
-    EXPECT_EQ(qelIpcSendWait(mgr, none.data(), 124, 50, 18403, 0), -1);
-}
-
-TEST_F(IpcTest, LiveEndpointIsNotStolenButStaleOneIsReplaced) {
-    QelKey first = qelIpcTmrOpen(226, 0);
-    ASSERT_GT(first, 0);
-    EXPECT_TRUE(host::endpointAlive(host::queuePath(226, 0, 1)));
-    EXPECT_EQ(qelIpcTmrOpen(226, 0), -1) << "a live endpoint must not be taken over";
-
-    // A socket file left behind by a dead process is replaced.
-    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
-    std::string stale = host::queuePath(138, 0, 1);
-    sockaddr_un a = addressOf(stale);
-    ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)), 0);
-    close(fd);
-    EXPECT_FALSE(host::endpointAlive(stale));
-    EXPECT_GT(qelIpcTmrOpen(138, 0), 0);
-
-    EXPECT_EQ(qelIpcClose(first), 0);
-    EXPECT_NE(access(host::queuePath(226, 0, 1).c_str(), F_OK), 0) << "socket unlinked";
 }
 
 TEST(RunDirTest, RefusesWhatAnotherUserCouldSubvert) {
