@@ -17,6 +17,7 @@
 namespace {
 
 using vorn::test::MgrTest;
+using W = std::vector<uint32_t>;
 using vorn::test::po;
 namespace ifm = vorn::ifm;
 
@@ -71,58 +72,26 @@ protected:
     VornPortEntry* lag_ = nullptr;
 };
 
-TEST_F(LagTest, MembersKeepArrivalOrderAndRemovalMovesTheLastIntoTheHole) {
+TEST_F(LagTest, MembersKeepArrivalOrderRepeatsAndRemovalMovesTheLastIntoTheHole) {
     for (uint16_t n : {200, 150, 300}) ASSERT_EQ(add(n), 0);
     EXPECT_EQ(members(), (std::vector<uint16_t>{200, 150, 300}));
-    EXPECT_EQ(list().lastEmptyIndex, 3);
-    EXPECT_EQ(list().desgPortNum, 150);  // the smallest
+    EXPECT_EQ(W({list().lastEmptyIndex, list().desgPortNum}), (W{3, 150}));  // the smallest
     for (uint16_t n : {150, 200, 300}) EXPECT_EQ(gVornPort[n]->u2LagParent, 1) << n;
+    // 200 is not the designated port: it stays; 150 is: the smallest left takes over.
     const struct {
-        uint16_t remove;
-        std::vector<uint16_t> members;
-        uint16_t desg;
-    } steps[] = {
-        {200, {300, 150}, 150},  // not the designated port: it stays
-        {150, {300}, 300},       // the designated port: the smallest left takes over
-        {300, {}, 0},
-    };
-    for (const auto& s : steps) {
-        SCOPED_TRACE(s.remove);
-        EXPECT_EQ(del(s.remove), 0);
-        EXPECT_EQ(members(), s.members);
-        EXPECT_EQ(list().lastEmptyIndex, s.members.size());
-        EXPECT_EQ(list().desgPortNum, s.desg);
-        EXPECT_EQ(gVornPort[s.remove]->u2LagParent, 0);
+        uint16_t gone;
+        std::vector<uint16_t> left;
+        uint32_t desg;
+    } steps[] = {{200, {300, 150}, 150}, {150, {300}, 300}, {300, {}, 0}};
+    for (const auto& [gone, left, desg] : steps) {
+        EXPECT_EQ(del(gone), 0);
+        EXPECT_EQ(members(), left);
+        EXPECT_EQ(W({list().lastEmptyIndex, list().desgPortNum, gVornPort[gone]->u2LagParent}),
+                  (W{uint32_t(left.size()), desg, 0}))
+            << gone;
     }
     for (uint16_t m : list().members) EXPECT_EQ(m, 0);
-}
 
-TEST_F(LagTest, TheThirtyThirdMemberIsRefused) {
-    // Added from the highest number down, so every insert changes the designated port.
-    for (uint16_t n = 160; n >= 129; --n) ASSERT_EQ(add(n), 0) << n;
-    EXPECT_EQ(list().lastEmptyIndex, 32);
-    EXPECT_EQ(list().desgPortNum, 129);
-    const VornLagPortList before = list();
-
-    vornDbgPrint = 1;
-    std::string out = captureStdout([&] { EXPECT_EQ(add(161), -1); });
-    vornDbgPrint = 0;
-    EXPECT_NE(out.find("vornProcessAddLagPort: LAG member ports limit exceeded. Lag = 1, "
-                       "Port = 161\r\n"),
-              std::string::npos)
-        << out;
-    EXPECT_EQ(std::memcmp(&list(), &before, sizeof(before)), 0);
-    EXPECT_EQ(gVornPort[161]->u2LagParent, 0);
-
-    // Once a member leaves, the newcomer takes the last slot.
-    ASSERT_EQ(del(129), 0);
-    EXPECT_EQ(list().desgPortNum, 130);
-    ASSERT_EQ(add(161), 0);
-    EXPECT_EQ(list().members[31], 161);
-    EXPECT_EQ(list().lastEmptyIndex, 32);
-}
-
-TEST_F(LagTest, RepeatsAndNonMembers) {
     // A repeated notification adds the member twice; a removal takes one copy.
     ASSERT_EQ(add(150), 0);
     ASSERT_EQ(add(150), 0);
@@ -138,43 +107,54 @@ TEST_F(LagTest, RepeatsAndNonMembers) {
     EXPECT_EQ(std::memcmp(&list(), &before, sizeof(before)), 0);
 }
 
+TEST_F(LagTest, TheThirtyThirdMemberIsRefused) {
+    // Added from the highest number down, so every insert changes the designated port.
+    for (uint16_t n = 160; n >= 129; --n) ASSERT_EQ(add(n), 0) << n;
+    EXPECT_EQ(W({list().lastEmptyIndex, list().desgPortNum}), (W{32, 129}));
+    const VornLagPortList before = list();
+    vornDbgPrint = 1;
+    std::string out = captureStdout([&] { EXPECT_EQ(add(161), -1); });
+    EXPECT_NE(out.find("vornProcessAddLagPort: LAG member ports limit exceeded. Lag = 1, "
+                       "Port = 161\r\n"),
+              std::string::npos)
+        << out;
+    EXPECT_EQ(std::memcmp(&list(), &before, sizeof(before)), 0);
+    EXPECT_EQ(gVornPort[161]->u2LagParent, 0);
+    // Once a member leaves, the newcomer takes the last slot.
+    ASSERT_EQ(del(129), 0);
+    EXPECT_EQ(list().desgPortNum, 130);
+    ASSERT_EQ(add(161), 0);
+    EXPECT_EQ(W({list().members[31], list().lastEmptyIndex}), (W{161, 32}));
+}
+
 TEST_F(LagTest, RefusedNotificationsChangeNothing) {
     ASSERT_EQ(add(200), 0);
     VornPortEntry* plain = member(150);  // a physical port: it has no member list
-    VornPortEntry* inList = gVornPort[200];
     const struct {
-        const char* name;
-        uint32_t lagIfIndex;
-        uint32_t memberIfIndex;
+        uint32_t lagIfIndex, memberIfIndex;
         size_t len;
         const char* traceEnd;  // how the "Invalid params" line ends; null: no such line
     } cases[] = {
-        {"LAG without a record", po(2), phys(200), 8, "pMemberPort = 0xc8\r\n"},
-        {"member without a record", po(1), phys(400), 8, "pMemberPort = 0x190\r\n"},
-        {"member number 898", po(1), phys(898), 8, "pMemberPort = 0x382\r\n"},
-        {"LAG number 0", po(0), phys(200), 8, "pMemberPort = 0xc8\r\n"},
-        {"LAG record without a list", phys(150), phys(200), 8, "pMemberPort = 0xc8\r\n"},
-        {"record too short", po(1), phys(200), 7, nullptr},
+        {po(2), phys(200), 8, "pMemberPort = 0xc8\r\n"},      // a LAG without a record
+        {po(1), phys(400), 8, "pMemberPort = 0x190\r\n"},     // a member without a record
+        {po(1), phys(898), 8, "pMemberPort = 0x382\r\n"},     // member number 898
+        {po(0), phys(200), 8, "pMemberPort = 0xc8\r\n"},      // LAG number 0
+        {phys(150), phys(200), 8, "pMemberPort = 0xc8\r\n"},  // a LAG record without a list
+        {po(1), phys(200), 7, nullptr},                       // the record too short
     };
     const VornLagPortList before = list();
+    vornDbgPrint = 1;
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.traceEnd == nullptr ? "too short" : c.traceEnd);
         auto rec = lagRec(c.lagIfIndex, c.memberIfIndex);
         for (auto* op : {vornLagInsertMember, vornLagRemoveMember}) {
-            vornDbgPrint = 1;
             std::string out = captureStdout([&] { EXPECT_EQ(op(rec.data(), c.len, kAdd), -1); });
-            vornDbgPrint = 0;
-            if (c.traceEnd != nullptr) {
-                EXPECT_NE(out.find("vornProcessAddLagPort(): Invalid params: pLag = "),
-                          std::string::npos)
-                    << out;
-                EXPECT_TRUE(out.ends_with(c.traceEnd)) << out;
-            } else {
-                EXPECT_EQ(out, "");
-            }
+            const bool invalid =
+                out.find("vornProcessAddLagPort(): Invalid params: pLag = ") != std::string::npos;
+            EXPECT_TRUE(c.traceEnd == nullptr ? out.empty() : invalid && out.ends_with(c.traceEnd))
+                << out;
             EXPECT_EQ(std::memcmp(&list(), &before, sizeof(before)), 0);
-            EXPECT_EQ(inList->u2LagParent, 1);
-            EXPECT_EQ(plain->u2LagParent, 0);
+            EXPECT_EQ(W({gVornPort[200]->u2LagParent, plain->u2LagParent}), (W{1, 0}));
             EXPECT_EQ(plain->pLagPortList, nullptr);
         }
     }
