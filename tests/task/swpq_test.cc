@@ -32,68 +32,40 @@ protected:
     uint8_t* buffer(uint32_t len = 200) { return static_cast<uint8_t*>(vornVarPoolMalloc(len)); }
 };
 
-TEST_F(SwpQueueTest, L2pmSendFillsTheHeader) {
-    QelKey l2pm = openPeer(166, 0);
-    createL2pmQueue();
-    uint8_t* b = buffer();
-    ASSERT_EQ(vornSwpSendToL2Pm(MT_L2PM_PORT_STATE, b, 200), 0);
-    auto m = recvOn(l2pm);
-    ASSERT_EQ(m.size(), 200u);
-    // The sender task is not set on sends to L2PM.
-    EXPECT_EQ(
-        test::words(m, {ipc::kOffMtype, ipc::kOffMlen, ipc::kOffW20, ipc::kOffSrcSlot,
-                        ipc::kOffSrcCard, ipc::kOffSrcSvce, ipc::kOffDstCard, ipc::kOffDstSvce,
-                        ipc::kOffSenderTask, swp::kOffSeq}),
-        (std::vector<uint32_t>{MT_L2PM_PORT_STATE, 200, 0, 0, 0x7F000001, qel_getQueueId(226, 0, 1),
-                               0x7F000001, qel_getQueueId(166, 0, 1), 0, 1}));
-}
-
-TEST_F(SwpQueueTest, SendsToMissingAgentsAndAddressFailures) {
-    uint64_t start = varBlocksInUse();
-    // No queue for the slot: the buffer is dropped and the send reports success.
-    EXPECT_EQ(vornSwpSendToAgent(MT_VORN_RING_CFG, buffer(), 200, 4), 0);
-    EXPECT_EQ(varBlocksInUse(), start);
-    // No queue: send-and-wait returns at once, with the buffer untouched.
-    std::array<uint8_t, 128> req{};
-    req[100] = 0x5a;
-    EXPECT_EQ(vornAgtSendAndWait(MT_VORN_RING_STATS, 4, 128, req.data()), 0);
-    EXPECT_EQ(req[ipc::kOffMtype + 3], 0) << "header not filled";
-    EXPECT_EQ(req[100], 0x5a);
-
-    // The L2PM send frees the buffer when L2PM's address cannot be found.
-    vornErrPrint = 1;
-    std::string out = captureStdout(
-        [] { EXPECT_EQ(vornSwpSendToL2Pm(MT_L2PM_FLUSH, vornVarPoolMalloc(300), 300), -1); });
-    EXPECT_EQ(out, "vornSwpSendToL2Pm: GetIpAddr for DST failed.\r\n");
-    EXPECT_EQ(varBlocksInUse(), start);
-}
-
-TEST_F(SwpQueueTest, AgentQueueCreateFlushAndReset) {
+TEST_F(SwpQueueTest, AgentQueueCreateFlushAndResetAndSendsWithoutAQueue) {
+    const uint64_t start = varBlocksInUse();
     vornErrPrint = 1;
     std::string out = captureStdout([] { EXPECT_EQ(vorn2VornaCreateSwpQ(5), -1); });
     EXPECT_EQ(out, "VORN_SWPQ_CREATE_FAILURE_ERROR\r\n");
     EXPECT_EQ(vornTcb.vornaSwpHandle[5], 0u);
+    // No queue for the slot: the buffer is dropped and the send reports success;
+    // send-and-wait returns at once, with its buffer untouched.
+    EXPECT_EQ(vornSwpSendToAgent(MT_VORN_RING_CFG, buffer(), 200, 5), 0);
+    EXPECT_EQ(varBlocksInUse(), start);
+    std::array<uint8_t, 128> req{};
+    req[100] = 0x5a;
+    EXPECT_EQ(vornAgtSendAndWait(MT_VORN_RING_STATS, 5, 128, req.data()), 0);
+    EXPECT_EQ(req[ipc::kOffMtype + 3], 0) << "header not filled";
+    EXPECT_EQ(req[100], 0x5a);
+    // The L2PM send frees the buffer when L2PM's address cannot be found.
+    out = captureStdout(
+        [] { EXPECT_EQ(vornSwpSendToL2Pm(MT_L2PM_FLUSH, vornVarPoolMalloc(300), 300), -1); });
+    EXPECT_EQ(out, "vornSwpSendToL2Pm: GetIpAddr for DST failed.\r\n");
+    EXPECT_EQ(varBlocksInUse(), start);
 
     QelKey agent = openPeer(227, 5);
     ASSERT_EQ(vorn2VornaCreateSwpQ(5), 0);
     uint32_t handle = vornTcb.vornaSwpHandle[5];
     ASSERT_NE(handle, 0u);
     ASSERT_EQ(vornSwpSendToAgent(MT_VORN_RING_CFG, buffer(), 200, 5), 0);
-    auto first = recvOn(agent);
-    EXPECT_EQ(test::words(first, {ipc::kOffDstCard, ipc::kOffDstSvce, ipc::kOffSenderTask}),
+    EXPECT_EQ(test::words(recvOn(agent), {ipc::kOffDstCard, ipc::kOffDstSvce, ipc::kOffSenderTask}),
               (std::vector<uint32_t>{0x7F000105, qel_getQueueId(227, 5, 1),
                                      static_cast<uint32_t>(taskIdSelf())}));
-    uint32_t epoch = test::u32At(first, swp::kOffEpoch);
-
-    // A second registration flushes the queue: same handle, numbering from 1, new epoch.
-    uint64_t held = varBlocksInUse();
+    // A second registration flushes the queue under the same handle (its numbering and
+    // epoch are the registration test's): the unacknowledged buffer goes back.
     ASSERT_EQ(vorn2VornaCreateSwpQ(5), 0);
     EXPECT_EQ(vornTcb.vornaSwpHandle[5], handle);
-    EXPECT_EQ(varBlocksInUse(), held - 1) << "the unacknowledged buffer was released";
-    ASSERT_EQ(vornSwpSendToAgent(MT_VORN_RING_CFG, buffer(), 200, 5), 0);
-    auto second = recvOn(agent);
-    EXPECT_EQ(test::u32At(second, swp::kOffSeq), 1u);
-    EXPECT_NE(test::u32At(second, swp::kOffEpoch), epoch);
+    EXPECT_EQ(varBlocksInUse(), start);
 
     vornTcb.vornaSwpRcvState[5] = {9, 9};
     vornVornaSwpReset(5);
@@ -102,33 +74,32 @@ TEST_F(SwpQueueTest, AgentQueueCreateFlushAndReset) {
     EXPECT_EQ(host::swpQueueByHandle(handle), nullptr);
 }
 
-TEST_F(SwpQueueTest, ThousandAcknowledgedMessagesLeaveNoBufferBehind) {
+TEST_F(SwpQueueTest, ThousandAcknowledgedMessagesToL2pmLeaveNoBufferBehind) {
     QelKey l2pm = openPeer(166, 0);
     createL2pmQueue();
     uint64_t start = varBlocksInUse();
     constexpr int kCount = 1000;
     std::atomic<int> accepted{0};
+    test::Bytes first;
     std::thread peer([&] {
         std::array<uint8_t, 8192> m;
         uint32_t state[2] = {0, 0};
         int fd = Key_getReqQueue(l2pm);
-        while (accepted < kCount) {
-            if (qelIpcRecvWait(fd, m.data(), 8192, 3000) < 0) return;
-            if (qelSwpCkSeqAndAck(m.data(), state, fd) == 0) accepted++;
+        for (int n; accepted < kCount && (n = qelIpcRecvWait(fd, m.data(), 8192, 3000)) >= 0;) {
+            if (first.empty()) first.assign(m.begin(), m.begin() + n);
+            accepted += qelSwpCkSeqAndAck(m.data(), state, fd) == 0;
         }
     });
     for (int i = 0; i < kCount; ++i) {
-        uint8_t* b = buffer(8192);
-        ASSERT_NE(b, nullptr);
-        ASSERT_EQ(vornSwpSendToL2Pm(MT_L2PM_PORT_STATE, b, 1292), 0);
+        ASSERT_EQ(vornSwpSendToL2Pm(MT_L2PM_PORT_STATE, buffer(8192), 1292), 0);
         // Serve acknowledgements as the main loop does, without waiting when none is there.
         while (vornMainLoopPass(0) > 0) {
         }
     }
     ASSERT_TRUE(test::waitFor(
         [&] {
-            vornMainLoopPass(1000);
-            return gVornCounters[VORN_CNT_SWP_ACK] >= static_cast<uint32_t>(kCount);
+            return vornMainLoopPass(1000) >= 0 &&
+                   gVornCounters[VORN_CNT_SWP_ACK] >= static_cast<uint32_t>(kCount);
         },
         10000));
     peer.join();
@@ -137,6 +108,13 @@ TEST_F(SwpQueueTest, ThousandAcknowledgedMessagesLeaveNoBufferBehind) {
     const QelSwpQueueCtrlBlock* cb = host::swpQueueByHandle(vornTcb.l2pmSwpHandle);
     ASSERT_NE(cb, nullptr);
     EXPECT_EQ(cb->outstanding + cb->held, 0u);
+    // The header of a send to L2PM; the sender task is not set on these.
+    EXPECT_EQ(test::words(first, {ipc::kOffMtype, ipc::kOffMlen, ipc::kOffW20, ipc::kOffSrcSlot,
+                                  ipc::kOffSrcCard, ipc::kOffSrcSvce, ipc::kOffDstCard,
+                                  ipc::kOffDstSvce, ipc::kOffSenderTask, swp::kOffSeq}),
+              (std::vector<uint32_t>{MT_L2PM_PORT_STATE, 1292, 0, 0, 0x7F000001,
+                                     qel_getQueueId(226, 0, 1), 0x7F000001,
+                                     qel_getQueueId(166, 0, 1), 0, 1}));
 }
 
 // An L2PM peer that answers registrations with the given results and types, in turn.
