@@ -6,22 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "agent/agent.h"
-#include "config/config.h"
-#include "ifm/ifm.h"
-#include "loop/loop.h"
-#include "peer/peer.h"
-#include "platform/codec.h"
-#include "platform/ifindex.h"
-#include "platform/swp.h"
-#include "ringdb/ringdb.h"
-#include "show/show.h"
-#include "support/ifidx.h"
 #include "support/mgr_fixture.h"
-#include "support/wire.h"
-#include "task/register.h"
-#include "task/swpq.h"
-#include "task/tcb.h"
 
 namespace vorn::test {
 

@@ -7,9 +7,8 @@
 
 #include "agent/agent_fixture.h"
 #include "ifm/ifm_test_util.h"
-#include "task/trace.h"
-#include "wire/agent.h"
-#include "wire/msgtypes.h"
+
+#include "support/mgr_fixture.h"
 
 namespace vorn::test {
 namespace {

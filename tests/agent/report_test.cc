@@ -5,10 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "agent/agent_fixture.h"
-#include "agent/pending.h"
 #include "l2pm/l2pm_test_util.h"
-#include "task/trace.h"
-#include "wire/agent.h"
+
+#include "support/mgr_fixture.h"
 
 namespace vorn::test {
 namespace {

@@ -7,11 +7,8 @@
 #include <vector>
 
 #include "agent_fixture.h"
-#include "platform/bitmap.h"
-#include "platform/ipc.h"
-#include "platform/mem.h"
-#include "task/pools.h"
-#include "task/trace.h"
+
+#include "support/mgr_fixture.h"
 
 namespace vorn::test {
 namespace {

@@ -7,7 +7,8 @@
 #include <vector>
 
 #include "agent_fixture.h"
-#include "task/trace.h"
+
+#include "support/mgr_fixture.h"
 
 namespace vorn::test {
 namespace {

@@ -13,25 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/agent.h"
-#include "config/config.h"
-#include "ifm/ifm.h"
-#include "l2pm/l2pm.h"
-#include "loop/loop.h"
-#include "peer/peer.h"
-#include "platform/bitmap.h"
-#include "platform/cfgstore.h"
-#include "platform/codec.h"
-#include "platform/ifindex.h"
-#include "ringdb/records.h"
-#include "ringdb/ringdb.h"
-#include "show/show.h"
-#include "support/ifidx.h"
 #include "support/mgr_fixture.h"
-#include "task/register.h"
-#include "task/swpq.h"
-#include "task/tcb.h"
-#include "wire/msgtypes.h"
 
 namespace vorn::test {
 

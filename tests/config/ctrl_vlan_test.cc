@@ -5,8 +5,8 @@
 #include <thread>
 
 #include "config/cfg_fixture.h"
-#include "ringdb/ringdb.h"
-#include "task/trace.h"
+
+#include "support/mgr_fixture.h"
 
 namespace vorn::test {
 namespace {

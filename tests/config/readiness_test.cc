@@ -6,14 +6,7 @@
 #include <cstdio>
 #include <string>
 
-#include "config/readiness.h"
-#include "platform/bitmap.h"
-#include "platform/codec.h"
-#include "platform/ifindex.h"
-#include "ringdb/ringdb.h"
-#include "support/ifidx.h"
 #include "support/mgr_fixture.h"
-#include "task/trace.h"
 
 namespace {
 

@@ -2,11 +2,9 @@
 // removal of rings.
 #include <gtest/gtest.h>
 
-#include "agent/pending.h"
 #include "config/cfg_fixture.h"
-#include "platform/mem.h"
-#include "task/pools.h"
-#include "task/trace.h"
+
+#include "support/mgr_fixture.h"
 
 namespace vorn::test {
 namespace {

@@ -2,7 +2,8 @@
 // and the port states they send to L2PM.
 
 #include "ifm_test_util.h"
-#include "task/tcb.h"
+
+#include "support/mgr_fixture.h"
 
 namespace vorn::test {
 namespace {

@@ -2,6 +2,8 @@
 // vector of exactly its own length, so that a read past its end shows under AddressSanitizer.
 #pragma once
 
+#include "support/mgr_fixture.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -11,12 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "agent/pending.h"
-#include "ifm/ifm.h"
 #include "l2pm/l2pm_test_util.h"
-#include "platform/codec.h"
-#include "platform/ipc.h"
-#include "wire/msgtypes.h"
 
 namespace vorn::test::ifmt {
 

@@ -5,8 +5,6 @@
 
 #include "ifm_test_util.h"
 #include "support/mgr_fixture.h"
-#include "task/tcb.h"
-#include "task/trace.h"
 
 namespace vorn::test {
 namespace {

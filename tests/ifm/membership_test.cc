@@ -2,7 +2,8 @@
 // records, to L2PM and to the rings that use it.
 
 #include "ifm_test_util.h"
-#include "task/tcb.h"
+
+#include "support/mgr_fixture.h"
 
 namespace vorn::test {
 namespace {

@@ -5,11 +5,8 @@
 #include <optional>
 #include <thread>
 
-#include "agent/pending.h"
-#include "ifm/ifm.h"
 #include "l2pm/l2pm_test_util.h"
 #include "support/mgr_fixture.h"
-#include "task/trace.h"
 
 namespace vorn::test {
 namespace {

@@ -8,20 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "agent/agent.h"
-#include "agent/pending.h"
-#include "config/config.h"
-#include "ifm/ifm.h"
 #include "l2pm/l2pm_test_util.h"
-#include "loop/loop.h"
-#include "peer/peer.h"
-#include "show/show.h"
 #include "support/mgr_fixture.h"
-#include "task/register.h"
-#include "task/swpq.h"
-#include "task/tcb.h"
-#include "task/trace.h"
-#include "wire/msgtypes.h"
 
 namespace vorn::test {
 namespace {

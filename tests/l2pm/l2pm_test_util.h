@@ -7,22 +7,7 @@
 #include <initializer_list>
 #include <vector>
 
-#include "agent/agent.h"
-#include "config/config.h"
-#include "ifm/ifm.h"
-#include "loop/loop.h"
-#include "peer/peer.h"
-#include "platform/bitmap.h"
-#include "platform/codec.h"
-#include "platform/ifindex.h"
-#include "platform/swp.h"
-#include "ringdb/ringdb.h"
-#include "show/show.h"
-#include "support/ifidx.h"
 #include "support/mgr_fixture.h"
-#include "task/pools.h"
-#include "task/register.h"
-#include "task/swpq.h"
 
 namespace vorn::test::l2pmt {
 

@@ -1,14 +1,8 @@
 // Instance port ownership, VLAN-STG and line-card-type messages as their receivers get them,
 // and the dumps of the batched L2PM messages.
 
-#include "agent/pending.h"
-#include "l2pm/l2pm.h"
 #include "l2pm/l2pm_test_util.h"
-#include "platform/mem.h"
 #include "support/mgr_fixture.h"
-#include "support/wire.h"
-#include "task/tcb.h"
-#include "task/trace.h"
 
 namespace vorn::test {
 namespace {

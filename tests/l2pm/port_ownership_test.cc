@@ -6,11 +6,8 @@
 #include <mutex>
 #include <thread>
 
-#include "config/config.h"
-#include "l2pm/l2pm.h"
 #include "l2pm/l2pm_test_util.h"
 #include "support/mgr_fixture.h"
-#include "task/trace.h"
 
 namespace vorn::test {
 namespace {

@@ -3,15 +3,9 @@
 
 #include <fstream>
 
-#include "agent/pending.h"
-#include "l2pm/l2pm.h"
 #include "l2pm/l2pm_test_util.h"
 #include "platform/evtlog.h"
-#include "platform/mem.h"
 #include "support/mgr_fixture.h"
-#include "support/wire.h"
-#include "task/tcb.h"
-#include "task/trace.h"
 
 namespace vorn::test {
 namespace {

@@ -4,8 +4,6 @@
 #include <functional>
 #include <optional>
 
-#include "agent/pending.h"
-#include "l2pm/l2pm.h"
 #include "l2pm/l2pm_test_util.h"
 #include "support/mgr_fixture.h"
 

@@ -1,6 +1,7 @@
 // In-process manager fixture: a fresh run directory, the manager's queues, pools and tables
 // set up as start-up leaves them (without the blocking registrations), and helpers to play
-// its peers.
+// its peers. It includes the manager's whole interface, so that the handler tests need no
+// list of their own.
 #pragma once
 
 #include <array>
@@ -8,8 +9,34 @@
 #include <string>
 #include <vector>
 
+#include "agent/agent.h"
+#include "agent/pending.h"
+#include "config/config.h"
+#include "config/readiness.h"
+#include "ifm/ifm.h"
+#include "l2pm/l2pm.h"
+#include "loop/loop.h"
+#include "peer/peer.h"
+#include "platform/bitmap.h"
+#include "platform/cfgstore.h"
+#include "platform/codec.h"
+#include "platform/ifindex.h"
 #include "platform/ipc.h"
+#include "platform/mem.h"
+#include "platform/swp.h"
+#include "ringdb/records.h"
+#include "ringdb/ringdb.h"
+#include "show/show.h"
+#include "support/ifidx.h"
 #include "support/rundir.h"
+#include "support/wire.h"
+#include "task/pools.h"
+#include "task/register.h"
+#include "task/swpq.h"
+#include "task/tcb.h"
+#include "task/trace.h"
+#include "wire/agent.h"
+#include "wire/msgtypes.h"
 
 namespace vorn::test {
 
