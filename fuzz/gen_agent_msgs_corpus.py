@@ -6,9 +6,9 @@ each seed chooses the message type: 0 registration, 1 agent report, 2 card event
 
 Usage: fuzz/gen_agent_msgs_corpus.py [DIR]   (default fuzz/corpus/agent_msgs_fuzz)
 """
-import os
 import struct
-import sys
+
+from seedfiles import corpus_dir, write_seeds
 
 REGISTER, REPORT, EVENT = 0, 1, 2
 SWP_MAGIC = 0x53575031
@@ -78,12 +78,7 @@ SEEDS = {
 
 
 def main():
-    out = sys.argv[1] if len(sys.argv) > 1 else os.path.join(
-        os.path.dirname(os.path.abspath(__file__)), "corpus", "agent_msgs_fuzz")
-    os.makedirs(out, exist_ok=True)
-    for name, data in SEEDS.items():
-        with open(os.path.join(out, name), "wb") as f:
-            f.write(data)
+    write_seeds(corpus_dir("agent_msgs_fuzz"), SEEDS)
 
 
 if __name__ == "__main__":

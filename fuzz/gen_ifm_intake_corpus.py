@@ -5,24 +5,12 @@ and Po 1, control VLAN 10, member VLANs 20 and 21; Gi 0/2 of no ring).
 
 Usage: fuzz/gen_ifm_intake_corpus.py [DIR]   (default fuzz/corpus/ifm_intake_fuzz)
 """
-import os
 import struct
-import sys
+
+from seedfiles import corpus_dir, gi, po, vl, write_seeds
 
 MT_IFM_NOTIF_MSG = 10908
 IPC_MAGIC = 0x51454C31
-
-
-def gi(slot, port):
-    return 10 << 24 | slot << 16 | port << 8
-
-
-def po(lag):
-    return 22 << 24 | lag
-
-
-def vl(vlan):
-    return 24 << 24 | vlan
 
 
 def ma():
@@ -86,16 +74,9 @@ SEEDS = {
 
 
 def main():
-    out = sys.argv[1] if len(sys.argv) > 1 else os.path.join(
-        os.path.dirname(os.path.abspath(__file__)), "corpus", "ifm_intake_fuzz")
-    os.makedirs(out, exist_ok=True)
-    everything = []
-    for name, records in SEEDS.items():
-        everything.extend(records)
-        with open(os.path.join(out, name), "wb") as f:
-            f.write(notif(records))
-    with open(os.path.join(out, "all_types"), "wb") as f:
-        f.write(notif(everything, 0xBEEF))
+    seeds = {name: notif(records) for name, records in SEEDS.items()}
+    seeds["all_types"] = notif([r for records in SEEDS.values() for r in records], 0xBEEF)
+    write_seeds(corpus_dir("ifm_intake_fuzz"), seeds)
 
 
 if __name__ == "__main__":

@@ -74,9 +74,6 @@ void makeRing() {
 }
 
 void setUp() {
-    static bool done = false;
-    if (done) return;
-    done = true;
     vorn::fuzz::initManager();
     if (std::freopen("/dev/null", "w", stdout) == nullptr) abort();
     vornDbgPrint = vornErrPrint = vornMsgPrint = vornZilDbgPrint = 1;
@@ -85,8 +82,12 @@ void setUp() {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
     setUp();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static std::array<uint8_t, 8192> buf{};
     if (!vorn::fuzz::makeMessage(data, size, MT_IFM_NOTIF_MSG, &buf)) return 0;
     std::vector<uint8_t> msg(buf.begin(),
