@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Builds the fuzz targets with clang and libFuzzer and runs each for the given number of
-# seconds (default 60) from its seed corpus in fuzz/corpus/<target>/. Names after the
-# seconds run only those targets (e.g. `scripts/fuzz.sh 120 agent_msgs_fuzz`). The build
-# and the working corpora live in $FUZZ_BUILD (default build-fuzz, used by nothing else);
-# crashes are kept in $FUZZ_BUILD/crashes/<target>/. Exits non-zero when any target found
-# a crash.
+# seconds (default 60) from its seed corpus in fuzz/corpus/<target>/, with the dictionary
+# fuzz/<target>.dict where there is one. Names after the seconds run only those targets
+# (e.g. `scripts/fuzz.sh 120 agent_msgs_fuzz`). The build and the working corpora live in
+# $FUZZ_BUILD (default build-fuzz, used by nothing else); crashes are kept in
+# $FUZZ_BUILD/crashes/<target>/. Exits non-zero when any target found a crash, a leak or
+# any sanitizer report (UndefinedBehaviorSanitizer's reports stop the target too).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 secs=${1:-60}
@@ -28,9 +29,12 @@ for name in "${targets[@]}"; do
   crashes=$build/crashes/$name
   mkdir -p "$corpus" "$crashes"
   [ -d "fuzz/corpus/$name" ] && cp -n fuzz/corpus/"$name"/* "$corpus"/ 2>/dev/null || true
+  dict=()
+  [ -f "fuzz/$name.dict" ] && dict=(-dict="fuzz/$name.dict")
   echo "== $name for ${secs}s"
-  if ! "$build"/fuzz/"$name" -max_total_time="$secs" -max_len=8192 \
-       -artifact_prefix="$crashes/" -print_final_stats=1 "$corpus" 2>"$build/$name.log"; then
+  if ! UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 "$build"/fuzz/"$name" \
+       -max_total_time="$secs" -max_len=8192 "${dict[@]}" -artifact_prefix="$crashes/" \
+       -print_final_stats=1 "$corpus" 2>"$build/$name.log"; then
     echo "$name: crash, see $crashes and $build/$name.log"
     status=1
   fi
