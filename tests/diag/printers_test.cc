@@ -1,5 +1,5 @@
-// The shell printers of the ring, VLAN and port tables, checked line for line on one set of
-// records built in the tables, and the same printers through the debug shell.
+// The shell printers of the ring, VLAN and port tables, called through the debug shell and
+// checked line for line on one set of records built in the tables.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -7,14 +7,8 @@
 #include <string>
 
 #include "diag/diag.h"
-#include "l2pm/l2pm.h"
-#include "platform/bitmap.h"
 #include "platform/shell.h"
-#include "ringdb/ringdb.h"
-#include "support/ifidx.h"
 #include "support/mgr_fixture.h"
-#include "task/tcb.h"
-#include "task/trace.h"
 
 namespace {
 
@@ -118,7 +112,7 @@ protected:
     VornVlanEntry* vlan_ = nullptr;
 };
 
-TEST_F(PrintersTest, EveryPrinterLineForLine) {
+TEST_F(PrintersTest, EveryPrinterLineForLineThroughTheShell) {
     const std::string ring5 = withAddr(
         "\r\n\t Ring id                     : 5 (Addr: ADDR)\r\n"
         "\t Control Vlan Ifindex        : 0x1800000a \r\n\t Control Vlan Id             : 10 \r\n"
@@ -154,44 +148,41 @@ TEST_F(PrintersTest, EveryPrinterLineForLine) {
     for (int p = 0; p < 15; ++p) fifteen += " Gi 1/" + std::to_string(p) + ",";
     vornTcb.lcType[0] = 0x1a;
     vornTcb.lcType[11] = 300;
-    VornPortBmap ports{};
-    for (uint32_t bit : {0, 897, 898}) bmp::set(ports, bit);  // 898: padding past the last port
-    VornVlanBmap wide{};  // a ring bitmap handed a longer span is read over 256 bits only
-    for (uint32_t bit : {255, 256}) bmp::set(wide, bit);
-    const uint8_t mac[] = {0xaa, 0x0b, 0x00, 0x10, 0xff, 0x01};
+    vornRegisterDiagCommands();
+    auto shell = [](const char* line) { return vorn::shell::runLine(line); };
     const std::string invalidRing = "Invalid Ring Id \r\n",
                       invalidPort = "Invalid Port number \r\n";
 
+    // Through the debug shell, which prints what the printer prints.
     const struct {
-        const char* name;
-        std::function<void()> call;
+        const char* line;
         std::string want;
         bool tailOnly = false;  // want is how the text ends
     } cases[] = {
-        {"ring 5", [] { vornPrintRing(5); }, ring5},
-        {"all rings, in id order", [] { vornPrintRing(0); },
-         out([] { vornPrintSingleRing(5); }) + out([] { vornPrintSingleRing(7); }) +
-             out([] { vornPrintSingleRing(9); })},
-        {"a description that fills its field; no member VLANs: no closing line",
-         [] { vornPrintRing(7); },
+        {"vornPrintRing 5", ring5},
+        {"vornPrintRing 0",  // all, in id order
+         shell("vornPrintSingleRing 5") + shell("vornPrintSingleRing 7") +
+             shell("vornPrintSingleRing 9")},
+        // A description that fills its field; no member VLANs: no closing line.
+        {"vornPrintRing 7",
          "\t Description                 : " + std::string(VORN_DESC_LEN, 'x') +
              " \r\n\t STG Inst                    : 0 \r\n\t Member Vlans                : \r\n",
          true},
-        {"ring 256", [] { vornPrintRing(256); }, invalidRing},
-        {"ring -1", [] { vornPrintRing(-1); }, invalidRing},
-        {"ring 5 + 65536", [] { vornPrintRing(65536 + 5); }, invalidRing},
-        {"no ring 8", [] { vornPrintRing(8); }, ""},
-        {"VLAN", [] { vornPrintVlan(10, 0); }, vlanHead + vlanTail},
-        {"VLAN with port lists", [] { vornPrintVlan(10, 1); },
-         vlanHead +
-             "  Port List: \r\n Po 5, Gi 0/1, \r\n Done \r\n"
-             "  Tagged Port List: \r\n Gi 0/1, \r\n Done \r\n" +
-             vlanTail},
-        {"all VLANs, in id order", [] { vornPrintVlan(0, 0); },
-         out([] { vornPrintSingleVlan(3, 0); }) + vlanHead + vlanTail +
-             out([] { vornPrintSingleVlan(20, 0); })},
-        {"VLAN 4096", [] { vornPrintVlan(4096, 1); }, "Invalid Vlan Id \r\n"},
-        {"a line break after fifteen port names", [] { vornPrintSingleVlan(20, 1); },
+        {"vornPrintRing 256", invalidRing},
+        {"vornPrintRing -1", invalidRing},
+        {"vornPrintRing 65541", invalidRing},  // 5 + 65536
+        {"vornPrintRing 8", ""},
+        {"vornPrintVlan 10 0", vlanHead + vlanTail},
+        {"vornPrintVlan 10 1", vlanHead +
+                                   "  Port List: \r\n Po 5, Gi 0/1, \r\n Done \r\n"
+                                   "  Tagged Port List: \r\n Gi 0/1, \r\n Done \r\n" +
+                                   vlanTail},
+        {"vornPrintVlan 0 0",  // all, in id order
+         shell("vornPrintSingleVlan 3 0") + vlanHead + vlanTail +
+             shell("vornPrintSingleVlan 20 0")},
+        {"vornPrintVlan 4096 1", "Invalid Vlan Id \r\n"},
+        // A line break after fifteen port names; a member without a port record.
+        {"vornPrintSingleVlan 20 1",
          withAddr("Details for vlan 20 : (Addr: ADDR)\r\n  IfIndex          18000014 \r\n"
                   "  Ctrl VlanRing Id 0 \r\n",
                   gVornVlan[20]) +
@@ -199,40 +190,39 @@ TEST_F(PrintersTest, EveryPrinterLineForLine) {
              "\r\n PN 300, \r\n Done \r\n  Tagged Port List: \r\n \r\n Done \r\n"
              "  This vlan is a Member Vlan for Rings: \r\n \r\n Done \r\n"
              "   Vlan created by IFM: YES \r\n   Vlan created by Ring Conf: NO \r\n"},
-        {"port by slot and port", [] { vornPrintPort(0, 1, 1); }, port},
-        {"port by number", [] { vornPrintPortByPortnum(130, 1); }, port},
-        {"slot 0 port 0 is port 129; no VLANs, no VLAN titles", [] { vornPrintPort(0, 0, 1); },
+        {"vornPrintPort 0 1 1", port},
+        {"vornPrintPortByPortnum 130 1", port},
+        // Slot 0 port 0 is port 129; no VLANs, no VLAN titles.
+        {"vornPrintPort 0 0 1",
          withAddr("Details for port 129 : (Addr: ADDR)\r\n  IfIndex    a000000 \r\n"
                   "  Port Mode  0 \r\n  Ostate     DOWN \r\n  Mac        0:0:0:0:0:0 \r\n"
                   "   Rings: \r\n   255, \r\n  Created by IFM: YES \r\n"
                   "  Owned by Ring conf: NO \r\n  Ring count 0 \r\n  Lag-parent 0x0 \r\n"
                   "  Not LAG: no portlist \r\n",
                   gVornPort[129])},
-        {"no port 0/2", [] { vornPrintPort(0, 2, 1); }, ""},
-        {"port 898", [] { vornPrintPort(12, 1, 1); }, invalidPort},
-        {"LAG: its own part follows the common port lines", [] { vornPrintLag(5, 0); },
+        {"vornPrintPort 0 2 1", ""},
+        {"vornPrintPort 12 1 1", invalidPort},  // 898
+        // The LAG's own part follows the common port lines.
+        {"vornPrintLag 5 0",
          "  Lag-parent 0x0 \r\nLag Port List : \r\n desgPortNum 150, lastEmptyIndex 2 \r\n"
          "Lag members: \r\n 200, 150,\r\n",
          true},
-        {"LAG 0", [] { vornPrintLag(0, 1); }, invalidPort},
-        {"LAG 898", [] { vornPrintLag(898, 1); }, invalidPort},
-        {"line-card types", [] { vornPrintLcTypeInfo(); },
+        {"vornPrintLag 0 1", invalidPort},
+        {"vornPrintLag 898 1", invalidPort},
+        {"vornPrintLcTypeInfo",
          "Slot Id: 0, Type: 0x1a (26)\r\nSlot Id: 11, Type: 0x12c (300)\r\n"},
-        {"debug entries", [] { vornPrintDbgDB(9); },
-         "Dbg set for : 0 count 0\r\nDbg set for : 6 count 25\r\n"},
-        {"debug entries of ring 256", [] { vornPrintDbgDB(256); }, ""},
-        {"MAC", [&] { vornPrintMacAddr(mac, "   Mac Addr : "); },
-         "   Mac Addr :  aa:b:0:10:ff:1 \r\n"},
-        {"port bitmap up to 897", [&] { vornPrintPortBmap(ports, "P: "); }, "P: 0, 897, \r\n"},
-        {"ring bitmap of 256 bits", [&] { vornPrintRingBmap(wide, "R: "); }, "R: 255, \r\n"},
-        {"empty ring bitmap", [] { vornPrintRingBmap(VornRingBmap{}, "R: "); }, ""},
+        {"vornPrintDbgDB 9", "Dbg set for : 0 count 0\r\nDbg set for : 6 count 25\r\n"},
+        {"vornPrintDbgDB 256", ""},
+        {"vornPrintVlanBmap 5", "Member Vlans: 20, 4095, \r\n"},
+        {"vornPrintRingBmap 130", "Rings: 5, \r\n"},
+        {"vornPrintRingBmap 65666", ""},  // 130 + 65536
     };
     for (const auto& c : cases) {
-        std::string text = out(c.call);
+        std::string text = shell(c.line);
         if (c.tailOnly) {
-            EXPECT_TRUE(text.ends_with(c.want)) << c.name << ":\n" << text;
+            EXPECT_TRUE(text.ends_with(c.want)) << c.line << ":\n" << text;
         } else {
-            EXPECT_EQ(text, c.want) << c.name;
+            EXPECT_EQ(text, c.want) << c.line;
         }
     }
 
@@ -241,15 +231,17 @@ TEST_F(PrintersTest, EveryPrinterLineForLine) {
     lag_->pLagPortList->lastEmptyIndex = 200;
     std::string row;
     for (int i = 0; i < VORN_LAG_MAX_MEMBERS; ++i) row += " 7,";
-    EXPECT_TRUE(out([] { vornPrintLag(5, 0); }).ends_with("Lag members: \r\n" + row + "\r\n"));
+    EXPECT_TRUE(shell("vornPrintLag 5 0").ends_with("Lag members: \r\n" + row + "\r\n"));
 }
 
-TEST_F(PrintersTest, ThroughTheShell) {
-    vornRegisterDiagCommands();
-    EXPECT_EQ(vorn::shell::runLine("vornPrintRing 5"), out([] { vornPrintRing(5); }));
-    EXPECT_EQ(vorn::shell::runLine("vornPrintVlanBmap 5"), "Member Vlans: 20, 4095, \r\n");
-    EXPECT_EQ(vorn::shell::runLine("vornPrintRingBmap 130"), "Rings: 5, \r\n");
-    EXPECT_EQ(vorn::shell::runLine("vornPrintRingBmap 65666"), "");  // 130 + 65536
+TEST_F(PrintersTest, BitmapPrintersStopAtTheirSize) {
+    VornPortBmap ports{};
+    for (uint32_t bit : {0, 897, 898}) bmp::set(ports, bit);  // 898: padding past the last port
+    EXPECT_EQ(out([&] { vornPrintPortBmap(ports, "P: "); }), "P: 0, 897, \r\n");
+    VornVlanBmap wide{};  // a ring bitmap handed a longer span is read over 256 bits only
+    for (uint32_t bit : {255, 256}) bmp::set(wide, bit);
+    EXPECT_EQ(out([&] { vornPrintRingBmap(wide, "R: "); }), "R: 255, \r\n");
+    EXPECT_EQ(out([] { vornPrintRingBmap(VornRingBmap{}, "R: "); }), "");
 }
 
 }  // namespace

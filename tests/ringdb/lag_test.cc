@@ -7,12 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/codec.h"
-#include "platform/ifindex.h"
-#include "ringdb/ringdb.h"
-#include "support/ifidx.h"
 #include "support/mgr_fixture.h"
-#include "task/trace.h"
 
 namespace {
 

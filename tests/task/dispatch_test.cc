@@ -4,24 +4,7 @@
 #include <array>
 #include <string>
 
-#include "agent/agent.h"
-#include "agent/pending.h"
-#include "config/config.h"
-#include "ifm/ifm.h"
-#include "loop/loop.h"
-#include "peer/peer.h"
-#include "platform/codec.h"
-#include "platform/ifindex.h"
-#include "platform/swp.h"
-#include "ringdb/ringdb.h"
-#include "show/show.h"
 #include "support/mgr_fixture.h"
-#include "support/wire.h"
-#include "task/register.h"
-#include "task/swpq.h"
-#include "task/tcb.h"
-#include "task/trace.h"
-#include "wire/msgtypes.h"
 
 namespace vorn {
 namespace {

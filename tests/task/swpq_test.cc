@@ -4,23 +4,7 @@
 #include <atomic>
 #include <thread>
 
-#include "agent/agent.h"
-#include "config/config.h"
-#include "ifm/ifm.h"
-#include "loop/loop.h"
-#include "peer/peer.h"
-#include "platform/codec.h"
-#include "platform/mem.h"
-#include "platform/swp.h"
-#include "show/show.h"
 #include "support/mgr_fixture.h"
-#include "support/wire.h"
-#include "task/pools.h"
-#include "task/register.h"
-#include "task/swpq.h"
-#include "task/tcb.h"
-#include "task/trace.h"
-#include "wire/msgtypes.h"
 
 namespace vorn {
 namespace {
@@ -117,31 +101,22 @@ TEST_F(SwpQueueTest, ThousandAcknowledgedMessagesToL2pmLeaveNoBufferBehind) {
                                      qel_getQueueId(166, 0, 1), 0, 1}));
 }
 
-// An L2PM peer that answers registrations with the given results and types, in turn.
-void answerRegistrations(QelKey l2pm, std::vector<std::pair<uint32_t, uint32_t>> answers) {
-    std::array<uint8_t, 8192> m;
-    for (auto [result, mtype] : answers) {
-        int n = qelIpcRecvWait(Key_getReqQueue(l2pm), m.data(), 8192, 5000);
-        if (n < 0) return;
-        be::Writer w(m.data(), static_cast<size_t>(n));
-        w.u32(64, result);
-        w.u32(ipc::kOffMtype, mtype);
-        qelIpcReply(l2pm, m.data(), n);
-    }
-}
-
 TEST_F(SwpQueueTest, L2pmRegistrationRetriesUntilAccepted) {
     QelKey l2pm = openPeer(166, 0);
-    std::array<uint8_t, 8192> seen{};
+    test::Bytes first;
+    // L2PM refuses, then accepts under another message type, then accepts.
     std::thread peer([&] {
-        // Keep a copy of the first request to check its layout.
-        int n = qelIpcRecvWait(Key_getReqQueue(l2pm), seen.data(), 8192, 5000);
-        if (n < 0) return;
-        std::array<uint8_t, 8192> m = seen;
-        be::Writer(m.data(), 124).u32(64, 3);  // refused
-        qelIpcReply(l2pm, m.data(), n);
-        answerRegistrations(l2pm, {{0, 18999},  // accepted, but a different message type
-                                   {0, MT_L2PM_REGISTER}});
+        std::array<uint8_t, 8192> m;
+        for (auto [result, mtype] :
+             {std::pair{3u, MT_L2PM_REGISTER}, {0u, 18999u}, {0u, MT_L2PM_REGISTER}}) {
+            int n = qelIpcRecvWait(Key_getReqQueue(l2pm), m.data(), 8192, 5000);
+            if (n < 124) return;
+            if (first.empty()) first.assign(m.begin(), m.begin() + 124);
+            be::Writer w(m.data(), 124);
+            w.u32(64, result);
+            w.u32(ipc::kOffMtype, mtype);
+            qelIpcReply(l2pm, m.data(), n);
+        }
     });
     ASSERT_EQ(vornRegDeregWithL2PM(1, 0x807f703f, 0x01000000, 0, 0xb000), 0);
     peer.join();
@@ -150,9 +125,8 @@ TEST_F(SwpQueueTest, L2pmRegistrationRetriesUntilAccepted) {
 
     // Type and length; from 60: result 0, protocol kind 7, service 226, the type words, the
     // register flag in the byte at 120.
-    EXPECT_EQ(test::words(test::Bytes(seen.begin(), seen.begin() + 124),
-                          {ipc::kOffMtype, ipc::kOffMlen, 60, 64, 68, 72, 76, 80, 84, 88, 92, 96,
-                           100, 116, 120}),
+    EXPECT_EQ(test::words(first, {ipc::kOffMtype, ipc::kOffMlen, 60, 64, 68, 72, 76, 80, 84, 88, 92,
+                                  96, 100, 116, 120}),
               (std::vector<uint32_t>{MT_L2PM_REGISTER, 124, 0, 0, 7, 226, 0, 0x807f703f, 0x01000000,
                                      0, 0x003c0000, 0xb000, 0, 0, 0x01000000}));
 }
