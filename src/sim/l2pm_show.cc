@@ -59,15 +59,24 @@ const std::set<uint32_t>& portsOfInstance(const ForwardingModel& m, uint16_t ins
     return it == m.instancePorts().end() ? kNone : it->second;
 }
 
-Json flushesJson(const ForwardingModel& m, uint32_t ifIndex) {
-    VlanBitmap vlans{};
+// The flushes asked for on one port: how many, and on which VLANs.
+struct PortFlushes {
     uint64_t total = 0;
+    VlanBitmap vlans{};
+};
+PortFlushes portFlushes(const ForwardingModel& m, uint32_t ifIndex) {
+    PortFlushes f;
     for (const auto& [key, n] : m.flushes())
         if (key.first == ifIndex) {
-            bmp::set(vlans, key.second);
-            total += n;
+            bmp::set(f.vlans, key.second);
+            f.total += n;
         }
-    return {{"count", total}, {"vlans", vlansJson(vlans)}};
+    return f;
+}
+
+Json flushesJson(const ForwardingModel& m, uint32_t ifIndex) {
+    PortFlushes f = portFlushes(m, ifIndex);
+    return {{"count", f.total}, {"vlans", vlansJson(f.vlans)}};
 }
 
 }  // namespace
@@ -193,15 +202,9 @@ std::string describeL2pmPort(const ForwardingModel& m, uint32_t ifIndex) {
         if (ports.count(ifIndex) != 0)
             instances += (instances.empty() ? "" : ", ") + std::to_string(instance);
     s += "  STG instances: " + (instances.empty() ? "none" : instances) + "\n";
-    VlanBitmap flushed{};
-    uint64_t total = 0;
-    for (const auto& [key, n] : m.flushes())
-        if (key.first == ifIndex) {
-            bmp::set(flushed, key.second);
-            total += n;
-        }
-    s += "  flushes: " + std::to_string(total) +
-         (total == 0 ? "" : " (VLANs " + vlanSetText(flushed) + ")") + "\n";
+    PortFlushes f = portFlushes(m, ifIndex);
+    s += "  flushes: " + std::to_string(f.total) +
+         (f.total == 0 ? "" : " (VLANs " + vlanSetText(f.vlans) + ")") + "\n";
     return s;
 }
 
