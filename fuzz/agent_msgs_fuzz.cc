@@ -92,7 +92,20 @@ void restore() {
     vorn::fuzz::drain(vornTcb.timerQfd);
 }
 
-void setUp() {
+uint32_t messageType(uint8_t selector) {
+    switch (selector % 3) {
+        case 0:
+            return MT_VORN_VORNA_REGISTER;
+        case 1:
+            return MT_VORN_AGT_MSG_TO_MGR;
+        default:
+            return MT_EVH_EVENT_NOTIF;
+    }
+}
+
+}  // namespace
+
+void vorn::fuzz::setUp() {
     vorn::fuzz::initManager();
     vorn::fuzz::quietStdout();
     vornDbgPrint = vornErrPrint = vornMsgPrint = vornZilDbgPrint = 1;
@@ -109,33 +122,13 @@ void setUp() {
     takeSnapshot();
 }
 
-uint32_t messageType(uint8_t selector) {
-    switch (selector % 3) {
-        case 0:
-            return MT_VORN_VORNA_REGISTER;
-        case 1:
-            return MT_VORN_AGT_MSG_TO_MGR;
-        default:
-            return MT_EVH_EVENT_NOTIF;
-    }
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    setUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The manager's receive buffer, as aligned as the main loop's own.
-    alignas(8) static vorn::fuzz::MsgBuf buf{};
+    vorn::fuzz::MsgBuf& buf = vorn::fuzz::messageBuffer();
     if (size == 0) return 0;
-    vorn::fuzz::unpoison(&buf);
     if (!vorn::fuzz::makeMessage(data, size, messageType(data[0]), &buf)) return 0;
     vorn::fuzz::poisonPast(&buf, size);
     vornProcessIpcMsg(buf.data());
-    vorn::fuzz::unpoison(&buf);
     restore();
     return 0;
 }

@@ -115,7 +115,9 @@ void restore() {
     makeState();
 }
 
-void setUp() {
+}  // namespace
+
+void vorn::fuzz::setUp() {
     vorn::fuzz::initManager();
     vorn::fuzz::quietStdout();
     vornDbgPrint = vornErrPrint = vornMsgPrint = vornL2pmMsgPrint = vornZilDbgPrint = 1;
@@ -130,26 +132,17 @@ void setUp() {
     makeState();
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    setUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    alignas(8) static vorn::fuzz::MsgBuf buf{};
+    vorn::fuzz::MsgBuf& buf = vorn::fuzz::messageBuffer();
     if (size < 3) return 0;
     const size_t selector = data[0] % kSelectors;
     const uint32_t mtype = selector == kUndebugAll ? MT_EVL_UNDEBUG_ALL : MT_NM;
-    vorn::fuzz::unpoison(&buf);
     const size_t len = vorn::fuzz::makeSizedMessage(data + 1, size - 1, mtype, &buf);
     vorn::be::Writer w(buf.data(), len);
     if (selector < kTypes) w.u32(nm::kOffType, kRequestTypes[selector]);
     // Through the sockets, as the client's datagram: the manager's replies find the client.
     if (vorn::fuzz::passToManager(gCli, kClient, &buf, len) != static_cast<int>(len)) abort();
     vornProcessIpcMsg(buf.data());
-    vorn::fuzz::unpoison(&buf);
     restore();
     return 0;
 }

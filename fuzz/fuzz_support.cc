@@ -24,6 +24,12 @@
 
 namespace vorn::fuzz {
 
+MsgBuf& messageBuffer() {
+    alignas(8) static MsgBuf buf{};
+    unpoison(&buf);
+    return buf;
+}
+
 void initRunDir() {
     static bool done = false;
     if (done) return;
@@ -208,3 +214,8 @@ void makeTwoRings(const char* caller) {
 }
 
 }  // namespace vorn::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    vorn::fuzz::setUp();
+    return 0;
+}

@@ -24,6 +24,12 @@ namespace vorn::fuzz {
 
 using MsgBuf = std::array<uint8_t, 8192>;
 
+// The target's own set-up, run once before the first input (from LLVMFuzzerInitialize, which
+// fuzz_support.cc defines). Every target defines it.
+void setUp();
+// The buffer every input's message is built in: 8192 bytes, as aligned as the main loop's
+// receive buffer, and unpoisoned (poisonPast marks what lies past the message).
+MsgBuf& messageBuffer();
 // Makes a private run directory (/dev/shm/vorn-fuzz-XXXXXX, or in /tmp when /dev/shm cannot
 // be used) the process's run directory, once.
 void initRunDir();

@@ -73,22 +73,17 @@ void makeRing() {
     }
 }
 
-void setUp() {
+}  // namespace
+
+void vorn::fuzz::setUp() {
     vorn::fuzz::initManager();
     if (std::freopen("/dev/null", "w", stdout) == nullptr) abort();
     vornDbgPrint = vornErrPrint = vornMsgPrint = vornZilDbgPrint = 1;
     makeRing();
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    setUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static std::array<uint8_t, 8192> buf{};
+    vorn::fuzz::MsgBuf& buf = vorn::fuzz::messageBuffer();
     if (!vorn::fuzz::makeMessage(data, size, MT_IFM_NOTIF_MSG, &buf)) return 0;
     std::vector<uint8_t> msg(buf.begin(),
                              buf.begin() + static_cast<std::ptrdiff_t>(std::min(size, buf.size())));

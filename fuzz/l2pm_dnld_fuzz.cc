@@ -37,9 +37,12 @@ void releaseRecords() {
 
 }  // namespace
 
+void vorn::fuzz::setUp() {
+    initManager();
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    vorn::fuzz::initManager();
-    static std::array<uint8_t, 8192> msg;
+    vorn::fuzz::MsgBuf& msg = vorn::fuzz::messageBuffer();
     if (!vorn::fuzz::makeMessage(data, size, MT_L2PM_NOTIF, &msg)) return 0;
     vorn::be::Writer(msg.data(), msg.size()).u32(VORN_L2PM_NOTIF_KIND_OFF, VORN_L2PM_NOTIF_DNLD);
     vornProcessL2PmDnld(msg.data());

@@ -57,7 +57,9 @@ struct Settable {
 };
 Settable gStart;
 
-void setUp() {
+}  // namespace
+
+void vorn::fuzz::setUp() {
     vorn::fuzz::initManager();
     vorn::fuzz::quietStdout();
     vorn::fuzz::openManagerQueues();
@@ -69,21 +71,12 @@ void setUp() {
     gStart.save();
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    setUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    alignas(8) static vorn::fuzz::MsgBuf buf{};
-    vorn::fuzz::unpoison(&buf);
+    vorn::fuzz::MsgBuf& buf = vorn::fuzz::messageBuffer();
     const size_t len = vorn::fuzz::makeSizedMessage(data, size, ipc::kMtShellRequest, &buf);
     if (len == 0) return 0;
     // The shell line is served inside the receive, which passes nothing on.
     if (vorn::fuzz::passToManager(gClient, kClient, &buf, len) >= 0) abort();
-    vorn::fuzz::unpoison(&buf);
     vorn::fuzz::drain(Key_getReqQueue(gClient));
     gStart.restore();
     return 0;

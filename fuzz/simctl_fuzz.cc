@@ -42,11 +42,6 @@ const char* const kSetUp[] = {
     "port Gi 0/1 up",
 };
 
-void setUp() {
-    vorn::fuzz::initRunDir();
-    vorn::fuzz::quietStdout();
-}
-
 vorn::sim::CommandResult runOnChassis(const std::string& command) {
     // The SWP pipes the chassis makes (L2PM's, each agent's) outlive it in the platform's
     // registry; they are dropped with it, since nothing else here uses SWP.
@@ -75,14 +70,13 @@ vorn::sim::CommandResult runOnChassis(const std::string& command) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    setUp();
-    return 0;
+void vorn::fuzz::setUp() {
+    vorn::fuzz::initRunDir();
+    vorn::fuzz::quietStdout();
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    alignas(8) static vorn::fuzz::MsgBuf buf{};
-    vorn::fuzz::unpoison(&buf);
+    vorn::fuzz::MsgBuf& buf = vorn::fuzz::messageBuffer();
     const size_t len = vorn::fuzz::makeSizedMessage(data, size, simctl::kMtAnswer, &buf);
     if (len == 0) return 0;
     vorn::fuzz::poisonPast(&buf, len);
@@ -103,6 +97,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         back += part.text;
     }
     if (back != result.text) abort();
-    vorn::fuzz::unpoison(&buf);
     return 0;
 }

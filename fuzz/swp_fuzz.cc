@@ -69,19 +69,6 @@ int release(void* buffer) {
 
 void onError(void*, int) {}
 
-void setUp() {
-    vorn::fuzz::initRunDir();
-    gSender = qelIpcTmrOpen(kSender, 0);
-    gReceiver = qelIpcTmrOpen(kReceiver, 0);
-    gPipe = qelSwpCreatePipe("/qel/pipe/fuzz");
-    if (gSender < 0 || gReceiver < 0 || gPipe < 0 ||
-        qelSwpQueueCreateQs(0, 0, kWindow, swp::kRtoL2pm, kSender, 0, gSender, kReceiver, 0,
-                            qel_getQueueId(kSender, 0, ipc::kKindSwpSource), 0, 0, nullptr, 0,
-                            release, onError, &gHandle, gPipe) != 0) {
-        abort();
-    }
-}
-
 void enqueue() {
     auto* buf = static_cast<uint8_t*>(std::calloc(1, kDataLen));
     if (buf == nullptr) abort();
@@ -118,13 +105,21 @@ void dequeue(const uint8_t* msg) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    setUp();
-    return 0;
+void vorn::fuzz::setUp() {
+    vorn::fuzz::initRunDir();
+    gSender = qelIpcTmrOpen(kSender, 0);
+    gReceiver = qelIpcTmrOpen(kReceiver, 0);
+    gPipe = qelSwpCreatePipe("/qel/pipe/fuzz");
+    if (gSender < 0 || gReceiver < 0 || gPipe < 0 ||
+        qelSwpQueueCreateQs(0, 0, kWindow, swp::kRtoL2pm, kSender, 0, gSender, kReceiver, 0,
+                            qel_getQueueId(kSender, 0, ipc::kKindSwpSource), 0, 0, nullptr, 0,
+                            release, onError, &gHandle, gPipe) != 0) {
+        abort();
+    }
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    alignas(8) static vorn::fuzz::MsgBuf buf{};
+    vorn::fuzz::MsgBuf& buf = vorn::fuzz::messageBuffer();
     if (size == 0) return 0;
     uint32_t rxState[2] = {0, 0};
     Held dataHeld, ctlHeld;

@@ -33,8 +33,11 @@ void askAbout(const cli::Cli& vornctl, std::string_view line) {
 
 }  // namespace
 
+void vorn::fuzz::setUp() {
+    initRunDir();
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    vorn::fuzz::initRunDir();
     static std::ostringstream out, err;
     // Without a manager no line takes effect, so the context stays at the top: one vornctl
     // serves every input.
