@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds everything and runs every test: the normal build (GCC) and the
-# AddressSanitizer/UndefinedBehaviorSanitizer build (clang).
+# AddressSanitizer/UndefinedBehaviorSanitizer build (clang); then every libFuzzer target
+# for 20 seconds from its seed corpus.
 set -euo pipefail
 cd "$(dirname "$0")"
 scripts/install-deps.sh
@@ -21,3 +22,6 @@ ninja -C build-asan -j"$jobs"
 echo "== tests under the sanitizers"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build-asan --output-on-failure -j"$jobs"
+
+echo "== fuzz targets, 20 seconds each"
+JOBS=$jobs scripts/fuzz.sh 20
