@@ -1,6 +1,7 @@
 // L2PM's forwarding model, fed with messages built here field by field as the manager sends
-// them: port states per VLAN, flushes, STG instances with their ports and VLANs, and what a
-// message that claims more than it holds is allowed to change.
+// them: port states per VLAN, STG instances with their ports and VLANs, and what a message
+// that claims more than it holds is allowed to change. Flushes are counted in
+// l2pm_ifm_test.cc.
 
 #include "sim/l2pm_model.h"
 
@@ -14,9 +15,12 @@
 
 #include "platform/bitmap.h"
 #include "platform/codec.h"
+#include "sim_test_util.h"
 
 namespace vorn {
 namespace {
+
+using test::flushMsg;
 
 constexpr uint32_t kGi01 = 0x0A000100;      // GigabitEthernet 0/1
 constexpr uint32_t kGi11 = 0x0A010100;      // GigabitEthernet 1/1
@@ -38,37 +42,17 @@ struct PortRec {
 
 // Port-state message (18407): 248 client id 7, 252 protocol id 3, 256 record count, then
 // 1032-byte records: 0 ifIndex, 4 VLAN set (512 bytes), 516 forwarding set, 1028 zero.
-// `claimed` overrides the count.
-std::vector<uint8_t> portStateMsg(const std::vector<PortRec>& recs, int claimed = -1) {
+std::vector<uint8_t> portStateMsg(const std::vector<PortRec>& recs) {
     std::vector<uint8_t> m(260 + 1032 * recs.size(), 0);
-    be::Writer w(m.data(), m.size());
-    w.u32(248, 7);
-    w.u32(252, 3);
-    w.u32(256, claimed < 0 ? static_cast<uint32_t>(recs.size()) : static_cast<uint32_t>(claimed));
-    for (size_t i = 0; i < recs.size(); ++i) {
-        size_t rec = 260 + 1032 * i;
-        w.u32(rec, recs[i].ifIndex);
-        setVlans(m, rec + 4, recs[i].vlans);
-        setVlans(m, rec + 516, recs[i].fwd);
-    }
-    return m;
-}
-
-// Flush message (18412): the same fixed part, then 24-byte records: 0 kind 82, 4 length 24,
-// 12 VLAN (u16), 16 ifIndex.
-std::vector<uint8_t> flushMsg(const std::vector<std::tuple<uint32_t, uint16_t, uint32_t>>& recs) {
-    std::vector<uint8_t> m(260 + 24 * recs.size(), 0);
     be::Writer w(m.data(), m.size());
     w.u32(248, 7);
     w.u32(252, 3);
     w.u32(256, static_cast<uint32_t>(recs.size()));
     for (size_t i = 0; i < recs.size(); ++i) {
-        auto [kind, vlan, ifIndex] = recs[i];
-        size_t rec = 260 + 24 * i;
-        w.u32(rec, kind);
-        w.u32(rec + 4, 24);
-        w.u16(rec + 12, vlan);
-        w.u32(rec + 16, ifIndex);
+        size_t rec = 260 + 1032 * i;
+        w.u32(rec, recs[i].ifIndex);
+        setVlans(m, rec + 4, recs[i].vlans);
+        setVlans(m, rec + 516, recs[i].fwd);
     }
     return m;
 }
@@ -160,20 +144,18 @@ TEST(ForwardingModel, AMessageNeverChangesMoreThanItHolds) {
     std::vector<uint8_t> hugeCount = portStateMsg({{kGi01, {20}, {20}}});
     be::Writer(hugeCount.data(), hugeCount.size()).u32(256, 0xFFFFFFFF);
     const Case cases[] = {
-        {"claims 3 port states, holds 1", MT_L2PM_PORT_STATE,
-         portStateMsg({{kGi01, {20}, {20}}}, 3), 2, 0, "claims 3 records, only 1 fit"},
-        {"claims 4 billion port states", MT_L2PM_PORT_STATE, hugeCount, 0xFFFFFFFF - 1, 0,
-         "only 1 fit"},
+        {"claims 4 billion port states, holds 1", MT_L2PM_PORT_STATE, hugeCount, 0xFFFFFFFF - 1, 0,
+         "claims 4294967295 records, only 1 fit"},
         {"a flush record cut short", MT_L2PM_FLUSH, cutFlush, 1, 0, "only 1 fit"},
         {"flush records of another kind, VLAN 0 and VLAN 4096, no port", MT_L2PM_FLUSH,
          flushMsg({{81, 20, kGi01}, {82, 0, kGi01}, {82, 4096, kGi01}, {82, 20, 0}}), 4, 0,
          "4 records skipped"},
         {"instance ownership without its count", MT_L2PM_INST_PORT_OWNERSHIP,
          std::vector<uint8_t>(127, 0), 0, 1, "too short"},
-        {"port states without their count", MT_L2PM_PORT_STATE, std::vector<uint8_t>(259, 0),
-         0, 1, "too short"},
-        {"VLAN-STG without its constants", MT_L2PM_VLAN_STG, std::vector<uint8_t>(651, 0xFF),
-         0, 1, "too short"},
+        {"port states without their count", MT_L2PM_PORT_STATE, std::vector<uint8_t>(259, 0), 0, 1,
+         "too short"},
+        {"VLAN-STG without its constants", MT_L2PM_VLAN_STG, std::vector<uint8_t>(651, 0xFF), 0, 1,
+         "too short"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -189,22 +171,6 @@ TEST(ForwardingModel, AMessageNeverChangesMoreThanItHolds) {
     EXPECT_EQ(stateOf(m, kGi01), "fwd 20 blk ");
     m.apply(MT_L2PM_FLUSH, cutFlush.data(), cutFlush.size());
     EXPECT_EQ(m.flushes().size(), 1u);
-}
-
-TEST(ForwardingModel, FlushesAreCountedPerPortAndVlanAndTheLastOnesKept) {
-    sim::ForwardingModel m;
-    std::vector<std::tuple<uint32_t, uint16_t, uint32_t>> recs = {{82, 20, kGi01}, {82, 20, kPo5}};
-    for (uint16_t v = 100; v < 120; ++v) recs.emplace_back(82, v, kGi11);
-    auto msg = flushMsg(recs);
-    m.apply(MT_L2PM_FLUSH, msg.data(), msg.size());
-    m.apply(MT_L2PM_FLUSH, msg.data(), msg.size());
-    EXPECT_EQ(m.flushes().at({kGi01, 20}), 2u);
-    EXPECT_EQ(m.flushes().at({kPo5, 20}), 2u);
-    EXPECT_EQ(m.counters().flushRecords, 44u);
-    // The last 16, oldest first.
-    ASSERT_EQ(m.recentFlushes().size(), 16u);
-    EXPECT_EQ(m.recentFlushes().front().vlan, 104);
-    EXPECT_EQ(m.recentFlushes().back().vlan, 119);
 }
 
 TEST(ForwardingModel, InstancesGetTheirPortsAndVlans) {

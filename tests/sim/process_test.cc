@@ -1,5 +1,5 @@
-// vornsim's command line and the manager as a child process: how a start that cannot work is
-// reported, and how the child's end is told apart.
+// The manager as vornsim's child process: how a start that cannot work is reported, and how
+// the child's end is told apart. (vornsim's options are tested end to end, startup_test.cc.)
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -8,54 +8,10 @@
 #include <vector>
 
 #include "sim/manager_proc.h"
-#include "sim/options.h"
 #include "support/rundir.h"
 
 namespace vorn {
 namespace {
-
-sim::ParseOutcome parse(std::vector<std::string> words, sim::SimOptions* opts,
-                        std::string* message) {
-    words.insert(words.begin(), "vornsim");
-    std::vector<char*> argv;
-    for (std::string& w : words) argv.push_back(w.data());
-    return sim::parseOptions(static_cast<int>(argv.size()), argv.data(), opts, message);
-}
-
-TEST(SimOptions, ParsesWhatItKnowsAndNamesWhatItDoesNot) {
-    struct Case {
-        std::vector<std::string> words;
-        sim::ParseOutcome outcome;
-        uint32_t cardMask;
-        const char* inMessage;
-    };
-    const Case cases[] = {
-        {{}, sim::ParseOutcome::Run, 0x3, ""},
-        {{"--cards", "0,5,11", "--attach", "--no-evh"}, sim::ParseOutcome::Run, 0x821, ""},
-        {{"--cards", "1,1"}, sim::ParseOutcome::Run, 0x2, ""},
-        {{"--cards", "12"}, sim::ParseOutcome::Error, 0, "bad --cards list '12'"},
-        {{"--cards", "0x3"}, sim::ParseOutcome::Error, 0, "bad --cards list"},
-        {{"--rundir"}, sim::ParseOutcome::Error, 0, "option --rundir needs a value"},
-        {{"--te-cards", "1", "--ports", "64"}, sim::ParseOutcome::Run, 0x3, ""},
-        {{"--ports", "65"}, sim::ParseOutcome::Error, 0, "--ports 65 is out of range 1..64"},
-        {{"--turbo"}, sim::ParseOutcome::Error, 0, "unknown option '--turbo'"},
-        {{"--help"}, sim::ParseOutcome::Help, 0, "usage: vornsim"},
-        {{"--attach", "now"}, sim::ParseOutcome::Error, 0, "unexpected argument 'now'"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.words.empty() ? "(none)" : c.words[0] + " ...");
-        sim::SimOptions opts;
-        std::string message;
-        EXPECT_EQ(parse(c.words, &opts, &message), c.outcome);
-        EXPECT_NE(message.find(c.inMessage), std::string::npos) << message;
-        if (c.outcome == sim::ParseOutcome::Run) {
-            EXPECT_EQ(opts.cardMask, c.cardMask);
-            EXPECT_FALSE(opts.rundir.empty());
-        }
-    }
-    EXPECT_EQ(sim::cardListText(0x821), "0,5,11");
-    EXPECT_EQ(sim::cardListText(0), "none");
-}
 
 TEST(ManagerProcess, ReportsAStartThatCannotWorkAndHowTheChildEnded) {
     sim::ManagerProcess p;
@@ -75,7 +31,6 @@ TEST(ManagerProcess, ReportsAStartThatCannotWorkAndHowTheChildEnded) {
     };
     const Case cases[] = {
         {"exit 3", false, false, "exit status 3"},
-        {"kill -KILL $$", false, false, "killed by signal 9"},
         {"trap 'exit 0' TERM" + settled, true, true, "exit status 0"},
         {"trap '' TERM" + settled, true, false, "killed by signal 9"},
     };

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <future>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/codec.h"
@@ -76,16 +77,49 @@ constexpr uint32_t kQueue226 = (226u << 20) | 1;
 constexpr uint32_t kQueue166 = (166u << 20) | 1;
 constexpr uint32_t kQueue138 = (138u << 20) | 1;
 
-// A message from the manager's request queue to `target`: length at 8, type at 12, source
+// msg as sent from the manager's request queue to `target`: length at 8, type at 12, source
 // queue at 44, destination queue at 56 (written out here so a wrong constant shows up).
-inline std::vector<uint8_t> fromManager(uint32_t mtype, size_t len, uint32_t target) {
-    std::vector<uint8_t> msg(len, 0);
+inline std::vector<uint8_t> fromManager(uint32_t mtype, std::vector<uint8_t> msg, uint32_t target) {
     be::Writer w(msg.data(), msg.size());
-    w.u32(8, static_cast<uint32_t>(len));
+    w.u32(8, static_cast<uint32_t>(msg.size()));
     w.u32(12, mtype);
     w.u32(44, kQueue226);
     w.u32(56, target);
     return msg;
+}
+inline std::vector<uint8_t> fromManager(uint32_t mtype, size_t len, uint32_t target) {
+    return fromManager(mtype, std::vector<uint8_t>(len, 0), target);
+}
+
+// The manager's registration with L2PM (124 bytes): it leaves its source queue unset;
+// 72 the registering service, 120 1: register.
+inline std::vector<uint8_t> l2pmRegistration() {
+    std::vector<uint8_t> msg = fromManager(18401, 124, kQueue166);
+    be::Writer w(msg.data(), msg.size());
+    w.u32(44, 0);
+    w.u32(72, 226);
+    w.u8(120, 1);
+    return msg;
+}
+
+// Flush records (kind, VLAN, ifIndex) in the body of a flush message (18412): 248 client id 7,
+// 252 protocol id 3, 256 record count, then 24-byte records: 0 kind, 4 length 24, 12 VLAN
+// (u16), 16 ifIndex. The header is left to the caller.
+using FlushRec = std::tuple<uint32_t, uint16_t, uint32_t>;
+inline std::vector<uint8_t> flushMsg(const std::vector<FlushRec>& recs) {
+    std::vector<uint8_t> m(260 + 24 * recs.size(), 0);
+    be::Writer w(m.data(), m.size());
+    w.u32(248, 7);
+    w.u32(252, 3);
+    w.u32(256, static_cast<uint32_t>(recs.size()));
+    for (size_t i = 0; i < recs.size(); ++i) {
+        auto [kind, vlan, ifIndex] = recs[i];
+        w.u32(260 + 24 * i, kind);
+        w.u32(260 + 24 * i + 4, 24);
+        w.u16(260 + 24 * i + 12, vlan);
+        w.u32(260 + 24 * i + 16, ifIndex);
+    }
+    return m;
 }
 
 // The manager's send-and-wait of msg, answered in place, while the loop serves.

@@ -1,7 +1,7 @@
-// The simulated L2PM and IFM as the manager meets them on the wire: the answers in place,
-// the acknowledgement of the manager's SWP messages (only accepted ones feed the forwarding
-// model), the one SWP queue that carries IFM and L2PM notifications to the manager, and the
-// simulator commands that steer and show all of it.
+// The simulated event handler, L2PM and IFM as the manager meets them on the wire: the
+// answers in place, the events sent to subscribers, the acknowledgement of the manager's SWP
+// messages (only accepted ones feed the forwarding model), the one SWP queue that carries IFM
+// and L2PM notifications to the manager, and the malformed requests each drops unanswered.
 
 #include <gtest/gtest.h>
 
@@ -9,8 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/evtlog.h"
 #include "platform/swp.h"
-#include "sim/chassis_sim.h"
+#include "sim/evh.h"
 #include "sim/ifm.h"
 #include "sim/l2pm.h"
 #include "sim/swp_buffers.h"
@@ -26,18 +27,23 @@ using test::kQueue166;
 using test::kQueue226;
 using test::serveUntil;
 using test::u32At;
+using test::whileServing;
 using test::words;
 using W = std::vector<uint32_t>;
 
+constexpr uint32_t kQueue30 = (30u << 20) | 1;  // 30.0.1
 constexpr uint32_t kGi01 = 0x0A000100;
 constexpr uint32_t kGi11 = 0x0A010100;
 
-class L2pmIfmTest : public test::PlatformTest {
+class SimPeersTest : public test::PlatformTest {
 protected:
     void SetUp() override {
+        evlog_ = qelEvtOpenlog("VORN", 0, 226, 0);
         std::string err;
+        ASSERT_TRUE(evh_.open(&err)) << err;
         ASSERT_TRUE(l2pm_.open(&err)) << err;
         ASSERT_TRUE(ifm_.open(&err)) << err;
+        loop_.add(&evh_);
         loop_.add(&l2pm_);
         loop_.add(&ifm_);
     }
@@ -55,10 +61,64 @@ protected:
     }
 
     test::FakeManager mgr_;
+    QelKey evlog_ = -1;
     sim::EventLoop loop_;
+    sim::EventHandler evh_;
     sim::L2pm l2pm_;
     sim::Ifm ifm_;
 };
+
+// An absent event handler's answer is tested with the chassis's commands (control_test.cc).
+TEST_F(SimPeersTest, SendsAnEventOnlyToThoseWhoseSubscriptionItAcceptedAndWhoFollowIt) {
+    auto subscribe = [&] {
+        return whileServing(loop_, [&] { return qelEvhSubscribeEvt(evlog_, 1, CHMGR_CARD_DOWN); });
+    };
+    evh_.setRefusing(true);
+    EXPECT_EQ(subscribe(), 1);
+    EXPECT_EQ(evh_.sendEvent(CHMGR_CARD_DOWN, 5), 0);  // the refused one is not remembered
+    evh_.setRefusing(false);
+    ASSERT_EQ(subscribe(), 0);
+
+    EXPECT_EQ(evh_.sendEvent(CHMGR_CARD_DOWN, 5), 1);
+    std::vector<uint8_t> msg = mgr_.receive();
+    // CHMGR_CARD_DOWN for slot 5.
+    EXPECT_EQ(words(msg, {8, 12, 44, 56, 64, 68}), (W{72, 2009, kQueue30, kQueue226, 0x118012, 5}));
+
+    // Not followed: nothing is sent (a send would be waiting before sendEvent returns).
+    EXPECT_EQ(evh_.sendEvent(CHMGR_CARD_UP, 5), 0);
+    EXPECT_TRUE(mgr_.receive(0).empty());
+
+    // A subscriber that went away costs a failed send, counted, and nothing else.
+    mgr_.close();
+    EXPECT_EQ(evh_.sendEvent(CHMGR_CARD_DOWN, 6), 0);
+    EXPECT_EQ(evh_.counters().sendFailures, 1u);
+    EXPECT_EQ(evh_.counters().eventsSent, 1u);
+}
+
+TEST_F(SimPeersTest, DropsMalformedSubscriptionsUnanswered) {
+    struct Case {
+        const char* what;
+        uint32_t len;  // bytes sent
+        uint32_t operation;
+        uint32_t count;
+    };
+    const Case cases[] = {
+        {"too short for the count", 64, 1, 0},
+        {"ids run past the message", 80, 1, 3},
+        {"count beyond 64", 72 + 4 * 65, 1, 65},
+        {"unknown operation", 76, 3, 1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::vector<uint8_t> msg = fromManager(2005, c.len, kQueue30);
+        be::Writer w(msg.data(), msg.size());
+        w.u32(64, c.operation);
+        w.u32(68, c.count);
+        for (uint32_t off = 72; off + 4 <= c.len; off += 4) w.u32(off, CHMGR_CARD_UP);
+        EXPECT_TRUE(dropsUnanswered(msg, [&] { return evh_.counters().malformed; }));
+    }
+    EXPECT_TRUE(evh_.subscribers().empty());
+}
 
 // Port-ownership request (18403, 588 bytes): 248 client id 7, 252 protocol id 3, 256 action
 // (0 take, 1 give back), 260 the port list: u32 count, then the ifIndexes.
@@ -74,22 +134,14 @@ std::vector<uint8_t> ownershipRequest(uint32_t action, const std::vector<uint32_
     return msg;
 }
 
-TEST_F(L2pmIfmTest, RegistrationAndOwnershipAreAnsweredInPlace) {
+TEST_F(SimPeersTest, RegistrationAndOwnershipAreAnsweredInPlace) {
     for (bool refusing : {false, true}) {
         SCOPED_TRACE(refusing ? "refusing" : "accepting");
         l2pm_.setRefusing(refusing);
-        // The registration as the manager builds it: 124 bytes, body from 60.
-        std::vector<uint8_t> msg = fromManager(18401, 124, kQueue166);
-        be::Writer w(msg.data(), msg.size());
-        w.u32(44, 0);           // the manager leaves its source queue unset
-        w.u32(64, 0xDEADBEEF);  // result: must be overwritten
-        w.u32(72, 226);         // registering service
-        w.u32(80, 0x807f703f);  // registration type words
-        w.u32(96, 0xb000);
-        w.u8(120, 1);  // register
+        std::vector<uint8_t> msg = test::l2pmRegistration();
+        be::Writer(msg.data(), msg.size()).u32(64, 0xDEADBEEF);  // the result, overwritten
         ASSERT_EQ(exchange(msg), 0);
-        // The result; the rest comes back as it went.
-        EXPECT_EQ(words(msg, {64, 80, 96}), (W{refusing ? 1u : 0u, 0x807f703f, 0xb000}));
+        EXPECT_EQ(u32At(msg, 64), refusing ? 1u : 0u);
     }
     l2pm_.setRefusing(false);
     auto malformed = [&] { return l2pm_.counters().malformed; };
@@ -118,13 +170,11 @@ TEST_F(L2pmIfmTest, RegistrationAndOwnershipAreAnsweredInPlace) {
         std::vector<uint8_t> msg = ownershipRequest(c.action, c.ports);
         be::Writer(msg.data(), msg.size()).u32(584, 0xA5A5A5A5);  // the list's last word
         ASSERT_EQ(exchange(msg), 0);
-        ASSERT_EQ(msg.size(), 588u);
         Ports listed;
         for (uint32_t i = 0; i < u32At(msg, 260) && i < 81; ++i)
             listed.push_back(u32At(msg, 264 + 4 * i));
         EXPECT_EQ(listed, c.notGranted);
-        // The rest comes back as it went; the list holds nothing beyond its count.
-        EXPECT_EQ(words(msg, {248, 256, 584}), (W{7, c.action, 0}));
+        EXPECT_EQ(u32At(msg, 584), 0u);  // nothing left beyond the count
     }
     EXPECT_TRUE(l2pm_.model().owned().empty());
     EXPECT_EQ(l2pm_.model().counters().ownershipRequests, std::size(cases));
@@ -137,7 +187,7 @@ TEST_F(L2pmIfmTest, RegistrationAndOwnershipAreAnsweredInPlace) {
     EXPECT_TRUE(l2pm_.model().owned().empty());
 }
 
-TEST_F(L2pmIfmTest, SwpMessagesAreAcknowledgedAndOnlyAcceptedOnesChangeTheModel) {
+TEST_F(SimPeersTest, SwpMessagesAreAcknowledgedAndOnlyAcceptedOnesChangeTheModel) {
     struct Case {
         const char* what;
         uint32_t seq;
@@ -152,20 +202,13 @@ TEST_F(L2pmIfmTest, SwpMessagesAreAcknowledgedAndOnlyAcceptedOnesChangeTheModel)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        // A flush over SWP: 60 magic, 64 sequence, 68 stream, 72 epoch; one flush record.
-        std::vector<uint8_t> msg = fromManager(18412, 260 + 24, kQueue166);
+        // A flush over SWP: 60 magic, 64 sequence, 68 stream, 72 epoch.
+        std::vector<uint8_t> msg = fromManager(18412, test::flushMsg({{82, 20, kGi01}}), kQueue166);
         be::Writer w(msg.data(), msg.size());
         w.u32(60, swp::kMagic);
         w.u32(64, c.seq);
         w.u32(68, 9);
         w.u32(72, 0x1234);
-        w.u32(248, 7);
-        w.u32(252, 3);
-        w.u32(256, 1);
-        w.u32(260, 82);  // kind
-        w.u32(264, 24);  // length
-        w.u16(272, 20);  // VLAN
-        w.u32(276, kGi01);
         EXPECT_EQ(words(post(msg), {12, 64, 68, 72}), (W{c.replyType, c.replySeq, 9, 0x1234}));
     }
     EXPECT_EQ((l2pm_.received()), (std::map<uint32_t, uint64_t>{{18412, 2}}));
@@ -178,7 +221,7 @@ TEST_F(L2pmIfmTest, SwpMessagesAreAcknowledgedAndOnlyAcceptedOnesChangeTheModel)
                                 [&] { return l2pm_.counters().unexpected; }));
 }
 
-TEST_F(L2pmIfmTest, NotificationsOfBothKindsShareOneQueueAndComeBackWhenAcknowledged) {
+TEST_F(SimPeersTest, NotificationsOfBothKindsShareOneQueueAndComeBackWhenAcknowledged) {
     const size_t base = sim::swpbuf::live();
     std::string err;
     EXPECT_FALSE(l2pm_.sendNotification(sim::L2pm::Notif::Ifm, {}, &err));  // no queue yet
@@ -193,8 +236,6 @@ TEST_F(L2pmIfmTest, NotificationsOfBothKindsShareOneQueueAndComeBackWhenAcknowle
     EXPECT_EQ(sim::swpbuf::live(), base + 2);
 
     uint32_t state[2] = {0, 0};
-    uint32_t epoch = 0;
-    uint32_t seq = 1;
     using Expect = std::pair<uint32_t, const std::vector<uint8_t>*>;
     for (auto [mtype, body] : {Expect{10908, &ifmBody}, Expect{18402, &l2pmBody}}) {
         SCOPED_TRACE(mtype);
@@ -202,15 +243,9 @@ TEST_F(L2pmIfmTest, NotificationsOfBothKindsShareOneQueueAndComeBackWhenAcknowle
         std::vector<uint8_t> msg;
         ASSERT_TRUE(serveUntil(loop_, [&] { return !(msg = mgr_.receive(20)).empty(); }));
         ASSERT_EQ(msg.size(), 124 + body->size());
-        // Length, type, from L2PM to the manager, the sequence number in its stream.
-        EXPECT_EQ(words(msg, {8, 12, 44, 56, 64, 68}), (W{uint32_t(msg.size()), mtype, kQueue166,
-                                                          kQueue226, seq++, l2pm_.queueHandle()}));
-        if (epoch != 0) {
-            EXPECT_EQ(u32At(msg, 72), epoch);
-        }
-        epoch = u32At(msg, 72);
+        EXPECT_EQ(u32At(msg, 12), mtype);
         EXPECT_TRUE(std::equal(body->begin(), body->end(), msg.begin() + 124));
-        // The manager's one receive state takes both kinds in order.
+        // The manager's one receive state takes both kinds in order, in one stream.
         EXPECT_EQ(qelSwpCkSeqAndAck(msg.data(), state, mgr_.reqFd()), swp::kCkAccepted);
     }
     ASSERT_TRUE(serveUntil(loop_, [&] { return l2pm_.counters().notifAcked == 2; }));
@@ -233,7 +268,7 @@ TEST_F(L2pmIfmTest, NotificationsOfBothKindsShareOneQueueAndComeBackWhenAcknowle
     EXPECT_FALSE(l2pm_.sendNotification(sim::L2pm::Notif::Ifm, ifmBody, &err));
 }
 
-TEST_F(L2pmIfmTest, IfmAnswersTheControlVlanQuestionAndTakesNotices) {
+TEST_F(SimPeersTest, IfmAnswersTheControlVlanQuestionAndTakesNotices) {
     ifm_.refuseVlan(10);
     ifm_.refuseVlan(12, 1);
     struct Case {
@@ -272,37 +307,6 @@ TEST_F(L2pmIfmTest, IfmAnswersTheControlVlanQuestionAndTakesNotices) {
     ASSERT_TRUE(serveUntil(loop_, [&] { return ifm_.counters().malformed == 2; }));
     ASSERT_EQ(ifm_.notices().size(), 1u);
     EXPECT_EQ(ifm_.notices()[0].secondary, kGi11);
-    EXPECT_NE(ifm_.describe().find("configured: primary Gi 0/1, secondary Gi 1/1, secondary is "
-                                   "a ring's secondary"),
-              std::string::npos)
-        << ifm_.describe();
-}
-
-TEST_F(L2pmIfmTest, SimulatorCommandsSteerAndShowTheModels) {
-    sim::SimOptions opts;
-    opts.rundir = rundir_.path();
-    sim::ChassisSim chassis(opts);  // not started: its peers are only used for commands
-    struct Case {
-        const char* command;
-        bool ok;
-        const char* inText;
-    };
-    const Case cases[] = {
-        {"l2pm refuse-port Gi 0/5", true, "L2PM now refuses the ownership of GigabitEthernet 0/5"},
-        {"show l2pm port gi0/5", true, "not owned by the manager; L2PM refuses to hand it over"},
-        {"no l2pm refuse-port GigabitEthernet 0/5", true, "grants the ownership"},
-        {"l2pm refuse-port Gi 12/1", false, "slot 12 is out of range 0..11 in 'Gi 12/1'"},
-        {"show l2pm vlan 4096", false, "VLAN 4096 is out of range 1..4095"},
-        {"ifm refuse-vlan 12 code 0x1", true, "answers 0x00000001 when VLAN 12"},
-        {"ifm refuse-vlan 12 cod 1", false, "usage: ifm refuse-vlan VLAN [code CODE]"},
-        {"show ifm", true, "VLANs refused: 12 (0x00000001)"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.command);
-        sim::CommandResult r = chassis.commands().run(c.command);
-        EXPECT_EQ(r.ok, c.ok);
-        EXPECT_NE(r.text.find(c.inText), std::string::npos) << r.text;
-    }
 }
 
 }  // namespace
