@@ -49,20 +49,6 @@ int runToEnd(const std::vector<std::string>& argv, const std::string& outFile, s
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-int waitEnd(pid_t pid, int timeoutMs) {
-    auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    int status = 0;
-    while (waitpid(pid, &status, WNOHANG) != pid) {
-        if (Clock::now() > deadline) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            return -1;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return status;
-}
-
 bool eventually(const std::function<bool()>& cond, int timeoutMs) {
     auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!cond()) {
@@ -70,6 +56,14 @@ bool eventually(const std::function<bool()>& cond, int timeoutMs) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return true;
+}
+
+int waitEnd(pid_t pid, int timeoutMs) {
+    int status = 0;
+    if (eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; }, timeoutMs)) return status;
+    kill(pid, SIGKILL);
+    waitpid(pid, &status, 0);
+    return -1;
 }
 
 std::vector<std::string> words(const std::string& line) {
@@ -99,12 +93,7 @@ void Chassis::start(const std::vector<std::string>& simOptions) {
     sim_ = spawn(argv, simOut_);
 }
 
-bool Chassis::startAndWait(const std::string& startup) {
-    if (!startup.empty()) {
-        std::filesystem::create_directory(dir_);
-        std::filesystem::permissions(dir_, std::filesystem::perms::owner_all);
-        std::ofstream(dir_ + "/startup-config", std::ios::binary) << startup;
-    }
+bool Chassis::startAndWait() {
     start({"--vornctl", VORNCTL_PATH});
     return eventually([this] { return ctl({"shell", "qelIpcStats"}) == 0; }, 20000);
 }

@@ -33,9 +33,9 @@ public:
 
     // Starts vornsim with extra options (it starts vornd unless told otherwise).
     void start(const std::vector<std::string>& simOptions = {});
-    // Starts vornsim with vornctl to replay DIR/startup-config (written first when `startup`
-    // is not empty) and waits until the manager answers the shell.
-    bool startAndWait(const std::string& startup = "");
+    // Starts vornsim with vornctl to replay DIR/startup-config and waits until the manager
+    // answers the shell.
+    bool startAndWait();
     // SIGTERM to vornsim; returns its wait status (-1 if it had to be killed).
     int stop();
     // Runs vornctl with --rundir and the arguments; returns its exit status.
@@ -52,7 +52,6 @@ public:
 
     const std::string& base() const { return base_; }
     const std::string& rundir() const { return dir_; }
-    pid_t simPid() const { return sim_; }
 
 private:
     std::string base_;

@@ -6,7 +6,6 @@
 #include <signal.h>
 #include <sys/wait.h>
 
-#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -19,13 +18,7 @@ namespace {
 
 TEST(Stop, SigtermDuringABurstLeavesAWholeRunningConfig) {
     Chassis c;
-    c.start();
-    ASSERT_TRUE(eventually(
-        [&c] {
-            return c.ctl({"shell", "qelIpcStats"}) == 0;
-        },
-        20000))
-        << c.simLog();
+    ASSERT_TRUE(c.startAndWait()) << c.simLog();
     std::string file = c.base() + "/burst.cfg";
     {
         std::ofstream out(file);
@@ -63,11 +56,9 @@ TEST(Stop, SigtermDuringABurstLeavesAWholeRunningConfig) {
         rings += l.rfind("protocol vorn ", 0) == 0 ? 1 : 0;
     }
     EXPECT_GT(rings, 0);
-    EXPECT_FALSE(std::filesystem::exists(c.rundir() + "/226.0.1")) << "its socket is left";
     EXPECT_TRUE(
         eventually([&] { return c.simLog().find(": exit status 0") != std::string::npos; }, 5000))
         << c.simLog();
-    c.stop();
 }
 
 }  // namespace
