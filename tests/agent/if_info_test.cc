@@ -1,6 +1,6 @@
 // Interface-information records as a test agent receives them: the full download byte for
-// byte (VLANs before ports, 20- and 532-byte records, the LAG parent) and its dump, the
-// buffer split at the 8192-byte edge, buffer exhaustion, and a dump that keeps to its bytes.
+// byte (VLANs before ports, 20- and 532-byte records, the LAG parent), the buffer split at
+// the 8192-byte edge and buffer exhaustion.
 
 #include <cstring>
 #include <string>
@@ -71,14 +71,7 @@ TEST_F(IfInfoTest, FullDownloadIsByteExact) {
 
     ASSERT_EQ(vornDnldIfInfoToAgt(2), 0);
     EXPECT_TRUE(recvOn(agent, 0).empty()) << "pending until the flush";
-    vornMsgPrint = 1;  // and dumped there
-    std::string out = captureStdout([] { vornFlushPendingMsgs(); });
-    vornMsgPrint = 0;
-    for (const char* line : {"Num Elements : 5, IfInfoLen = 612\r\nRecord : 0\r\n",
-                             "\t IfName              : Gi 1/2\r\n\t Lag If              : Po 5\r\n"
-                             "\t Mac Addr            : 0:1:e8:aa:bb:cc \r\n",
-                             "\t Vlans               : 7, 4095, \r\n"})
-        EXPECT_NE(out.find(line), std::string::npos) << line << " in:\n" << out;
+    vornFlushPendingMsgs();
     std::vector<uint8_t> m = recvOn(agent);
     std::vector<uint8_t> got = records(m, 5);
     ASSERT_EQ(got.size(), 4u * 20 + 532);
@@ -177,35 +170,6 @@ TEST_F(IfInfoTest, LostBufferLosesOnlyThatRecord) {
     out = captureStdout(
         [&] { EXPECT_EQ(vornFillAndSendIfInfo(12, r.head.data(), nullptr, 20), -1); });
     EXPECT_EQ(gapVornIfDnldBuf, decltype(gapVornIfDnldBuf){}) << "nothing taken for a bad slot";
-}
-
-TEST_F(IfInfoTest, DumpStaysWithinTheByteCount) {
-    std::vector<uint8_t> buf(VORN_MSG_BUF_SIZE);
-    be::Writer w(buf.data(), buf.size());
-    const struct {
-        uint32_t count, bytes;
-        uint8_t flag1;  // byte 19 of the second record
-        std::string records;
-    } cases[] = {
-        {1000, 40, 0, "Record : 0\r\nRecord : 1\r\n"},
-        {2, 20, 0, "Record : 0\r\n"},
-        {2, 60, 1, "Record : 0\r\n"},  // the long second record passes the byte count
-        {2, 0xFFFFFFFF, 0, "Record : 0\r\nRecord : 1\r\n"},
-    };
-    vornMsgPrint = 1;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.count);
-        w.u32(124, c.bytes);
-        w.u32(128, c.count);
-        w.u8(132 + 20 + 19, c.flag1);
-        std::string out = captureStdout([&] { vornDumpIfDnldBuf(buf.data()); });
-        std::string shown;
-        for (size_t p = out.find("Record : "); p != std::string::npos;
-             p = out.find("Record : ", p + 1))
-            shown += out.substr(p, out.find('\n', p) - p + 1);
-        EXPECT_EQ(shown, c.records) << out;
-    }
-    vornMsgPrint = 0;
 }
 
 }  // namespace

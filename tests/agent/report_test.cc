@@ -155,7 +155,7 @@ TEST_F(ReportTest, CountBeyondTheMessageStopsAtItsEnd) {
     // Slot 2's stream: the first message synchronises it.
     Bytes empty = report(2, {});
     EXPECT_EQ(vornProcMsgFromAgt(empty.data()), 0);
-    vornErrPrint = vornAgtMsgPrint = 1;
+    vornErrPrint = 1;
     Bytes m = report(2, {{5, kPri, 2, 0, kSec, 3, 0}}, 0x10000000);
     int rc = 0;
     std::string out = captureStdout([&] { rc = vornProcMsgFromAgt(m.data()); });
@@ -166,13 +166,6 @@ TEST_F(ReportTest, CountBeyondTheMessageStopsAtItsEnd) {
                        "152 bytes"),
               std::string::npos)
         << out;
-    // The dump shows the one record that is there.
-    EXPECT_NE(out.find("Agt (2) msg rcvd. Num Elements : 268435456\r\nRecord : 0\r\n"
-                       "   RingId     : 5\r\n   Primary    : 130\r\n     Port State : FORW\r\n"
-                       "   Secondary  : 194\r\n     Port State : BLOCKING\r\n"),
-              std::string::npos)
-        << out;
-    EXPECT_EQ(out.find("Record : 1"), std::string::npos);
 }
 
 TEST_F(ReportTest, OperStatusOfAMasterFollowsItsPortStates) {
