@@ -137,11 +137,7 @@ TEST_F(RingCfgTest, FifteenthRecordStartsANewMessage) {
         ASSERT_EQ(vornSendRingCfgMsgToSingleAgt(3, rings[i], 1, 0x08, 1, nullptr), 0);
     }
     EXPECT_TRUE(recvOn(agent, 0).empty()) << "fourteen records still fit";
-    vornDbgPrint = 1;
-    std::string out = captureStdout(
-        [&] { ASSERT_EQ(vornSendRingCfgMsgToSingleAgt(3, rings[14], 1, 0x08, 1, nullptr), 0); });
-    vornDbgPrint = 0;
-    EXPECT_NE(out.find("Num Elements : 14 \r\n"), std::string::npos) << "dumped when it leaves";
+    ASSERT_EQ(vornSendRingCfgMsgToSingleAgt(3, rings[14], 1, 0x08, 1, nullptr), 0);
 
     std::vector<uint8_t> first = recvOn(agent);
     ASSERT_EQ(first.size(), 7744u);
@@ -217,29 +213,13 @@ TEST_F(RingCfgTest, BufferExhaustionLosesTheRecord) {
     addAgent(1);
     addAgent(6);
     VornRingEntry* ring = fullRing();
-    const struct {
-        const char* name;
-        int (*send)(VornRingEntry*);
-        std::string err;
-    } cases[] = {
-        {"single",
-         [](VornRingEntry* r) { return vornSendRingCfgMsgToSingleAgt(1, r, 1, 1, 1, nullptr); },
-         "vornSendRingCfgMsgToSingleAgt (): Cannot allocate buffer for lineCard 1\r\n"},
-        {"enable", vornSendRingEnableMsgToAgt,
-         "vornSendRingEnableMsgToAgt (): Cannot allocate buffer for lineCard 1\r\n"},
-        {"disable", vornSendRingDisableMsgToAgt,
-         "vornSendRingDisableMsgToAgt (): Cannot allocate buffer for lineCard 1\r\n"},
-    };
     vornErrPrint = 1;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        host::memFailNextForTest(VORN_MEM_PART_ID, VORN_MSG_BUF_SIZE, 1);
-        std::string out = captureStdout([&] { EXPECT_EQ(c.send(ring), -1); });
-        EXPECT_EQ(out, c.err);
-        // The first failing slot ends the walk: slot 6 gets nothing either.
-        EXPECT_EQ(gapVornAgtBuf[1], nullptr);
-        EXPECT_EQ(gapVornAgtBuf[6], nullptr);
-    }
+    host::memFailNextForTest(VORN_MEM_PART_ID, VORN_MSG_BUF_SIZE, 1);
+    std::string out = captureStdout([&] { EXPECT_EQ(vornSendRingEnableMsgToAgt(ring), -1); });
+    EXPECT_EQ(out, "vornSendRingEnableMsgToAgt (): Cannot allocate buffer for lineCard 1\r\n");
+    // The first failing slot ends the walk: slot 6 gets nothing either.
+    EXPECT_EQ(gapVornAgtBuf[1], nullptr);
+    EXPECT_EQ(gapVornAgtBuf[6], nullptr);
 }
 
 TEST_F(RingCfgTest, FullDownloadInRingOrder) {

@@ -118,20 +118,6 @@ TEST_F(ConfigTest, AManagerThatIsMissingOrSilentIsNamed) {
     EXPECT_EQ(silent.requests().size(), 1u);
 }
 
-TEST_F(ConfigTest, AnAnswerThatIsNotAWholeRequestIsReportedAtOnce) {
-    test::NmManager mgr;
-    mgr.truncateAnswers(88);
-    // Reported at once, not after the (long) wait for an answer.
-    cli::Cli cli(rundir_.path(), out_, err_, 60000);
-    auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(cli.runLine("protocol vorn 5"), cli::kExitFailed);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
-    EXPECT_EQ(err_.str(),
-              "% Error: the manager's answer (88 bytes, expected 1024) could not be "
-              "read; the command may or may not have taken effect\n");
-    EXPECT_EQ(cli.context(), cli::Context{});
-}
-
 TEST_F(ConfigTest, ABadLineInAFileIsFoundBeforeAnythingIsSent) {
     test::NmManager mgr;
     cli::Cli cli(rundir_.path(), out_, err_, 2000);

@@ -34,8 +34,6 @@ public:
     NmManager& operator=(const NmManager&) = delete;
 
     bool ok() const { return key_ >= 0; }
-    // Answers with only the first n bytes of the request from now on (0: all of it).
-    void truncateAnswers(size_t n) { answerLen_ = n; }
     std::vector<Request> requests() const {
         std::lock_guard<std::mutex> lock(mu_);
         return requests_;
@@ -59,16 +57,13 @@ private:
             be::Writer w(req.data(), req.size());
             w.u32(64, static_cast<uint32_t>(status));
             w.u16(84, static_cast<uint16_t>(status));
-            size_t len = answerLen_ != 0 ? answerLen_.load() : req.size();
-            w.u32(8, static_cast<uint32_t>(len));  // else the host library drops it
-            qelIpcReply(Key_getReqQueue(key_), req.data(), static_cast<int>(len));
+            qelIpcReply(Key_getReqQueue(key_), req.data(), static_cast<int>(req.size()));
         }
     }
 
     Answer answer_;
     QelKey key_;
     std::atomic<bool> stop_{false};
-    std::atomic<size_t> answerLen_{0};
     mutable std::mutex mu_;
     std::vector<Request> requests_;
     std::thread thread_;

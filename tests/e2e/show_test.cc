@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -34,23 +33,6 @@ TEST(ShowE2e, RingsDebuggingAndCountersAsAnOperatorSeesThem) {
         c.run("sim", std::string("vlan 10,20-30 add ") + port + " tagged");
         c.run("sim", std::string("port ") + port + " up");
     }
-    // Bad input gets a sentence and changes nothing.
-    const struct {
-        const char* line;
-        int status;
-        const char* says;
-    } bad[] = {
-        {"show vorn ring 9", 1, "% Error: ring 9 does not exist"},
-        {"show vorn ring 300", 2, "ring id 300 is out of range 1..255"},
-        {"debug vorn ring 9 event", 1, "% Error: ring 9 does not exist"},
-        {"debug vorn ring 5 loud", 2, "unknown word 'loud'"},
-        {"clear vorn counters ring 9", 1, "% Error: ring 9 does not exist"},
-    };
-    for (const auto& b : bad) {
-        std::string out;
-        EXPECT_EQ(c.ctl(words(b.line), &out), b.status) << b.line;
-        EXPECT_NE(out.find(b.says), std::string::npos) << b.line << ": " << out;
-    }
     EXPECT_EQ(c.run("show", "debugging"), "No VORN ring debugging is on.\n");
 
     std::string file = c.base() + "/rings.cfg", out;
@@ -64,12 +46,7 @@ TEST(ShowE2e, RingsDebuggingAndCountersAsAnOperatorSeesThem) {
         c.shows("show", "vorn ring 5", "Primary         : GigabitEthernet 0/1, forwarding"));
 
     // Every ring once across the pages, in the text and in the JSON.
-    auto t0 = std::chrono::steady_clock::now();
     std::map<int, int> ids = idsInSummary(c.run("show", "vorn ring summary"));
-    auto ms =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0)
-            .count();
-    RecordProperty("summary_of_255_rings_ms", static_cast<int>(ms));
     EXPECT_EQ(ids.size(), 255u);
     for (const auto& [id, n] : ids) EXPECT_EQ(n, 1) << "ring " << id;
     ASSERT_EQ(c.ctl({"--json", "show", "vorn", "ring", "summary"}, &out), 0);

@@ -100,14 +100,6 @@ TEST(CommandTable, MatchesTheLongestRunOfWordsAndChecksArguments) {
         else
             EXPECT_EQ(seen, std::vector<std::string>{c.ran});
     }
-
-    sim::CommandTable onlyLong;
-    onlyLong.add({"evh refuse", "on|off", "", 1, 1, record("refuse")});
-    onlyLong.add({"evh absent", "on|off", "", 1, 1, record("absent")});
-    sim::CommandResult r = onlyLong.run("evh");
-    EXPECT_FALSE(r.ok);
-    EXPECT_NE(r.text.find("evh refuse on|off"), std::string::npos) << r.text;
-    EXPECT_NE(r.text.find("evh absent on|off"), std::string::npos) << r.text;
 }
 
 // The chassis in attach mode (no manager process), with the test as its manager, driven

@@ -1,7 +1,6 @@
 // L2PM's forwarding model, fed with messages built here field by field as the manager sends
-// them: port states per VLAN, STG instances with their ports and VLANs, and what a message
-// that claims more than it holds is allowed to change. Flushes are counted in
-// l2pm_ifm_test.cc.
+// them: port states per VLAN and STG instances with their ports and VLANs. Flushes are
+// counted in peers_test.cc.
 
 #include "sim/l2pm_model.h"
 
@@ -128,49 +127,6 @@ TEST(ForwardingModel, PortStatesSetEachVlanOfEachPort) {
     EXPECT_EQ(m.counters().portStateMsgs, 4u);
     EXPECT_EQ(m.counters().portStateRecords, 5u);
     EXPECT_EQ(m.counters().badRecords, 1u);
-}
-
-TEST(ForwardingModel, AMessageNeverChangesMoreThanItHolds) {
-    struct Case {
-        const char* what;
-        uint32_t mtype;
-        std::vector<uint8_t> msg;
-        uint64_t badRecords;
-        uint64_t malformed;
-        const char* inNote;
-    };
-    std::vector<uint8_t> cutFlush = flushMsg({{82, 20, kGi01}, {82, 21, kGi01}});
-    cutFlush.resize(cutFlush.size() - 1);  // the second record loses its last byte
-    std::vector<uint8_t> hugeCount = portStateMsg({{kGi01, {20}, {20}}});
-    be::Writer(hugeCount.data(), hugeCount.size()).u32(256, 0xFFFFFFFF);
-    const Case cases[] = {
-        {"claims 4 billion port states, holds 1", MT_L2PM_PORT_STATE, hugeCount, 0xFFFFFFFF - 1, 0,
-         "claims 4294967295 records, only 1 fit"},
-        {"a flush record cut short", MT_L2PM_FLUSH, cutFlush, 1, 0, "only 1 fit"},
-        {"flush records of another kind, VLAN 0 and VLAN 4096, no port", MT_L2PM_FLUSH,
-         flushMsg({{81, 20, kGi01}, {82, 0, kGi01}, {82, 4096, kGi01}, {82, 20, 0}}), 4, 0,
-         "4 records skipped"},
-        {"instance ownership without its count", MT_L2PM_INST_PORT_OWNERSHIP,
-         std::vector<uint8_t>(127, 0), 0, 1, "too short"},
-        {"port states without their count", MT_L2PM_PORT_STATE, std::vector<uint8_t>(259, 0), 0, 1,
-         "too short"},
-        {"VLAN-STG without its constants", MT_L2PM_VLAN_STG, std::vector<uint8_t>(651, 0xFF), 0, 1,
-         "too short"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        sim::ForwardingModel m;
-        std::string note = m.apply(c.mtype, c.msg.data(), c.msg.size());
-        EXPECT_NE(note.find(c.inNote), std::string::npos) << note;
-        EXPECT_EQ(m.counters().badRecords, c.badRecords);
-        EXPECT_EQ(m.counters().malformed, c.malformed);
-    }
-    // What fitted was applied.
-    sim::ForwardingModel m;
-    m.apply(MT_L2PM_PORT_STATE, hugeCount.data(), hugeCount.size());
-    EXPECT_EQ(stateOf(m, kGi01), "fwd 20 blk ");
-    m.apply(MT_L2PM_FLUSH, cutFlush.data(), cutFlush.size());
-    EXPECT_EQ(m.flushes().size(), 1u);
 }
 
 TEST(ForwardingModel, InstancesGetTheirPortsAndVlans) {

@@ -95,31 +95,6 @@ TEST_F(SimPeersTest, SendsAnEventOnlyToThoseWhoseSubscriptionItAcceptedAndWhoFol
     EXPECT_EQ(evh_.counters().eventsSent, 1u);
 }
 
-TEST_F(SimPeersTest, DropsMalformedSubscriptionsUnanswered) {
-    struct Case {
-        const char* what;
-        uint32_t len;  // bytes sent
-        uint32_t operation;
-        uint32_t count;
-    };
-    const Case cases[] = {
-        {"too short for the count", 64, 1, 0},
-        {"ids run past the message", 80, 1, 3},
-        {"count beyond 64", 72 + 4 * 65, 1, 65},
-        {"unknown operation", 76, 3, 1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        std::vector<uint8_t> msg = fromManager(2005, c.len, kQueue30);
-        be::Writer w(msg.data(), msg.size());
-        w.u32(64, c.operation);
-        w.u32(68, c.count);
-        for (uint32_t off = 72; off + 4 <= c.len; off += 4) w.u32(off, CHMGR_CARD_UP);
-        EXPECT_TRUE(dropsUnanswered(msg, [&] { return evh_.counters().malformed; }));
-    }
-    EXPECT_TRUE(evh_.subscribers().empty());
-}
-
 // Port-ownership request (18403, 588 bytes): 248 client id 7, 252 protocol id 3, 256 action
 // (0 take, 1 give back), 260 the port list: u32 count, then the ifIndexes.
 std::vector<uint8_t> ownershipRequest(uint32_t action, const std::vector<uint32_t>& ports,
