@@ -78,7 +78,8 @@ TEST(ShowE2e, RingsDebuggingAndCountersAsAnOperatorSeesThem) {
     c.run("clear", "vorn counters ring 5");
     EXPECT_TRUE(c.shows("show", "vorn ring 5", "Link up events        : 0"));
     ASSERT_EQ(c.ctl({"--json", "sim", "show", "agents"}, &out), 0);
-    for (const auto& agent : nlohmann::json::parse(out).at("agents"))
+    const nlohmann::json agents = nlohmann::json::parse(out);
+    for (const auto& agent : agents.at("agents"))
         for (const auto& ring : agent.value("rings", nlohmann::json::array()))
             if (ring.at("id") == 5) {
                 EXPECT_EQ(ring.at("counters").at("link_up"), 0);
