@@ -17,6 +17,7 @@
 
 #include "agent/agent.h"
 #include "ifm/ifm.h"
+#include "ifm/ifm_internal.h"
 #include "platform/bitmap.h"
 #include "platform/codec.h"
 #include "platform/ifindex.h"
@@ -31,16 +32,9 @@ namespace {
 using vorn::be::Reader;
 using vorn::be::Writer;
 
-enum class IfKind { Management, Vlan, PortOrLag, Other };
-
-// The classification of the IFM handlers: management port, VLAN, physical port, LAG.
-IfKind classify(uint32_t ifIndex) {
-    uint32_t type = ifmIfIndexToIfType(ifIndex);
-    if (type == vorn::ifm::kTypeManagement) return IfKind::Management;
-    if (type == vorn::ifm::kTypeVlan) return IfKind::Vlan;
-    if (ifmIfIndexToPlFlag(ifIndex) != 0 || type == vorn::ifm::kTypeLag) return IfKind::PortOrLag;
-    return IfKind::Other;
-}
+// The download classifies interfaces as the IFM handlers do.
+using vorn::ifmrec::classify;
+using vorn::ifmrec::IfKind;
 
 // A VLAN as IFM's interface add creates it, from a record holding only the ifIndex (so
 // its attribute word is 0).

@@ -218,11 +218,7 @@ int sendToAddr(int fd, const sockaddr_un& addr, socklen_t alen, void* buf, size_
     }
     stampHeader(buf, len, reply);
     if (mayDefer && outbox().on) return sendOrDefer(fd, addr, alen, buf, len);
-    ssize_t n;
-    do {
-        n = sendto(fd, buf, len, MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&addr), alen);
-    } while (n < 0 && errno == EINTR);
-    if (n != static_cast<ssize_t>(len)) {
+    if (sendNow(fd, addr, alen, buf, len, 0) != static_cast<ssize_t>(len)) {
         stats().sendFailed++;
         return -1;
     }
