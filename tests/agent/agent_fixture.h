@@ -50,25 +50,6 @@ protected:
         return m;
     }
 
-    VornRingEntry* makeRing(uint16_t id) {
-        auto* ring = vornMakeRecord<VornRingEntry>(
-            vornFixedPoolMalloc(VORN_RING_TAG, VORN_RING_BLOCK_SIZE, VORN_RING_MEM_POOL));
-        EXPECT_NE(ring, nullptr);
-        ring->u2RingId = id;
-        ring->u2HelloTime = VORN_DEFAULT_HELLO;
-        ring->u2DeadTime = VORN_DEFAULT_DEAD;
-        ring->u2DesgLineCard = VORN_NO_LINE_CARD;
-        gVornRing[id] = ring;
-        return ring;
-    }
-
-    VornPortEntry* makePort(uint32_t ifIndex, uint16_t operState = 1) {
-        VornPortEntry* port = vornCreatePortEntry(ifIndex, VORN_CREATOR_IFM);
-        EXPECT_NE(port, nullptr);
-        if (port != nullptr) port->u2OperState = operState;
-        return port;
-    }
-
     // A ring with everything readiness asks for (mandatory flags, control VLAN record, both
     // ports recorded, owned and tagged), on the given physical ports.
     VornRingEntry* makeReadyRing(uint16_t id, uint16_t ctrlVlan, uint32_t pri, uint32_t sec,

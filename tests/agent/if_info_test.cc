@@ -57,10 +57,11 @@ TEST_F(IfInfoTest, FullDownloadIsByteExact) {
     v7->u4IfmAttr = 0x01020304;
     // Gi 1/2 (port 195): up, member of Po 5, VLANs 7 and 4095. Po 5 (port 5): no VLANs.
     // Gi 1/3 (port 196): down, its LAG parent 6 has no record.
-    VornPortEntry* gi12 = makePort(gi(1, 2), 1);
-    VornPortEntry* po5 = makePort(po(5), 0);
-    VornPortEntry* gi13 = makePort(gi(1, 3), 0);
+    VornPortEntry* gi12 = makePort(gi(1, 2));
+    VornPortEntry* po5 = makePort(po(5));
+    VornPortEntry* gi13 = makePort(gi(1, 3));
     ASSERT_TRUE(gi12 && po5 && gi13);
+    gi13->u2OperState = 0;
     gi12->u2LagParent = 5;
     gi12->macAddr = {0x00, 0x01, 0xE8, 0xAA, 0xBB, 0xCC};
     bmp::set(gi12->vlanBmap, 7);

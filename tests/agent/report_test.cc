@@ -32,10 +32,10 @@ protected:
         // Records for L2PM are gathered only while its queue exists.
         openPeer(VORN_L2PM_SERVICE, 0);
         createL2pmQueue();
-        ring_ = l2pmt::makeRing(5);
+        ring_ = makeRing(5);
         ring_->memberVlanBmap = l2pmt::vlanSet({20, 21});
-        l2pmt::makePort(gi(0, 1), {10, 20, 21});
-        l2pmt::makePort(gi(1, 1), {10, 20, 21});
+        makePort(gi(0, 1), {10, 20, 21});
+        makePort(gi(1, 1), {10, 20, 21});
         l2pmt::attach(ring_, 1, gi(0, 1));
         l2pmt::attach(ring_, 0, gi(1, 1));
     }

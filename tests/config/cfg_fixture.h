@@ -7,9 +7,7 @@
 
 #include <array>
 #include <cstring>
-#include <fstream>
 #include <initializer_list>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -58,6 +56,10 @@ public:
         w().u16(off, v);
         return *this;
     }
+    CliReq& u32(size_t off, uint32_t v) {
+        w().u32(off, v);
+        return *this;
+    }
     std::array<uint8_t, vorn::nm::kLen>& buf() { return buf_; }
 
 private:
@@ -75,12 +77,8 @@ protected:
     }
     // Sends the request, lets the manager's dispatch serve it and returns the reply
     // (empty when none came within waitMs).
-    std::vector<uint8_t> run(CliReq& req, int waitMs = 1000) {
-        EXPECT_EQ(qelIpcSend(cli_, req.buf().data(), vorn::nm::kLen), 0);
-        std::vector<uint8_t> rx(8192);
-        EXPECT_GT(qelIpcRecv(vornTcb.reqQfd, rx.data(), 8192, 0, 0, 0), 0);
-        vornProcessIpcMsg(rx.data());
-        return recvOn(cli_, waitMs);
+    std::vector<uint8_t> run(CliReq& req) {
+        return serve(cli_, req.buf().data(), req.buf().size());
     }
     // The reply status word (offset 64) of a served request; -1 without a reply.
     int64_t status(CliReq&& req) { return status(req); }
@@ -100,12 +98,7 @@ protected:
     }
 
     // DIR/running-config as the store last wrote it ("" when not written yet).
-    std::string runningConfig() const {
-        std::ifstream in(rundir_.path() + "/running-config", std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
-    }
+    std::string runningConfig() const { return runFile("running-config"); }
 
     // Everything a refused request must leave as it was.
     struct Snapshot {

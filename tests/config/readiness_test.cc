@@ -36,11 +36,7 @@ protected:
     // a record, both ports with records, tagged and owned, and a ready secondary.
     void SetUp() override {
         MgrTest::SetUp();
-        ring_ = vornMakeRecord<VornRingEntry>(
-            vornFixedPoolMalloc(VORN_RING_TAG, VORN_RING_BLOCK_SIZE, VORN_RING_MEM_POOL));
-        ASSERT_NE(ring_, nullptr);
-        gVornRing[kRing] = ring_;
-        ring_->u2RingId = kRing;
+        ASSERT_NE(ring_ = makeRing(kRing), nullptr);
         ring_->u4Flags = VORN_RING_CFG_CTRL_VLAN | VORN_RING_CFG_MODE | VORN_RING_CFG_ENABLE |
                          VORN_RING_CFG_HELLO;
         ring_->u2CtrlVlanId = kCtrlVlan;
@@ -49,8 +45,7 @@ protected:
         ring_->isPriTagged = ring_->isSecTagged = 1;
         ring_->isPriOwned = ring_->isSecOwned = 1;
         ring_->isSecReady = 1;
-        ASSERT_NE(vornCreatePortEntry(gi(0, 5), VORN_CREATOR_IFM), nullptr);
-        ASSERT_NE(vornCreatePortEntry(gi(0, 11), VORN_CREATOR_IFM), nullptr);
+        ASSERT_TRUE(makePort(gi(0, 5)) && makePort(gi(0, 11)));
         ensureCtrlVlan();
     }
     void ensureCtrlVlan() {

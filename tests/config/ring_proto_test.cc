@@ -171,41 +171,29 @@ TEST_F(ProtoTest, RemovingTheLastRingFlushesThePendingBuffers) {
     EXPECT_EQ(varBlocksInUse(), 0u);
 }
 
-TEST_F(ProtoTest, DispatchRoutesRepliesAndCounts) {
-    // Show, debug and clear go on to their handlers: a show request without its paging state
-    // gets an answer with status -1 (88 bytes, no data); a debug request for ring 0 the reply
-    // status 0xFFFF; clearing every ring (ring id 0) status 0.
+TEST_F(ProtoTest, DispatchCountsAndTracesRequestsOfEveryOtherType) {
+    // (Show and debug requests reach their handlers in the show tests.)
     const struct {
-        const char* name;
         uint32_t type;
-        size_t replyLen;
-        uint32_t status;  // of the reply (offset 64, or 60 of a show answer)
-        int counter;      // -1: none besides "NM count"
+        int counter;  // -1: none besides "NM count"
         const char* trace;
     } cases[] = {
-        {"unknown type", 9, vorn::nm::kLen, 0, VORN_CNT_CLI_DEFAULT,
-         "vornProcessCliMsg \r\nvornProcessCliMsg: Default case. \r\n"},
-        {"clear", vorn::nm::kTypeClearStat, vorn::nm::kLen, 0, -1,
-         "vornProcessCliMsg \r\nVORN_CLEAR_STAT \r\n"},
-        {"debug", vorn::nm::kTypeDbgEvent, vorn::nm::kLen, 0xFFFF, -1, "vornProcessCliMsg \r\n"},
-        {"show summary", vorn::nm::kTypeShowSummary, 88, 0xFFFFFFFF, -1, "vornProcessCliMsg \r\n"},
-        {"show detail", vorn::nm::kTypeShowDetail, 88, 0xFFFFFFFF, -1, "vornProcessCliMsg \r\n"},
+        {9, VORN_CNT_CLI_DEFAULT, "vornProcessCliMsg \r\nvornProcessCliMsg: Default case. \r\n"},
+        {vorn::nm::kTypeClearStat, -1, "vornProcessCliMsg \r\nVORN_CLEAR_STAT \r\n"},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        auto before = gVornCounters;
+        SCOPED_TRACE(c.type);
+        auto expected = gVornCounters;
+        expected[VORN_CNT_NM]++;
+        if (c.counter >= 0) expected[static_cast<size_t>(c.counter)]++;
         CliReq req(c.type, 5);
         std::vector<uint8_t> reply;
         vornDbgPrint = 1;
-        std::string out = captureStdout([&] { reply = run(req, 1000); });
+        std::string out = captureStdout([&] { reply = run(req); });
         vornDbgPrint = 0;
-        ASSERT_EQ(reply.size(), c.replyLen);
-        EXPECT_EQ(be::Reader(reply.data(), reply.size()).u32(c.replyLen == 88 ? 60 : 64), c.status);
-        // The dispatch's own lines come first; the show, debug and clear handlers follow.
+        ASSERT_EQ(reply.size(), vorn::nm::kLen);
+        EXPECT_EQ(be::Reader(reply.data(), reply.size()).u32(vorn::nm::kOffReplyStatus), 0u);
         EXPECT_EQ(out.rfind("vornProcessIpcMsg: MT_NM \r\n" + std::string(c.trace), 0), 0u) << out;
-        auto expected = before;
-        expected[VORN_CNT_NM]++;
-        if (c.counter >= 0) expected[static_cast<size_t>(c.counter)]++;
         EXPECT_EQ(gVornCounters, expected);
     }
 }

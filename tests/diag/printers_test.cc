@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <functional>
 #include <string>
 
 #include "diag/diag.h"
@@ -27,19 +26,6 @@ std::string withAddr(std::string text, const void* p) {
 
 class PrintersTest : public vorn::test::MgrTest {
 protected:
-    std::string out(const std::function<void()>& fn) { return captureStdout(fn); }
-
-    VornRingEntry* makeRing(uint16_t id) {
-        auto* ring = vornMakeRecord<VornRingEntry>(
-            vornFixedPoolMalloc(VORN_RING_TAG, VORN_RING_BLOCK_SIZE, VORN_RING_MEM_POOL));
-        ring->u2RingId = id;
-        ring->u2HelloTime = VORN_DEFAULT_HELLO;
-        ring->u2DeadTime = VORN_DEFAULT_DEAD;
-        ring->u2DesgLineCard = VORN_NO_LINE_CARD;
-        gVornRing[id] = ring;
-        return ring;
-    }
-
     // Ring 5: primary Gi 0/1, secondary Po 5, control VLAN 10, member VLANs 20 and 4095.
     // Ring 7: a description that fills its field without a terminator, followed by a set
     // debug entry. Ring 9: debug entries. Port Gi 0/1 (130) with VLANs and rings, Gi 0/0
@@ -73,12 +59,9 @@ protected:
         r9->dbgCfg[2] = {2, 3};  // only the value 1 means on
         r9->dbgCfg[6] = {1, 25};
 
-        port_ = vornCreatePortEntry(gi(0, 1), VORN_CREATOR_IFM);
+        port_ = makePort(gi(0, 1), {10, 20});
         port_->u4PortMode = 2;
-        port_->u2OperState = 1;
         port_->macAddr = {0x00, 0x1b, 0x2c, 0x3d, 0x4e, 0x5f};
-        bmp::set(port_->vlanBmap, 10);
-        bmp::set(port_->vlanBmap, 20);
         bmp::set(port_->ctrlVlanBmap, 10);
         bmp::set(port_->ringBmap, 5);
         port_->i2RingCount = 1;
@@ -237,11 +220,11 @@ TEST_F(PrintersTest, EveryPrinterLineForLineThroughTheShell) {
 TEST_F(PrintersTest, BitmapPrintersStopAtTheirSize) {
     VornPortBmap ports{};
     for (uint32_t bit : {0, 897, 898}) bmp::set(ports, bit);  // 898: padding past the last port
-    EXPECT_EQ(out([&] { vornPrintPortBmap(ports, "P: "); }), "P: 0, 897, \r\n");
+    EXPECT_EQ(captureStdout([&] { vornPrintPortBmap(ports, "P: "); }), "P: 0, 897, \r\n");
     VornVlanBmap wide{};  // a ring bitmap handed a longer span is read over 256 bits only
     for (uint32_t bit : {255, 256}) bmp::set(wide, bit);
-    EXPECT_EQ(out([&] { vornPrintRingBmap(wide, "R: "); }), "R: 255, \r\n");
-    EXPECT_EQ(out([] { vornPrintRingBmap(VornRingBmap{}, "R: "); }), "");
+    EXPECT_EQ(captureStdout([&] { vornPrintRingBmap(wide, "R: "); }), "R: 255, \r\n");
+    EXPECT_EQ(captureStdout([] { vornPrintRingBmap(VornRingBmap{}, "R: "); }), "");
 }
 
 }  // namespace

@@ -37,7 +37,6 @@ protected:
         gVornVlan[10]->u2CtrlVlanRingId = 5;
         ring_->memberVlanBmap = vlanSet({100});
         ring_->isPriOwned = ring_->isSecOwned = 1;
-        ring_->u2DesgLineCard = VORN_NO_LINE_CARD;
         for (uint32_t ifIndex : {P, S}) port(ifIndex)->ctrlVlanBmap = vlanSet({10});
     }
     static VornPortEntry* port(uint32_t ifIndex) { return gVornPort[vornPortNumOf(ifIndex)]; }
@@ -167,7 +166,6 @@ TEST_F(MembershipTest, LagMemberReadiesSecondaryAndStartsRing) {
     ring->u4Flags = VORN_RING_CFG_MANDATORY;
     ring->u2CtrlVlanId = 50;
     ring->isPriOwned = ring->isSecOwned = ring->isPriTagged = ring->isSecTagged = 1;
-    ring->u2DesgLineCard = VORN_NO_LINE_CARD;
     ring->isRingOwnedByMgr = 1;
     ring->u4PriPortState = ring->u4SecPortState = 2;
 

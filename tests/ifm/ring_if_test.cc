@@ -120,22 +120,15 @@ TEST_F(CtrlVlanQuestionTest, AnsweredRefusedAndFailed) {
         uint32_t action, answer;
     } cases[] = {{10, 1, 0}, {4095, 1, 0x8A000141}, {10, 2, 0}};
     for (const auto& c : cases) {
-        std::vector<uint8_t> seen;
-        std::thread peer([&] {  // IFM answers in place
-            std::vector<uint8_t> m(ipc::kMaxMsgLen);
-            int fd = Key_getReqQueue(ifm);
-            int n = qelIpcRecvWait(fd, m.data(), static_cast<int>(m.size()), 5000);
-            if (n < 0) return;
-            seen.assign(m.begin(), m.begin() + n);
+        std::vector<Bytes> seen;
+        std::thread peer = answerInPlace(ifm, &seen, [&](size_t, Bytes& m) {
             be::Writer(m.data(), m.size()).u32(68, c.answer);
-            qelIpcReply(fd, m.data(), n);
         });
         EXPECT_EQ(vornIfmRMirrReqInfo(c.vlan, c.action), static_cast<int>(c.answer));
         peer.join();
-        expectIfmHeader(seen, 72, 10956);
-        be::Reader r(seen.data(), seen.size());
-        EXPECT_EQ(std::vector<uint32_t>({r.u32(60), r.u32(64), r.u32(68)}),
-                  std::vector<uint32_t>({c.action, c.vlan, 0}));
+        ASSERT_EQ(seen.size(), 1u);
+        expectIfmHeader(seen[0], 72, 10956);
+        EXPECT_EQ(words(seen[0], {60, 64, 68}), (std::vector<uint32_t>{c.action, c.vlan, 0}));
     }
     qelIpcClose(ifm);
     vornErrPrint = 1;

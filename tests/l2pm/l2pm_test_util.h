@@ -23,27 +23,6 @@ inline std::vector<int> vlanList(std::span<const uint8_t> b) {
     return out;
 }
 
-inline VornRingEntry* makeRing(uint16_t id, uint8_t mode = VORN_MODE_MASTER) {
-    auto* ring = vornMakeRecord<VornRingEntry>(
-        vornFixedPoolMalloc(VORN_RING_TAG, VORN_RING_BLOCK_SIZE, VORN_RING_MEM_POOL));
-    if (ring != nullptr) {
-        ring->u2RingId = id;
-        ring->u1Mode = mode;
-        gVornRing[id] = ring;
-    }
-    return ring;
-}
-
-// A port record as IFM's report leaves it, up and carrying the given VLANs.
-inline VornPortEntry* makePort(uint32_t ifIndex, std::initializer_list<int> vlans) {
-    VornPortEntry* port = vornCreatePortEntry(ifIndex, VORN_CREATOR_IFM);
-    if (port != nullptr) {
-        port->vlanBmap = vlanSet(vlans);
-        port->u2OperState = 1;
-    }
-    return port;
-}
-
 // Makes ifIndex the ring's primary (side 1) or secondary interface.
 inline void attach(VornRingEntry* ring, int side, uint32_t ifIndex) {
     uint16_t num = vornPortNumOf(ifIndex);

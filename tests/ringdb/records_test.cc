@@ -33,15 +33,6 @@ bool tablesEmpty() {
 
 class RecordsTest : public MgrTest {
 protected:
-    VornRingEntry* makeRing(uint16_t id, uint16_t priPort, uint16_t secPort) {
-        auto* ring = vornMakeRecord<VornRingEntry>(
-            vornFixedPoolMalloc(VORN_RING_TAG, VORN_RING_BLOCK_SIZE, VORN_RING_MEM_POOL));
-        ring->u2RingId = id;
-        ring->u2PriPortNum = priPort;
-        ring->u2SecPortNum = secPort;
-        gVornRing[id] = ring;
-        return ring;
-    }
     // Blocks in use in the port and VLAN pools, and in the variable partition.
     W blocks() const {
         W out(3, 0);
@@ -128,8 +119,9 @@ TEST_F(RecordsTest, PortOfRingsSurvivesIfmDeleteUntilTheLastRingDropsIt) {
     EXPECT_EQ(port->macAddr[5], 0x56);
     // Ring 3 uses it as primary, ring 7 as secondary, as the control-VLAN command leaves
     // them; neither ring is ready.
-    VornRingEntry* r3 = makeRing(3, 134, 140);
-    VornRingEntry* r7 = makeRing(7, 150, 134);
+    VornRingEntry* r3 = makeRing(3);
+    VornRingEntry* r7 = makeRing(7);
+    r3->u2PriPortNum = r7->u2SecPortNum = 134;
     for (VornRingEntry* r : {r3, r7}) {
         r->isPriOwned = r->isSecOwned = r->isPriTagged = r->isSecTagged = r->isSecReady = 1;
         bmp::set(port->ringBmap, r->u2RingId);

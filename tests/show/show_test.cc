@@ -4,12 +4,11 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <thread>
 
 #include "agent/agent_fixture.h"
+#include "config/cfg_fixture.h"
 #include "platform/cfgstore.h"
 #include "wire/show.h"
 
@@ -31,19 +30,12 @@ protected:
         AgentTest::SetUp();
         cli_ = openPeer(40, 1);
     }
-    // A show request as the command line sends it, served by the manager's dispatch.
+    // A show request as the command line sends it (the code at 72, the answer size at 76,
+    // one input parameter, the paging state at 84), served by the manager's dispatch.
     Answer show(uint32_t code, std::array<uint32_t, 4> paging) {
-        std::array<uint8_t, 1024> req{};
-        be::Writer w(req.data(), req.size());
-        w.u32(ipc::kOffMlen, 1024);                                   // header: length,
-        w.u32(ipc::kOffMtype, 6001);                                  //   MT_NM,
-        w.u32(ipc::kOffDstSvce, (226u << 20) | 1);                    //   to the manager
-        w.u32(72, code);                                              // 72 request code
-        w.u32(76, 2048);                                              // 76 answer size
-        w.u32(80, 1);                                                 // 80 one input parameter
-        for (size_t i = 0; i < 4; ++i) w.u32(84 + 4 * i, paging[i]);  // 84 paging state
-        serve(req.data(), req.size());
-        Bytes a = recvOn(cli_, 2000);
+        CliReq req = CliReq(code, 0).u32(76, 2048).u32(80, 1);
+        for (size_t i = 0; i < 4; ++i) req.u32(84 + 4 * i, paging[i]);
+        Bytes a = serve(cli_, req.buf().data(), req.buf().size(), 2000);
         Answer out;
         be::Reader rd(a.data(), a.size());
         EXPECT_EQ(rd.u32(ipc::kOffMtype), 6002u);
@@ -55,30 +47,19 @@ protected:
         out.data.assign(data.begin(), data.end());
         return out;
     }
-    // A debug or clear request with its fields, served; returns the reply status (64).
-    uint32_t request(std::initializer_list<std::pair<size_t, uint32_t>> u32s, size_t u16At = 0,
-                     uint16_t u16 = 0) {
-        std::array<uint8_t, 1024> req{};
-        be::Writer w(req.data(), req.size());
-        w.u32(ipc::kOffMlen, 1024);
-        w.u32(ipc::kOffMtype, 6001);
-        w.u32(ipc::kOffDstSvce, (226u << 20) | 1);
-        for (auto [off, v] : u32s) w.u32(off, v);
-        if (u16At != 0) w.u16(u16At, u16);
-        serve(req.data(), req.size());
-        Bytes reply = recvOn(cli_, 2000);
+    // A debug or clear request, served; returns the reply status (64).
+    uint32_t request(CliReq req) {
+        Bytes reply = serve(cli_, req.buf().data(), req.buf().size(), 2000);
         return be::Reader(reply.data(), reply.size()).u32(64);
     }
     uint32_t debug(uint32_t ring, uint8_t off, uint32_t type, uint32_t mode, uint32_t count = 0) {
-        return request(
-            {{64, ring}, {68, uint32_t{off} << 24}, {72, type}, {76, mode}, {80, count}});
+        return request(CliReq(type, 0)
+                           .u32(64, ring)
+                           .u32(68, uint32_t{off} << 24)
+                           .u32(76, mode)
+                           .u32(80, count));
     }
-    void serve(const uint8_t* msg, size_t len) {
-        ASSERT_EQ(qelIpcSend(cli_, const_cast<uint8_t*>(msg), static_cast<int>(len)), 0);
-        std::vector<uint8_t> rx(8192);
-        ASSERT_GT(qelIpcRecv(vornTcb.reqQfd, rx.data(), 8192, 0, 0, 0), 0);
-        vornProcessIpcMsg(rx.data());
-    }
+    uint32_t clear(uint16_t ring) { return request(CliReq(nm::kTypeClearStat, 0).u16(124, ring)); }
     static std::string text(const Bytes& rec, size_t off, size_t width) {
         std::string s(rec.begin() + static_cast<long>(off),
                       rec.begin() + static_cast<long>(off + width));
@@ -86,10 +67,7 @@ protected:
     }
     std::string debugConfig() {
         vorn::host::cfgStoreCommit();
-        std::ifstream in(rundir_.path() + "/debug-config");
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
+        return runFile("debug-config");
     }
     QelKey cli_ = -1;
 };
@@ -103,19 +81,15 @@ TEST_F(ShowTest, DetailRecordCarriesTheRingAndTheAgentsCountersInTheirOrder) {
     gVornPort[ring->u2PriPortNum]->macAddr = {0x00, 0x01, 0xe8, 0x0a, 0x0b, 0xfe};
     ring->u2DesgLineCard = 1;
     QelKey agent = addAgent(1);
-    // The agent answers in place: the ring id at 60, counters 11..16 at 64..84.
-    uint32_t askedRing = 0;
-    std::thread answer([&] {
-        Bytes req = recvOn(agent, 2000);
-        ASSERT_EQ(req.size(), 88u);
-        be::Writer w(req.data(), req.size());
-        askedRing = be::Reader(req.data(), req.size()).u32(60);
-        for (uint32_t i = 0; i < 6; ++i) w.u32(64 + 4 * i, 11 + i);
-        ASSERT_EQ(qelIpcReply(Key_getReqQueue(agent), req.data(), 88), 0);
+    // The agent answers in place: counters 11..16 at 64..84.
+    std::vector<Bytes> asked;
+    std::thread answer = answerInPlace(agent, &asked, [](size_t, Bytes& m) {
+        for (uint32_t i = 0; i < 6; ++i) be::Writer(m.data(), m.size()).u32(64 + 4 * i, 11 + i);
     });
     Answer a = show(sh::kCodeDetail, {5, 0, 0, 0});
     answer.join();
-    EXPECT_EQ(askedRing, 5u);
+    ASSERT_EQ(asked.size(), 1u);
+    EXPECT_EQ(words(asked[0], {60}), (std::vector<uint32_t>{5})) << "the ring asked for";
     ASSERT_EQ(a.status, 0);
     EXPECT_EQ(a.more, 0u);
     ASSERT_EQ(a.data.size(), 176u);
@@ -170,7 +144,7 @@ TEST_F(ShowTest, UnknownRingGetsStatusMinusOneAndChangesNothing) {
     EXPECT_TRUE(s.data.empty());
     EXPECT_EQ(debug(9, 0, 0xBBBB, 0), 0xFFFFu);
     EXPECT_EQ(debugConfig(), "");
-    EXPECT_EQ(request({{72, 8}}, 124, 9), 0u);  // clear: logged only
+    EXPECT_EQ(clear(9), 0u);  // clear: logged only
 }
 
 TEST_F(ShowTest, SummaryPagesHoldEveryRingOnceAndCarryLongVlanListsOn) {
@@ -289,7 +263,7 @@ TEST_F(ShowTest, DebugSettingsReachTheConfigurationAndTheDesignatedAgent) {
     be::Writer(undebug.data(), 60).u32(ipc::kOffMlen, 60);
     be::Writer(undebug.data(), 60).u32(ipc::kOffMtype, 2003);
     be::Writer(undebug.data(), 60).u32(ipc::kOffDstSvce, (226u << 20) | 1);
-    serve(undebug.data(), undebug.size());
+    serve(cli_, undebug.data(), undebug.size(), 0);
     m = download();
     ASSERT_EQ(m.size(), 248u);
     EXPECT_EQ(Bytes(m.begin() + 124, m.begin() + 132), hex("00000001 00000001"));
@@ -319,7 +293,7 @@ TEST_F(ShowTest, ClearGoesToTheAgentsOfTheAffectedRingsOnly) {
     std::array<uint32_t, 2> seq{};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.ring);
-        EXPECT_EQ(request({{72, 8}}, 124, c.ring), 0u);
+        EXPECT_EQ(clear(c.ring), 0u);
         int slot = 0;
         for (QelKey agent : {a1, a2}) {
             Bytes m = recvOn(agent, 0);  // sent at once, not through the pending buffers

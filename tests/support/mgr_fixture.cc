@@ -4,23 +4,8 @@
 #include <unistd.h>
 
 #include <cstdio>
-
-#include "agent/agent.h"
-#include "agent/pending.h"
-#include "config/config.h"
-#include "ifm/ifm.h"
-#include "l2pm/l2pm.h"
-#include "loop/loop.h"
-#include "peer/peer.h"
-#include "platform/mem.h"
-#include "platform/swp.h"
-#include "ringdb/records.h"
-#include "show/show.h"
-#include "task/pools.h"
-#include "task/register.h"
-#include "task/swpq.h"
-#include "task/tcb.h"
-#include "task/trace.h"
+#include <fstream>
+#include <sstream>
 
 namespace vorn::test {
 
@@ -54,6 +39,22 @@ QelKey MgrTest::openPeer(int service, int instance) {
     return k;
 }
 
+std::thread answerInPlace(QelKey peer, std::vector<Bytes>* seen,
+                          std::function<void(size_t, Bytes&)> edit, size_t count) {
+    return std::thread([=] {
+        int fd = Key_getReqQueue(peer);
+        for (size_t i = 0; i < count; ++i) {
+            Bytes m(ipc::kMaxMsgLen);
+            int n = qelIpcRecvWait(fd, m.data(), static_cast<int>(m.size()), 5000);
+            if (n < 0) return;
+            m.resize(static_cast<size_t>(n));
+            seen->push_back(m);
+            edit(i, m);
+            qelIpcReply(fd, m.data(), n);
+        }
+    });
+}
+
 void MgrTest::createL2pmQueue() {
     ASSERT_EQ(vornToL2pmCreateSwpQueue(), 0);
 }
@@ -64,6 +65,43 @@ std::vector<uint8_t> MgrTest::recvOn(QelKey peer, int timeoutMs) {
     if (n < 0) return {};
     buf.resize(static_cast<size_t>(n));
     return buf;
+}
+
+std::vector<uint8_t> MgrTest::serve(QelKey peer, const uint8_t* msg, size_t len, int waitMs) {
+    EXPECT_EQ(qelIpcSend(peer, const_cast<uint8_t*>(msg), static_cast<int>(len)), 0);
+    std::vector<uint8_t> rx(8192);
+    EXPECT_GT(qelIpcRecv(vornTcb.reqQfd, rx.data(), 8192, 0, 0, 0), 0);
+    vornProcessIpcMsg(rx.data());
+    return recvOn(peer, waitMs);
+}
+
+VornRingEntry* MgrTest::makeRing(uint16_t id) {
+    auto* ring = vornMakeRecord<VornRingEntry>(
+        vornFixedPoolMalloc(VORN_RING_TAG, VORN_RING_BLOCK_SIZE, VORN_RING_MEM_POOL));
+    EXPECT_NE(ring, nullptr);
+    if (ring == nullptr) return nullptr;
+    ring->u2RingId = id;
+    ring->u2HelloTime = VORN_DEFAULT_HELLO;
+    ring->u2DeadTime = VORN_DEFAULT_DEAD;
+    ring->u2DesgLineCard = VORN_NO_LINE_CARD;
+    gVornRing[id] = ring;
+    return ring;
+}
+
+VornPortEntry* MgrTest::makePort(uint32_t ifIndex, std::initializer_list<int> vlans) {
+    VornPortEntry* port = vornCreatePortEntry(ifIndex, VORN_CREATOR_IFM);
+    EXPECT_NE(port, nullptr);
+    if (port == nullptr) return nullptr;
+    for (int v : vlans) bmp::set(port->vlanBmap, static_cast<uint32_t>(v));
+    port->u2OperState = 1;
+    return port;
+}
+
+std::string MgrTest::runFile(const std::string& name) const {
+    std::ifstream in(rundir_.path() + "/" + name, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
 }
 
 uint64_t MgrTest::varBlocksInUse() const {

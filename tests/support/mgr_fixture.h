@@ -6,7 +6,10 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
+#include <initializer_list>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "agent/agent.h"
@@ -40,6 +43,12 @@
 
 namespace vorn::test {
 
+// Answers `count` requests on a peer's queue in place from a thread, as the peers answer the
+// manager's send-and-wait: `edit` turns request i into its reply; `seen` keeps the requests.
+// The caller joins the thread.
+std::thread answerInPlace(QelKey peer, std::vector<Bytes>* seen,
+                          std::function<void(size_t, Bytes&)> edit, size_t count = 1);
+
 class MgrTest : public PlatformTest {
 protected:
     void SetUp() override;
@@ -52,9 +61,18 @@ protected:
     // Waits up to timeoutMs for a message on a peer's request queue; returns it (empty on
     // time-out).
     std::vector<uint8_t> recvOn(QelKey peer, int timeoutMs = 1000);
+    // Sends msg from the peer to the manager's request queue, lets the manager's dispatch
+    // serve it and returns the reply (empty when none came within waitMs).
+    std::vector<uint8_t> serve(QelKey peer, const uint8_t* msg, size_t len, int waitMs = 1000);
+    // A ring record as the ring's creation leaves it: default timers, no designated card.
+    VornRingEntry* makeRing(uint16_t id);
+    // A port record as IFM's report leaves it: up, carrying the given VLANs.
+    VornPortEntry* makePort(uint32_t ifIndex, std::initializer_list<int> vlans = {});
     // Captures what fn prints on the standard output.
     template <typename F>
     std::string captureStdout(F fn);
+    // The contents of a file in the run directory ("" when it is not there).
+    std::string runFile(const std::string& name) const;
     // Bytes of the variable partition in use, for leak checks.
     uint64_t varBlocksInUse() const;
 };

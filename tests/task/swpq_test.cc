@@ -103,21 +103,15 @@ TEST_F(SwpQueueTest, ThousandAcknowledgedMessagesToL2pmLeaveNoBufferBehind) {
 
 TEST_F(SwpQueueTest, L2pmRegistrationRetriesUntilAccepted) {
     QelKey l2pm = openPeer(166, 0);
-    test::Bytes first;
     // L2PM refuses, then accepts under another message type, then accepts.
-    std::thread peer([&] {
-        std::array<uint8_t, 8192> m;
-        for (auto [result, mtype] :
-             {std::pair{3u, MT_L2PM_REGISTER}, {0u, 18999u}, {0u, MT_L2PM_REGISTER}}) {
-            int n = qelIpcRecvWait(Key_getReqQueue(l2pm), m.data(), 8192, 5000);
-            if (n < 124) return;
-            if (first.empty()) first.assign(m.begin(), m.begin() + 124);
-            be::Writer w(m.data(), 124);
-            w.u32(64, result);
-            w.u32(ipc::kOffMtype, mtype);
-            qelIpcReply(l2pm, m.data(), n);
-        }
-    });
+    std::vector<test::Bytes> seen;
+    std::thread peer = test::answerInPlace(
+        l2pm, &seen,
+        [](size_t i, test::Bytes& m) {
+            be::Writer(m.data(), m.size()).u32(64, i == 0 ? 3 : 0);
+            be::Writer(m.data(), m.size()).u32(ipc::kOffMtype, i == 1 ? 18999 : MT_L2PM_REGISTER);
+        },
+        3);
     ASSERT_EQ(vornRegDeregWithL2PM(1, 0x807f703f, 0x01000000, 0, 0xb000), 0);
     peer.join();
     EXPECT_EQ(gVornCounters[VORN_CNT_L2PM_REG_FAIL], 2u);
@@ -125,8 +119,9 @@ TEST_F(SwpQueueTest, L2pmRegistrationRetriesUntilAccepted) {
 
     // Type and length; from 60: result 0, protocol kind 7, service 226, the type words, the
     // register flag in the byte at 120.
-    EXPECT_EQ(test::words(first, {ipc::kOffMtype, ipc::kOffMlen, 60, 64, 68, 72, 76, 80, 84, 88, 92,
-                                  96, 100, 116, 120}),
+    ASSERT_EQ(seen.size(), 3u);
+    EXPECT_EQ(test::words(seen[0], {ipc::kOffMtype, ipc::kOffMlen, 60, 64, 68, 72, 76, 80, 84, 88,
+                                    92, 96, 100, 116, 120}),
               (std::vector<uint32_t>{MT_L2PM_REGISTER, 124, 0, 0, 7, 226, 0, 0x807f703f, 0x01000000,
                                      0, 0x003c0000, 0xb000, 0, 0, 0x01000000}));
 }
