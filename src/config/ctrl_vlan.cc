@@ -11,6 +11,7 @@
 #include "config/readiness.h"
 #include "ifm/ifm.h"
 #include "l2pm/l2pm.h"
+#include "peer/peer.h"
 #include "platform/bitmap.h"
 #include "platform/ifindex.h"
 #include "ringdb/ringdb.h"
@@ -35,13 +36,6 @@ CtrlVlanReq readCtrlVlanReq(const uint8_t* request) {
     vorn::be::Reader r = reqReader(request);
     return {r.u16(vorn::nm::kOffRingId), r.u32(vorn::nm::kOffPrimary),
             r.u32(vorn::nm::kOffSecondary), r.u32(vorn::nm::kOffCtrlVlan)};
-}
-
-// The interface index of the peer pair's inter-chassis link, 0 when there is none. The
-// manager holds no peer-pair registration on this platform (the host platform carries no
-// peer-pair library yet), so no interface is the link.
-uint32_t vornCfgIclIfIndex() {
-    return 0;
 }
 
 // Links one ring interface with its port record (made for the ring when IFM has not
@@ -86,7 +80,7 @@ int vornAddCtrlVlan(uint8_t* request) {
         reqSetStatus(request, vorn::nm::kStatusSameInterface);
         return 0;
     }
-    if (uint32_t icl = vornCfgIclIfIndex(); icl != 0 && req.secIfIndex == icl) {
+    if (uint32_t icl = qelZilGetIclIfIndex(vornZilHdl); icl != 0 && req.secIfIndex == icl) {
         reqSetStatus(request, vorn::nm::kStatusSecondaryIsIcl);
         return 0;
     }

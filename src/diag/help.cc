@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "diag/diag.h"
+#include "peer/peer.h"
 #include "platform/shell.h"
 #include "task/tcb.h"
 #include "task/trace.h"
@@ -124,6 +125,11 @@ void vornRegisterDiagCommands() {
                                                    : "-");
         },
         "operational state of a ring: 1 UP, 0 DOWN, 2 not a master");
+    registerFunction("vornTestAppPduToPeer", vornTestAppPduToPeer,
+                     "send a test application PDU to the peer");
+    registerFunction("vornZilSetLibDbgBits", vornZilSetLibDbgBits,
+                     "turn on every debug bit of the peer-pair library");
+    registerFunction("vornZilDebugLibInfo", vornZilDebugLibInfo, "the peer-pair library's state");
     registerGlobal("vornDbgPrint", &vornDbgPrint);
     registerGlobal("vornErrPrint", &vornErrPrint);
     registerGlobal("vornMsgPrint", &vornMsgPrint);

@@ -55,12 +55,10 @@ int vornProcessIfmIfModeChgMsg(const uint8_t* rec, size_t len);
 
 // Stops a running ring whose interface IFM took away. Returns 0.
 int vornDisableRingOnIfmChange(VornRingEntry* ring);
-// Tells IFM which ports are ring interfaces: action 1 add, 2 remove. Returns 0 when the
-// notice was sent or none was due, -1 for an unknown port or action or a failed send.
+// Tells IFM which ports are ring interfaces, and whether the primary is the peer pair's
+// inter-chassis link: action 1 add, 2 remove. Returns 0 when the notice was sent or none was
+// due, -1 for an unknown port or action or a failed send.
 int vornNotifRingIfCfgToIFM(uint32_t priIfIndex, uint32_t secIfIndex, uint32_t action);
-// The same, with the inter-chassis link's ifIndex given (0: there is none).
-int vornNotifRingIfCfgToIFMWithIcl(uint32_t priIfIndex, uint32_t secIfIndex, uint32_t action,
-                                   uint32_t iclIfIndex);
 // Asks IFM whether a VLAN may serve as a control VLAN (action 1) or releases it (2);
 // returns IFM's reply code, or -1 when the exchange failed.
 int vornIfmRMirrReqInfo(uint16_t vlanId, uint32_t action);

@@ -5,18 +5,6 @@
 #include "peer/peer.h"
 #include "task/trace.h"
 
-namespace {
-
-// Only records with this flags word concern the peer pair.
-constexpr uint32_t kPeerPairFlags = 0x80;
-// Mode types: LAG with the inter-chassis link, and LAG with the peer pair.
-constexpr uint32_t kModeIclLag1 = 16;
-constexpr uint32_t kModeIclLag2 = 32;
-constexpr uint32_t kModeLagZil1 = 4;
-constexpr uint32_t kModeLagZil2 = 8;
-
-}  // namespace
-
 int vornProcessIfmIfModeChgMsg(const uint8_t* rec, size_t len) {
     if (rec == nullptr) return 0;
     const vorn::be::Reader r(rec, len);
@@ -31,11 +19,11 @@ int vornProcessIfmIfModeChgMsg(const uint8_t* rec, size_t len) {
     VORN_TRACE(vornZilDbgPrint, "%s (): IfIndex: 0x%lx, flags: %x Value: %ld, ModeType: %ld\r\n",
                __func__, static_cast<unsigned long>(ifIndex), flags, static_cast<long>(value),
                static_cast<long>(modeType));
-    if (flags != kPeerPairFlags) return 0;
-    if (modeType == kModeIclLag1 || modeType == kModeIclLag2) {
+    if (flags != VORN_IFM_MODE_PEER_PAIR_FLAGS) return 0;
+    if (modeType == VORN_IFM_MODE_ICL_SET || modeType == VORN_IFM_MODE_ICL_CLEAR) {
         return vornZilProcIclLagAssoc(ifIndex, modeType);
     }
-    if (modeType == kModeLagZil1 || modeType == kModeLagZil2) {
+    if (modeType == VORN_IFM_MODE_LAG_ZIL_JOIN || modeType == VORN_IFM_MODE_LAG_ZIL_LEAVE) {
         return vornZilProcLagZilAssoc(ifIndex, static_cast<uint16_t>(value & 0xFFFF), modeType);
     }
     return 0;

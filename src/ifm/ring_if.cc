@@ -75,13 +75,9 @@ int vornDisableRingOnIfmChange(VornRingEntry* ring) {
 }
 
 int vornNotifRingIfCfgToIFM(uint32_t priIfIndex, uint32_t secIfIndex, uint32_t action) {
-    return vornNotifRingIfCfgToIFMWithIcl(priIfIndex, secIfIndex, action, vornZilGetIclIfIndex());
-}
-
-int vornNotifRingIfCfgToIFMWithIcl(uint32_t priIfIndex, uint32_t secIfIndex, uint32_t action,
-                                   uint32_t iclIfIndex) {
     uint16_t priNum = vornPortNumOf(priIfIndex);
     uint16_t secNum = vornPortNumOf(secIfIndex);
+    const uint32_t iclIfIndex = qelZilGetIclIfIndex(vornZilHdl);
     VORN_TRACE(vornZilDbgPrint, "%s, PriIfIndex: %ld secIfIndex: %ld action: %d \r\n", kNoticeFn,
                static_cast<long>(priIfIndex), static_cast<long>(secIfIndex),
                static_cast<int>(action));

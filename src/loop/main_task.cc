@@ -115,7 +115,7 @@ int vornMainLoopPass(long timeoutUsec) {
     int stopFd = vorn::host::stopEventFd();
     add(stopFd);
     if (qelIsZilEnabled() != 0) {
-        iclFd = vornZilIclSocket();
+        iclFd = qelZilGetIclSockFd(vornZilHdl);
         add(iclFd);
     }
     timeval timeout{0, timeoutUsec};
@@ -138,7 +138,8 @@ int vornMainLoopPass(long timeoutUsec) {
             VORN_DBG("%s: Msg on SWP Pipe Q \r\n", "vornMainThr");
             qelSwpReadPipe(vornTcb.swpPipefd);
         }
-        if (qelIsZilEnabled() != 0 && iclFd >= 0 && ready(iclFd)) vornProcessZilPeerMsg();
+        if (qelIsZilEnabled() != 0 && qelZilIclSockOpen(vornZilHdl) != 0 && ready(iclFd))
+            vornProcessZilPeerMsg();
         if (ready(stopFd)) vorn::host::stopNow();
     } else if (n == -1 && errno != EINTR) {
         VORN_DBG("%s: select failed with errno(%d)\r\n", "vornMainThr", errno);

@@ -89,6 +89,8 @@ Outbox& outbox() {
 std::atomic<bool> gShellService{false};
 std::atomic<uint32_t> gNextXid{1};
 
+}  // namespace
+
 bool makeAddr(const std::string& path, sockaddr_un* addr, socklen_t* len) {
     if (path.size() >= sizeof(addr->sun_path)) return false;
     std::memset(addr, 0, sizeof(*addr));
@@ -98,8 +100,6 @@ bool makeAddr(const std::string& path, sockaddr_un* addr, socklen_t* len) {
     return true;
 }
 
-// Binds a datagram socket at path. A stale socket file (nobody reading) is replaced; a
-// live one is left alone and the bind fails with EADDRINUSE.
 int bindSocket(const std::string& path) {
     sockaddr_un addr;
     socklen_t alen;
@@ -129,6 +129,8 @@ int bindSocket(const std::string& path) {
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
     return fd;
 }
+
+namespace {
 
 void dropDeferredFrom(int fd) {
     Outbox& o = outbox();

@@ -2,6 +2,9 @@
 // Not for the manager's code, which speaks only the platform calls of ipc.h.
 #pragma once
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -9,6 +12,11 @@
 
 namespace vorn::host {
 
+// Fills a Unix socket address for path; false when the path is too long for one.
+bool makeAddr(const std::string& path, sockaddr_un* addr, socklen_t* len);
+// Binds a datagram socket at path (close-on-exec, 4 MiB buffers). A stale socket file (nobody
+// reading) is replaced; a live one is left alone and the bind fails with EADDRINUSE.
+int bindSocket(const std::string& path);
 // Stamps the host header words of an outgoing message (magic, flags, pid, word 28) and
 // sends len bytes from socket fd to the socket at `path`. A full peer queue is waited on
 // for a short while. Returns 0, or -1 with errno set (ENOENT or ECONNREFUSED: no peer).
@@ -35,6 +43,8 @@ void serveShellFor(int ms);
 void countStaleReply();
 // Unlinks the socket of every open endpoint.
 void unlinkAllSockets();
+// Unlinks the peer-pair library's link socket, if it is open.
+void unlinkPeerLinkSocket();
 // Turns SIGTERM and SIGINT into the stop event (stopEventFd in ipc.h).
 void installCleanExit();
 // Removes the lock file of the service this process runs, if it holds one.

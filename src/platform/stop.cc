@@ -58,6 +58,7 @@ bool stopRequested() {
 void stopNow() {
     cfgStoreCommit();  // what the last message changed reaches its files
     unlinkAllSockets();
+    unlinkPeerLinkSocket();
     releaseServiceLock();
     std::fflush(stdout);
     std::fflush(stderr);

@@ -77,6 +77,14 @@ inline constexpr size_t VORN_IFM_PORT_MODE_LEN = VORN_IFM_PORT_MODE_OFF + 4;
 inline constexpr size_t VORN_IFM_MODE_VALUE_OFF = 4;
 inline constexpr size_t VORN_IFM_MODE_FLAGS_OFF = 8;
 inline constexpr size_t VORN_IFM_MODE_TYPE_OFF = 22;
+// Only records with these flags concern the peer pair; their mode types: a LAG joins (value:
+// the peer-pair id) or leaves a peer-pair port channel, becomes or stops being the
+// inter-chassis link.
+inline constexpr uint32_t VORN_IFM_MODE_PEER_PAIR_FLAGS = 0x80;
+inline constexpr uint32_t VORN_IFM_MODE_LAG_ZIL_JOIN = 4;
+inline constexpr uint32_t VORN_IFM_MODE_LAG_ZIL_LEAVE = 8;
+inline constexpr uint32_t VORN_IFM_MODE_ICL_SET = 16;
+inline constexpr uint32_t VORN_IFM_MODE_ICL_CLEAR = 32;
 // VLAN port add and delete: VLAN ifIndex, port ifIndex, tagged (u16, non-zero: tagged).
 inline constexpr size_t VORN_IFM_VP_PORT_OFF = 4;
 inline constexpr size_t VORN_IFM_VP_TAGGED_OFF = 8;

@@ -88,6 +88,7 @@ TEST_F(CtrlVlanTest, RefusalsChangeNothing) {
     create(6);
     ctrlVlan(6, gi(1, 1), gi(1, 2), 20);  // VLAN 20 is ring 6's control VLAN
     members(6, {30});                     // VLAN 30 is a member VLAN
+    setIcl(po(9));                        // Po 9 is the peer pair's inter-chassis link
     const struct {
         const char* name;
         bool configured;  // ring 5 has control VLAN 10 on Gi 0/5 and Gi 0/11 first
@@ -100,6 +101,13 @@ TEST_F(CtrlVlanTest, RefusalsChangeNothing) {
          11},
         {"same interfaces on a configured ring", true,
          CliReq(vorn::nm::kTypeCtrlVlan, 5).ifs(gi(0, 7), gi(0, 7), 12), 11},
+        {"secondary is the ICL", false, CliReq(vorn::nm::kTypeCtrlVlan, 5).ifs(gi(0, 5), po(9), 10),
+         20},
+        {"ICL on a configured ring", true,
+         CliReq(vorn::nm::kTypeCtrlVlan, 5).ifs(gi(0, 5), po(9), 10), 20},
+        {"ICL on a missing ring", false,
+         CliReq(vorn::nm::kTypeCtrlVlan, 7).ifs(gi(0, 5), po(9), 10), 1},
+        {"ICL on both sides", false, CliReq(vorn::nm::kTypeCtrlVlan, 5).ifs(po(9), po(9), 10), 11},
         {"another ring's control VLAN", false,
          CliReq(vorn::nm::kTypeCtrlVlan, 5).ifs(gi(0, 5), gi(0, 11), 20), 6},
         {"change to another ring's control VLAN", true,

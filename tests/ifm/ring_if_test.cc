@@ -78,7 +78,8 @@ TEST_F(RingIfNoticeTest, NoticeBytesAndFlags) {
         if (c.uses & SSecOf7) attach(gVornRing[7], 0, S);
         if (c.uses & SPriOf7) attach(gVornRing[7], 1, S);
         if (c.uses & PPriOf8) attach(gVornRing[8], 1, P);
-        EXPECT_EQ(vornNotifRingIfCfgToIFMWithIcl(P, S, c.action, c.pIsIcl ? P : 0), 0);
+        setIcl(c.pIsIcl ? P : 0);
+        EXPECT_EQ(vornNotifRingIfCfgToIFM(P, S, c.action), 0);
         auto notice = recvOn(ifm, c.flags ? 1000 : 0);
         ASSERT_EQ(notice.size(), c.flags ? 76u : 0u);
         if (c.flags) {
@@ -101,8 +102,8 @@ TEST_F(RingIfNoticeTest, RefusalsAndTraces) {
         {P, S, 1, "vornNotifRingIfCfgToIFM: qelIpcSend failed\r\n"},  // no IFM
     };
     for (const auto& c : cases) {
-        std::string out = captureStdout(
-            [&] { EXPECT_EQ(vornNotifRingIfCfgToIFMWithIcl(c.pri, c.sec, c.action, 0), -1); });
+        std::string out =
+            captureStdout([&] { EXPECT_EQ(vornNotifRingIfCfgToIFM(c.pri, c.sec, c.action), -1); });
         char head[128];
         std::snprintf(head, sizeof(head),
                       "vornNotifRingIfCfgToIFM, PriIfIndex: %ld secIfIndex: %ld action: %d \r\n",

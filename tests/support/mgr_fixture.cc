@@ -31,6 +31,15 @@ void MgrTest::SetUp() {
 
 void MgrTest::TearDown() {
     vornDbgPrint = vornErrPrint = 0;
+    qelZilDeReg(vornZilHdl);
+    vornZilHdl = 0;
+}
+
+void MgrTest::setIcl(uint32_t ifIndex) {
+    if (vornZilHdl == 0) {
+        ASSERT_EQ(qelZilRegister(&vornZilCtrlParams, 0, &vornZilHdl, 0), 0);
+    }
+    ASSERT_EQ(qelZilSetIclIfIndex(vornZilHdl, ifIndex != 0 ? 1 : 2, ifIndex), 0);
 }
 
 QelKey MgrTest::openPeer(int service, int instance) {

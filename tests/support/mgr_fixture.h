@@ -56,6 +56,9 @@ protected:
 
     // Opens a peer endpoint (e.g. L2PM 166.0) in the test process.
     QelKey openPeer(int service, int instance);
+    // Registers the manager with the peer-pair library (once) and makes ifIndex the
+    // inter-chassis link (0: none).
+    void setIcl(uint32_t ifIndex);
     // Creates the manager's SWP queue to L2PM; the L2PM endpoint must be open.
     void createL2pmQueue();
     // Waits up to timeoutMs for a message on a peer's request queue; returns it (empty on
