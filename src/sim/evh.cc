@@ -1,6 +1,5 @@
 #include "sim/evh.h"
 
-#include <array>
 #include <cstdio>
 
 #include "platform/evtlog.h"
@@ -25,6 +24,8 @@ std::string eventName(uint32_t eventId) {
             return "CHMGR_CARD_DOWN";
         case CHMGR_CARD_SHUTDOWN:
             return "CHMGR_CARD_SHUTDOWN";
+        case MLAGMGR_PEER_STATUS_NOTIFY:
+            return "MLAGMGR_PEER_STATUS_NOTIFY";
         default:
             break;
     }
@@ -102,15 +103,17 @@ void EventHandler::handleSubscription(uint8_t* msg, size_t len, uint32_t source)
     say("evh: %s: %s%s", head.c_str(), result == kAccepted ? "accepted" : "refused", why);
 }
 
-int EventHandler::sendEvent(uint32_t eventId, uint32_t slot) {
+int EventHandler::sendEvent(uint32_t eventId, uint32_t slot, std::span<const uint32_t> data) {
     int reached = 0;
+    const size_t len = evt::kEventLen + 4 * data.size();
     for (const auto& [queue, ids] : subscribers_) {
         if (ids.count(eventId) == 0) continue;
-        std::array<uint8_t, evt::kEventLen> msg{};
+        std::vector<uint8_t> msg(len, 0);
         be::Writer w(msg.data(), msg.size());
-        writeOrigin(w, evt::kMtEvhEventNotif, evt::kEventLen, 30, 0, queue);
+        writeOrigin(w, evt::kMtEvhEventNotif, static_cast<uint32_t>(len), 30, 0, queue);
         w.u32(evt::kOffEventId, eventId);
         w.u32(evt::kOffEventSlot, slot);
+        for (size_t i = 0; i < data.size(); ++i) w.u32(evt::kEventLen + 4 * i, data[i]);
         if (endpoint_.send(msg.data(), msg.size())) {
             ++counters_.eventsSent;
             ++reached;

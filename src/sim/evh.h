@@ -1,11 +1,12 @@
 // The simulated event handler (service 30, instance 0): it answers the subscriptions of the
-// manager, remembers who follows which events, and sends the chassis-manager card events
-// when the operator asks for them.
+// manager, remembers who follows which events, and sends the chassis-manager card events and
+// the peer-status event when the operator asks for them.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,7 @@
 
 namespace vorn::sim {
 
-// "CHMGR_CARD_UP", ..., or the id in hex.
+// "CHMGR_CARD_UP", ..., "MLAGMGR_PEER_STATUS_NOTIFY", or the id in hex.
 std::string eventName(uint32_t eventId);
 
 class EventHandler : public Source {
@@ -46,8 +47,9 @@ public:
     void setRefusing(bool on) { refusing_ = on; }
     bool refusing() const { return refusing_; }
 
-    // Sends the event to every subscriber that follows it. Returns how many it reached.
-    int sendEvent(uint32_t eventId, uint32_t slot);
+    // Sends the event to every subscriber that follows it, with the data words after the
+    // slot word (none for the card events). Returns how many it reached.
+    int sendEvent(uint32_t eventId, uint32_t slot, std::span<const uint32_t> data = {});
 
     const Counters& counters() const { return counters_; }
     const Subscribers& subscribers() const { return subscribers_; }

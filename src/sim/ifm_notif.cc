@@ -26,6 +26,9 @@ constexpr size_t kRecTagged = kRecIf + VORN_IFM_VP_TAGGED_OFF;
 constexpr size_t kRecListTagged = kRecIf + VORN_IFM_VL_TAGGED_OFF;
 constexpr size_t kRecListCount = kRecIf + VORN_IFM_VL_LIST_OFF;
 constexpr size_t kRecList = kRecListCount + 4;
+constexpr size_t kRecModeValue = kRecIf + VORN_IFM_MODE_VALUE_OFF;
+constexpr size_t kRecModeFlags = kRecIf + VORN_IFM_MODE_FLAGS_OFF;
+constexpr size_t kRecModeType = kRecIf + VORN_IFM_MODE_TYPE_OFF;  // not aligned
 static_assert(kRecPort == kRecIf + VORN_IFM_LAG_MEMBER_OFF);
 
 void writeRecord(const IfmRecord& rec, be::Writer& w, size_t off) {
@@ -54,6 +57,11 @@ void writeRecord(const IfmRecord& rec, be::Writer& w, size_t off) {
         case IFM_TYP_DEL_LAG_PORT:
             w.u32(off + kRecPort, rec.other);
             break;
+        case IFM_TYP_IF_MODE_CHG:
+            w.u32(off + kRecModeValue, rec.other);
+            w.u32(off + kRecModeFlags, VORN_IFM_MODE_PEER_PAIR_FLAGS);
+            w.u32(off + kRecModeType, rec.modeType);  // the codec writes it byte by byte
+            break;
         default:
             break;
     }
@@ -66,6 +74,21 @@ std::vector<uint8_t> startBody(uint32_t number) {
 }
 
 }  // namespace
+
+std::string modeChangeText(uint32_t modeType, uint32_t value) {
+    switch (modeType) {
+        case VORN_IFM_MODE_LAG_ZIL_JOIN:
+            return "joins peer-pair port channel " + std::to_string(value);
+        case VORN_IFM_MODE_LAG_ZIL_LEAVE:
+            return "leaves peer-pair port channel " + std::to_string(value);
+        case VORN_IFM_MODE_ICL_SET:
+            return "becomes the inter-chassis link";
+        case VORN_IFM_MODE_ICL_CLEAR:
+            return "stops being the inter-chassis link";
+        default:
+            return "mode type " + std::to_string(modeType) + ", value " + std::to_string(value);
+    }
+}
 
 size_t ifmRecordLength(const IfmRecord& rec) {
     switch (rec.type) {
@@ -80,6 +103,8 @@ size_t ifmRecordLength(const IfmRecord& rec) {
         case IFM_TYP_ADD_LAG_PORT:
         case IFM_TYP_DEL_LAG_PORT:
             return VORN_IFM_LAG_PORT_REC_LEN;
+        case IFM_TYP_IF_MODE_CHG:
+            return VORN_IFM_MODE_CHG_REC_LEN;
         default:
             return VORN_IFM_OPER_REC_LEN;
     }
@@ -131,6 +156,8 @@ std::string describeIfmRecord(const IfmRecord& rec) {
             return other + " added to " + name;
         case IFM_TYP_DEL_LAG_PORT:
             return other + " removed from " + name;
+        case IFM_TYP_IF_MODE_CHG:
+            return "mode change of " + name + ": " + modeChangeText(rec.modeType, rec.other);
         default:
             return "record type " + std::to_string(rec.type) + " for " + name;
     }

@@ -10,6 +10,7 @@
 
 #include "platform/ipc.h"
 #include "wire/ifm.h"
+#include "wire/peer.h"
 
 namespace vorn::sim {
 
@@ -27,10 +28,11 @@ static_assert(VORN_IFM_VL_REC_HEAD_LEN + 4 * kMaxListVlans <= kRecordsSpace);
 // One record, before it is written. Which fields count depends on the type (see above).
 struct IfmRecord {
     uint16_t type = 0;
-    // Types 1-4: the interface. 40, 41: the VLAN. 42: the port. 47, 48: the LAG.
+    // Types 1-4, 25: the interface. 40, 41: the VLAN. 42: the port. 47, 48: the LAG.
     uint32_t ifIndex = 0;
-    // 40, 41: the port. 47, 48: the member.
+    // 40, 41: the port. 47, 48: the member. 25: the value (a peer-pair id, or 0).
     uint32_t other = 0;
+    uint32_t modeType = 0;        // 25 (its flags word is always the peer pair's)
     bool tagged = false;          // 40, 41, 42
     Mac mac{};                    // 1, 2
     std::vector<uint16_t> vlans;  // 42: VLAN ids, at most ifmrec::kMaxListVlans
@@ -46,6 +48,9 @@ size_t ifmRecordLength(const IfmRecord& rec);
 // last notification IFM sent; each body takes the next number.
 std::vector<std::vector<uint8_t>> packIfmNotifications(const std::vector<IfmRecord>& records,
                                                        uint32_t* count);
+
+// "joins peer-pair port channel 7", "becomes the inter-chassis link": a mode change.
+std::string modeChangeText(uint32_t modeType, uint32_t value);
 
 // "oper up Gi 0/1", "Gi 0/1 added to VLAN 10 tagged": one record for the log.
 std::string describeIfmRecord(const IfmRecord& rec);
