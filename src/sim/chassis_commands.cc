@@ -1,10 +1,9 @@
 // The commands that change and show the chassis model, and how its changes reach the
 // manager: IFM notifications for every change, L2PM's download for a manager that registers.
 
-#include <span>
-
 #include "cli/syntax.h"
 #include "platform/number.h"
+#include "sim/args.h"
 #include "sim/chassis_sim.h"
 #include "sim/l2pm_download.h"
 #include "sim/log.h"
@@ -14,27 +13,6 @@ namespace {
 
 // How many records of one change are logged one by one.
 constexpr size_t kLoggedRecords = 8;
-
-// The interface that starts at args[at] (one word or two); *next is the index after it.
-bool interfaceAt(const CommandTable::Args& args, size_t at, uint32_t* ifIndex, size_t* next,
-                 std::string* err) {
-    size_t used = 0;
-    if (!cli::parseInterface(std::span<const std::string>(args), at, ifIndex, &used, err))
-        return false;
-    *next = at + used;
-    return true;
-}
-
-// The interface that makes up all of args[at..].
-bool interfaceRest(const CommandTable::Args& args, size_t at, uint32_t* ifIndex, std::string* err) {
-    size_t next = 0;
-    if (!interfaceAt(args, at, ifIndex, &next, err)) return false;
-    if (next != args.size()) {
-        *err = "unexpected '" + args[next] + "' after the interface";
-        return false;
-    }
-    return true;
-}
 
 bool lagNumber(const std::string& word, uint32_t* lag, std::string* err) {
     return number::parse(word, cli::kMinLag, cli::kMaxLag, "port-channel number", lag, err);
@@ -137,17 +115,19 @@ void ChassisSim::registerChassisCommands() {
                        if (!cli::parseVlanList(args[0], &vlans, &err)) return refused(err);
                        return publish(model_.deleteVlans(vlans));
                    }});
-    commands_.add({"lag", "NUMBER [add|remove INTERFACE]",
+    commands_.add({"lag", "NUMBER [add|remove INTERFACE | zil ID|none]",
                    "create port-channel 1..128, or add a physical port to it (creating it) or "
-                   "remove one",
+                   "remove one; or it joins peer-pair port channel ID (the manager takes "
+                   "1..129; any 0..65535 is sent) or leaves it",
                    1, 4, [this](const CommandTable::Args& args) {
                        uint32_t lag = 0, port = 0;
                        std::string err;
                        if (!lagNumber(args[0], &lag, &err)) return refused(err);
                        if (args.size() == 1) return publish(model_.createLag(lag));
+                       if (args[1] == "zil") return lagZil(lag, args);
                        if (args[1] != "add" && args[1] != "remove")
                            return refused(
-                               "expected add or remove after the port-channel "
+                               "expected add, remove or zil after the port-channel "
                                "number, not '" +
                                args[1] + "'");
                        if (!interfaceRest(args, 2, &port, &err)) return refused(err);

@@ -419,4 +419,65 @@ ChassisModel::Change ChassisModel::removeLagMember(uint32_t lag, uint32_t port) 
     return c;
 }
 
+namespace {
+
+IfmRecord modeRecord(uint32_t ifIndex, uint32_t modeType, uint32_t value) {
+    IfmRecord r;
+    r.type = IFM_TYP_IF_MODE_CHG;
+    r.ifIndex = ifIndex;
+    r.other = value;
+    r.modeType = modeType;
+    return r;
+}
+
+uint32_t lagIf(uint32_t lag) {
+    return ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag);
+}
+
+}  // namespace
+
+ChassisModel::Change ChassisModel::setIcl(uint32_t ifIndex) {
+    Change c{true, name(ifIndex) + " is now the inter-chassis link", {}};
+    // The one that was the link stops being it first.
+    if (icl_ != 0 && icl_ != ifIndex) {
+        c.text += " (" + name(icl_) + " no longer is)";
+        c.records.push_back(modeRecord(icl_, VORN_IFM_MODE_ICL_CLEAR, 0));
+    }
+    icl_ = ifIndex;
+    c.records.push_back(modeRecord(ifIndex, VORN_IFM_MODE_ICL_SET, 0));
+    return c;
+}
+
+ChassisModel::Change ChassisModel::clearIcl(uint32_t ifIndex) {
+    Change c{true, name(ifIndex) + " is no longer the inter-chassis link", {}};
+    if (icl_ == ifIndex)
+        icl_ = 0;
+    else
+        c.text = name(ifIndex) + " was not the inter-chassis link (told so all the same)";
+    c.records.push_back(modeRecord(ifIndex, VORN_IFM_MODE_ICL_CLEAR, 0));
+    return c;
+}
+
+ChassisModel::Change ChassisModel::setLagZil(uint32_t lag, uint32_t zilId) {
+    const uint32_t ifIndex = lagIf(lag);
+    lagZil_[lag] = zilId;
+    std::string text = name(ifIndex) + " joins peer-pair port channel " + std::to_string(zilId);
+    if (zilId < VORN_ZIL_MIN_ID || zilId > VORN_ZIL_MAX_ID)
+        text += " (the manager accepts 1..129 only)";
+    return {true, text, {modeRecord(ifIndex, VORN_IFM_MODE_LAG_ZIL_JOIN, zilId)}};
+}
+
+ChassisModel::Change ChassisModel::clearLagZil(uint32_t lag) {
+    const uint32_t ifIndex = lagIf(lag);
+    auto it = lagZil_.find(lag);
+    // The manager unmaps the LAG by its peer-pair id; 0 when the model knows none.
+    const uint32_t zilId = it == lagZil_.end() ? 0 : it->second;
+    std::string text =
+        it == lagZil_.end()
+            ? name(ifIndex) + " was in no peer-pair port channel (told so with id 0)"
+            : name(ifIndex) + " leaves peer-pair port channel " + std::to_string(zilId);
+    if (it != lagZil_.end()) lagZil_.erase(it);
+    return {true, text, {modeRecord(ifIndex, VORN_IFM_MODE_LAG_ZIL_LEAVE, zilId)}};
+}
+
 }  // namespace vorn::sim

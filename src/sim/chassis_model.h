@@ -14,6 +14,8 @@
 // - A port or LAG is an untagged member of one VLAN at most, and tagged in any number.
 // - Adding a member to a VLAN that does not exist creates the VLAN; adding a member to a LAG
 //   that does not exist creates the LAG.
+// - One interface at most is the inter-chassis link; a LAG is in one peer-pair port channel at
+//   most.
 //
 // Every change returns the IFM records that tell it, in the order IFM sends them; a change
 // that is refused returns the reason and leaves the model as it was.
@@ -77,6 +79,18 @@ public:
     Change cardUp(uint32_t slot);
     Change cardDown(uint32_t slot);
 
+    // The peer pair: which interface is the inter-chassis link (ICL), and the peer-pair port
+    // channel of each LAG. Each change is one interface-mode-change record, sent whether or not
+    // the model changes (a manager started since learns it again), for any interface and id:
+    // the manager judges them.
+    Change setIcl(uint32_t ifIndex);
+    Change clearIcl(uint32_t ifIndex);
+    Change setLagZil(uint32_t lag, uint32_t zilId);
+    Change clearLagZil(uint32_t lag);
+    uint32_t icl() const { return icl_; }  // 0: none
+    // LAG number -> peer-pair id.
+    const std::map<uint32_t, uint32_t>& lagZil() const { return lagZil_; }
+
     bool operUp(uint32_t ifIndex) const;
     bool cardPresent(uint32_t slot) const { return slot < kSlots && (cardMask_ >> slot & 1) != 0; }
     // The ifIndex type of the ports of a slot's card.
@@ -114,6 +128,8 @@ private:
     uint32_t cardsSeen_ = 0;  // slots whose ports exist
     std::map<uint32_t, Interface> ifs_;
     VlanSet vlans_{};
+    uint32_t icl_ = 0;
+    std::map<uint32_t, uint32_t> lagZil_;
 };
 
 // Operator's text ("vornctl sim show chassis ..."): the whole chassis, one port or LAG, one

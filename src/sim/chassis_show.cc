@@ -62,6 +62,17 @@ std::string cardsLine(const ChassisModel& m) {
     return "cards: " + (s.empty() ? "none" : s) + "\n";
 }
 
+// "inter-chassis link: Po 5" and "peer-pair port channels: Po 1 (7), Po 2 (9)".
+std::string peerPairLines(const ChassisModel& m) {
+    std::string s = "inter-chassis link: " + (m.icl() != 0 ? cli::shortIfName(m.icl()) : "none");
+    std::string lags;
+    for (const auto& [lag, zilId] : m.lagZil())
+        lags += (lags.empty() ? "" : ", ") +
+                cli::shortIfName(ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag)) + " (" +
+                std::to_string(zilId) + ")";
+    return s + "\npeer-pair port channels: " + (lags.empty() ? "none" : lags) + "\n";
+}
+
 using Json = nlohmann::ordered_json;
 
 Json vlansJson(const VlanSet& v) {
@@ -101,10 +112,16 @@ Json chassisJson(const ChassisModel& m) {
     Json ports = Json::array(), lags = Json::array();
     for (const auto& [ifIndex, i] : m.interfaces())
         (isLag(ifIndex) ? lags : ports).push_back(interfaceJson(m, ifIndex, i));
+    Json zil = Json::array();
+    for (const auto& [lag, zilId] : m.lagZil())
+        zil.push_back({{"interface", cli::longIfName(ifmCreateIfIndex(ifm::kTypeLag, 0, 0, lag))},
+                       {"peer_pair_id", zilId}});
     return {{"cards_up", cards},
             {"vlans", vlansJson(m.vlans())},
             {"ports", ports},
-            {"port_channels", lags}};
+            {"port_channels", lags},
+            {"inter_chassis_link", m.icl() != 0 ? Json(cli::longIfName(m.icl())) : Json(nullptr)},
+            {"peer_pair_port_channels", zil}};
 }
 
 Json chassisInterfaceJson(const ChassisModel& m, uint32_t ifIndex) {
@@ -145,7 +162,7 @@ std::string describeChassis(const ChassisModel& m) {
     }
     s += "ports:" + std::string(ports.empty() ? " none\n" : "\n") + ports;
     s += "port-channels:" + std::string(lags.empty() ? " none\n" : "\n") + lags;
-    return s;
+    return s + peerPairLines(m);
 }
 
 std::string describeChassisInterface(const ChassisModel& m, uint32_t ifIndex) {

@@ -41,12 +41,14 @@ void removeStaleManagerSockets() {
 ChassisSim::ChassisSim(SimOptions opts)
     : opts_(std::move(opts)),
       model_(opts_.cardMask, opts_.tenGigMask, opts_.portsPerCard),
+      peerLink_(opts_.rundir, opts_.pairWith, [this] { return model_.icl(); }),
       cardMask_(opts_.cardMask) {
     registerCommands();
     registerPeerCommands();
     registerModelCommands();
     registerChassisCommands();
     registerManagerCommands();
+    registerPeerPairCommands();
     l2pm_.setOnRegistered([this] {
         sendDownload();
         // The manager serves its request queue now: the agents register at once.
@@ -108,7 +110,13 @@ bool ChassisSim::start(std::string* err) {
         }
         say("vornsim: %s present%s", p.name, p.refusing ? ", refusing, as told" : "");
     }
-    for (Source* s : std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, this})
+    if (!peerLink_.open(err)) {
+        shutdown();
+        return false;
+    }
+    say("vornsim: inter-chassis link open; %s", peerLink_.statusLine().c_str());
+    for (Source* s :
+         std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, &peerLink_, this})
         loop_.add(s);
     // The agents of the cards that are up; each registers once the manager is there and
     // has registered with L2PM, the last step of its start-up.
@@ -142,9 +150,12 @@ bool ChassisSim::startManager(std::string* err) {
     const std::string& path = opts_.vorndPath;
     // A manager started under a running chassis finds the cards that are up now.
     std::string cards = cardMask_ != 0 ? cardListText(cardMask_) : opts_.cards;
-    if (!manager_.start(path, {"--rundir", opts_.rundir, "--cards", cards}, err)) return false;
-    say("vornsim: started the manager %s --rundir %s --cards %s (pid %d)", path.c_str(),
-        opts_.rundir.c_str(), cards.c_str(), static_cast<int>(manager_.pid()));
+    std::vector<std::string> args{"--rundir", opts_.rundir, "--cards", cards};
+    if (opts_.peerPair) args.emplace_back("--peer-pair");
+    if (!manager_.start(path, args, err)) return false;
+    say("vornsim: started the manager %s --rundir %s --cards %s%s (pid %d)", path.c_str(),
+        opts_.rundir.c_str(), cards.c_str(), opts_.peerPair ? " --peer-pair" : "",
+        static_cast<int>(manager_.pid()));
     return true;
 }
 
@@ -180,8 +191,10 @@ bool ChassisSim::shutdown() {
     l2pm_.close();
     evh_.close();
     ifm_.close();
+    peerLink_.close();
     control_.close();
-    for (Source* s : std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, this})
+    for (Source* s :
+         std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, &peerLink_, this})
         loop_.remove(s);
     for (std::optional<Agent>& a : agents_) {
         if (!a) continue;
@@ -254,6 +267,7 @@ std::string ChassisSim::statusText() const {
     s += evh_.statusLine() + "\n";
     s += l2pm_.statusLine() + "\n";
     s += ifm_.statusLine() + "\n";
+    s += peerLink_.statusLine() + "\n";
     for (const std::optional<Agent>& a : agents_)
         if (a) s += a->statusLine() + "\n";
     return s;

@@ -5,7 +5,9 @@
 // configuration download. Every card that is up has a line-card agent (sim/agent.h); a card
 // that goes down or is shut down silences its agent, and a card that comes up starts a fresh
 // one. When it starts a manager and the run directory holds a startup configuration, it
-// replays that file through vornctl once the manager has its interfaces.
+// replays that file through vornctl once the manager has its interfaces. Its end of the
+// inter-chassis link (sim/peer_link.h) takes the manager's peer-pair PDUs and, paired with
+// another chassis, carries them across.
 #pragma once
 
 #include <array>
@@ -23,6 +25,7 @@
 #include "sim/loop.h"
 #include "sim/manager_proc.h"
 #include "sim/options.h"
+#include "sim/peer_link.h"
 
 namespace vorn::sim {
 
@@ -55,6 +58,7 @@ public:
     EventHandler& evh() { return evh_; }
     L2pm& l2pm() { return l2pm_; }
     Ifm& ifm() { return ifm_; }
+    PeerLink& peerLink() { return peerLink_; }
     const ChassisModel& chassis() const { return model_; }
     uint32_t cardMask() const { return cardMask_; }
     std::string statusText() const;
@@ -72,12 +76,19 @@ private:
     void registerModelCommands();
     void registerChassisCommands();
     void registerManagerCommands();
+    void registerPeerPairCommands();  // peer_commands.cc
     // Tells the manager about a change of the chassis model (IFM notifications over L2PM's
     // queue) and answers the operator.
     CommandResult publish(ChassisModel::Change change);
     // L2PM's configuration download of the whole model, then the end of configuration.
     void sendDownload();
     CommandResult cardEvent(uint32_t eventId, const CommandTable::Args& args);
+    // "lag N zil ID|none" (args as the lag command has them).
+    CommandResult lagZil(uint32_t lag, const CommandTable::Args& args);
+    // Why no event can be sent while the event handler is absent.
+    static std::string evhAbsentText();
+    // ": no subscriber follows it; nothing sent" or " sent to 2 subscribers".
+    static std::string reachedText(int reached);
     // Start (afresh) or silence the agent of a slot; both say what happened.
     std::string startAgent(uint32_t slot, bool* ok);
     std::string silenceAgent(uint32_t slot);
@@ -98,6 +109,7 @@ private:
     L2pm l2pm_;
     Ifm ifm_;
     ChassisModel model_;
+    PeerLink peerLink_;
     // One agent per slot, made when its card first comes up and kept (silenced when the card
     // goes down) so that the loop never calls into a destroyed one.
     std::array<std::optional<Agent>, agt::kSlots> agents_;

@@ -2,10 +2,10 @@
 // the forwarding model, the ports L2PM refuses and the VLANs IFM refuses.
 
 #include <cstdio>
-#include <span>
 
 #include "cli/syntax.h"
 #include "platform/number.h"
+#include "sim/args.h"
 #include "sim/chassis_sim.h"
 #include "sim/l2pm_show.h"
 #include "sim/log.h"
@@ -14,18 +14,6 @@ namespace vorn::sim {
 namespace {
 
 constexpr uint32_t kMaxInstance = 0xFFFF;
-
-// The interface named by all of args ("Gi 0/1", "gi0/1", "po5").
-bool interfaceArg(const CommandTable::Args& args, uint32_t* ifIndex, std::string* err) {
-    size_t used = 0;
-    if (!cli::parseInterface(std::span<const std::string>(args), 0, ifIndex, &used, err))
-        return false;
-    if (used != args.size()) {
-        *err = "unexpected '" + args[used] + "' after the interface";
-        return false;
-    }
-    return true;
-}
 
 }  // namespace
 
@@ -39,7 +27,7 @@ void ChassisSim::registerModelCommands() {
                    [this](const CommandTable::Args& args) {
                        uint32_t ifIndex = 0;
                        std::string err;
-                       if (!interfaceArg(args, &ifIndex, &err)) return notShown(err);
+                       if (!interfaceRest(args, 0, &ifIndex, &err)) return notShown(err);
                        return shown(describeL2pmPort(l2pm_.model(), ifIndex),
                                     l2pmPortJson(l2pm_.model(), ifIndex));
                    }});
@@ -70,7 +58,7 @@ void ChassisSim::registerModelCommands() {
                        1, 2, [this, refuse](const CommandTable::Args& args) {
                            uint32_t ifIndex = 0;
                            std::string err;
-                           if (!interfaceArg(args, &ifIndex, &err)) return refused(err);
+                           if (!interfaceRest(args, 0, &ifIndex, &err)) return refused(err);
                            l2pm_.model().setRefused(ifIndex, refuse);
                            std::string name = cli::longIfName(ifIndex);
                            say("l2pm: ownership of %s is now %s", name.c_str(),

@@ -82,6 +82,12 @@ ParseOutcome parseOptions(int argc, char** argv, SimOptions* out, std::string* m
              number::parse(n, 1, 64, "--ports", &out->portsPerCard, &why);
              return why;
          }},
+        {"peer-pair", 0, "", "start the manager with --peer-pair (the peer-pair feature on)",
+         cmdline::set(&out->peerPair)},
+        {"pair-with", 0, "DIR",
+         "pair this chassis with the one of run directory DIR: the PDUs\n"
+         "the manager sends reach DIR's manager (which may start later)",
+         cmdline::store(&out->pairWith)},
     };
     prog.about =
         "A simulated chassis: event handler (30.0), L2PM (166.0), IFM (138.0) and a\n"

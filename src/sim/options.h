@@ -19,6 +19,8 @@ struct SimOptions {
     uint32_t cardMask = 0x3;    // bit s: a card in slot s
     uint32_t tenGigMask = 0;    // bit s: the card in slot s carries TenGigabitEthernet ports
     uint32_t portsPerCard = 8;  // ports 0..N-1 on every card
+    bool peerPair = false;      // the manager starts with --peer-pair
+    std::string pairWith;       // the run directory of the chassis at the other end of the ICL
 };
 
 enum class ParseOutcome {

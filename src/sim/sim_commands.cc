@@ -104,14 +104,21 @@ void ChassisSim::registerCommands() {
     }
 }
 
+std::string ChassisSim::evhAbsentText() {
+    return "the event handler is absent ('evh absent off' brings it back); no event sent";
+}
+
+std::string ChassisSim::reachedText(int reached) {
+    return reached == 0
+               ? ": no subscriber follows it; nothing sent"
+               : " sent to " + std::to_string(reached) + " subscriber" + (reached == 1 ? "" : "s");
+}
+
 CommandResult ChassisSim::cardEvent(uint32_t eventId, const CommandTable::Args& args) {
     uint32_t slot = 0;
     std::string err;
     if (!number::parse(args[0], 0, kMaxSlot, "slot", &slot, &err)) return refused(err);
-    if (!evh_.present())
-        return refused(
-            "the event handler is absent ('evh absent off' brings it back); "
-            "no event sent");
+    if (!evh_.present()) return refused(evhAbsentText());
     bool wasUp = (cardMask_ & (1u << slot)) != 0;
     bool up = eventId == CHMGR_CARD_UP;
     cardMask_ = up ? (cardMask_ | (1u << slot)) : (cardMask_ & ~(1u << slot));
@@ -119,9 +126,7 @@ CommandResult ChassisSim::cardEvent(uint32_t eventId, const CommandTable::Args& 
     std::string agentText = up ? "" : silenceAgent(slot);
     int reached = evh_.sendEvent(eventId, slot);
     std::string text = eventName(eventId) + " for slot " + std::to_string(slot);
-    text += reached == 0
-                ? ": no subscriber follows it; nothing sent"
-                : " sent to " + std::to_string(reached) + " subscriber" + (reached == 1 ? "" : "s");
+    text += reachedText(reached);
     if (wasUp == up)
         text += std::string(" (slot ") + std::to_string(slot) +
                 (up ? " was already up)" : " was already down)");
