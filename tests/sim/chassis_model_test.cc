@@ -83,10 +83,6 @@ TEST(ChassisModel, EachChangeIsToldInTheRecordsIfmSends) {
          [](ChassisModel& m) { return m.deleteLag(1); },
          {"Gi 1/2 removed from Po 1", "oper down Po 1", "Po 1 removed from Vl 10 tagged",
           "Po 1 removed from Vl 5 untagged", "interface Po 1 deleted"}},
-        {"joining a VLAN that does not exist creates it first",
-         {},
-         addVlans("10", gi(0, 1), true),
-         {"interface Vl 10 added", "Gi 0/1 added to Vl 10 tagged"}},
         {"only the VLANs not joined yet are told",
          {addVlans("20-25", gi(0, 1), true)},
          addVlans("20-30", gi(0, 1), true),
@@ -119,21 +115,6 @@ TEST(ChassisModel, EachChangeIsToldInTheRecordsIfmSends) {
         EXPECT_TRUE(ch.ok) << ch.text;
         EXPECT_EQ(described(ch), c.records);
     }
-}
-
-TEST(ChassisModel, ACardKeepsItsPortsWhileDownAndTheirLinksComeBackWithIt) {
-    ChassisModel m = chassis();
-    Change up = m.cardUp(2);
-    ASSERT_EQ(up.records.size(), 8u);
-    EXPECT_EQ(sim::describeIfmRecord(up.records.front()), "interface Te 2/0 added");
-    EXPECT_EQ(sim::describeIfmRecord(up.records.back()), "interface Te 2/7 added");
-    ASSERT_TRUE(m.setLink(0x0B020100, true).ok);  // Te 2/1
-    EXPECT_EQ(described(m.cardDown(2)), std::vector<std::string>{"oper down Te 2/1"});
-    // Down: the port takes link changes, but stays oper down.
-    ASSERT_TRUE(m.setLink(0x0B020200, true).ok);
-    EXPECT_FALSE(m.operUp(0x0B020200));
-    EXPECT_EQ(described(m.cardUp(2)),
-              (std::vector<std::string>{"oper up Te 2/1", "oper up Te 2/2"}));
 }
 
 TEST(ChassisModel, RefusalsNameTheProblemAndChangeNothing) {

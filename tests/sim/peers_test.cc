@@ -1,20 +1,14 @@
-// The simulated event handler, L2PM and IFM as the manager meets them on the wire: the
-// answers in place, the events sent to subscribers, the acknowledgement of the manager's SWP
-// messages (only accepted ones feed the forwarding model), the one SWP queue that carries IFM
-// and L2PM notifications to the manager, and the malformed requests each drops unanswered.
+// The simulated L2PM and IFM as the manager meets them on the wire: the answers in place and
+// the malformed requests each drops unanswered. (Events to subscribers, SWP acknowledgements
+// and the notification queue are the chassis and agent tests', and run end to end.)
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <string>
 #include <vector>
 
-#include "platform/evtlog.h"
-#include "platform/swp.h"
-#include "sim/evh.h"
 #include "sim/ifm.h"
 #include "sim/l2pm.h"
-#include "sim/swp_buffers.h"
 #include "sim_test_util.h"
 #include "support/rundir.h"
 
@@ -24,76 +18,33 @@ namespace {
 using test::fromManager;
 using test::kQueue138;
 using test::kQueue166;
-using test::kQueue226;
-using test::serveUntil;
 using test::u32At;
-using test::whileServing;
 using test::words;
 using W = std::vector<uint32_t>;
 
-constexpr uint32_t kQueue30 = (30u << 20) | 1;  // 30.0.1
 constexpr uint32_t kGi01 = 0x0A000100;
 constexpr uint32_t kGi11 = 0x0A010100;
 
 class SimPeersTest : public test::PlatformTest {
 protected:
     void SetUp() override {
-        evlog_ = qelEvtOpenlog("VORN", 0, 226, 0);
         std::string err;
-        ASSERT_TRUE(evh_.open(&err)) << err;
         ASSERT_TRUE(l2pm_.open(&err)) << err;
         ASSERT_TRUE(ifm_.open(&err)) << err;
-        loop_.add(&evh_);
         loop_.add(&l2pm_);
         loop_.add(&ifm_);
     }
     int exchange(std::vector<uint8_t>& msg) { return test::exchange(loop_, mgr_, msg); }
-    // Sends msg without waiting and returns the first message back (empty: none came).
-    std::vector<uint8_t> post(std::vector<uint8_t> msg) {
-        EXPECT_EQ(qelIpcSend(mgr_.reqFd(), msg.data(), static_cast<int>(msg.size())), 0);
-        std::vector<uint8_t> reply;
-        serveUntil(loop_, [&] { return !(reply = mgr_.receive(0)).empty(); });
-        return reply;
-    }
     template <typename F>
     ::testing::AssertionResult dropsUnanswered(std::vector<uint8_t> msg, F dropped) {
         return test::dropsUnanswered(loop_, mgr_, std::move(msg), dropped);
     }
 
     test::FakeManager mgr_;
-    QelKey evlog_ = -1;
     sim::EventLoop loop_;
-    sim::EventHandler evh_;
     sim::L2pm l2pm_;
     sim::Ifm ifm_;
 };
-
-// An absent event handler's answer is tested with the chassis's commands (control_test.cc).
-TEST_F(SimPeersTest, SendsAnEventOnlyToThoseWhoseSubscriptionItAcceptedAndWhoFollowIt) {
-    auto subscribe = [&] {
-        return whileServing(loop_, [&] { return qelEvhSubscribeEvt(evlog_, 1, CHMGR_CARD_DOWN); });
-    };
-    evh_.setRefusing(true);
-    EXPECT_EQ(subscribe(), 1);
-    EXPECT_EQ(evh_.sendEvent(CHMGR_CARD_DOWN, 5), 0);  // the refused one is not remembered
-    evh_.setRefusing(false);
-    ASSERT_EQ(subscribe(), 0);
-
-    EXPECT_EQ(evh_.sendEvent(CHMGR_CARD_DOWN, 5), 1);
-    std::vector<uint8_t> msg = mgr_.receive();
-    // CHMGR_CARD_DOWN for slot 5.
-    EXPECT_EQ(words(msg, {8, 12, 44, 56, 64, 68}), (W{72, 2009, kQueue30, kQueue226, 0x118012, 5}));
-
-    // Not followed: nothing is sent (a send would be waiting before sendEvent returns).
-    EXPECT_EQ(evh_.sendEvent(CHMGR_CARD_UP, 5), 0);
-    EXPECT_TRUE(mgr_.receive(0).empty());
-
-    // A subscriber that went away costs a failed send, counted, and nothing else.
-    mgr_.close();
-    EXPECT_EQ(evh_.sendEvent(CHMGR_CARD_DOWN, 6), 0);
-    EXPECT_EQ(evh_.counters().sendFailures, 1u);
-    EXPECT_EQ(evh_.counters().eventsSent, 1u);
-}
 
 // Port-ownership request (18403, 588 bytes): 248 client id 7, 252 protocol id 3, 256 action
 // (0 take, 1 give back), 260 the port list: u32 count, then the ifIndexes.
@@ -162,88 +113,7 @@ TEST_F(SimPeersTest, RegistrationAndOwnershipAreAnsweredInPlace) {
     EXPECT_TRUE(l2pm_.model().owned().empty());
 }
 
-TEST_F(SimPeersTest, SwpMessagesAreAcknowledgedAndOnlyAcceptedOnesChangeTheModel) {
-    struct Case {
-        const char* what;
-        uint32_t seq;
-        uint32_t replyType;  // 402 acknowledgement, 404 resend request
-        uint32_t replySeq;
-    };
-    const Case cases[] = {
-        {"first of a new stream", 1, 402, 1},
-        {"next in order", 2, 402, 2},
-        {"duplicate", 2, 402, 2},
-        {"gap", 5, 404, 3},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        // A flush over SWP: 60 magic, 64 sequence, 68 stream, 72 epoch.
-        std::vector<uint8_t> msg = fromManager(18412, test::flushMsg({{82, 20, kGi01}}), kQueue166);
-        be::Writer w(msg.data(), msg.size());
-        w.u32(60, swp::kMagic);
-        w.u32(64, c.seq);
-        w.u32(68, 9);
-        w.u32(72, 0x1234);
-        EXPECT_EQ(words(post(msg), {12, 64, 68, 72}), (W{c.replyType, c.replySeq, 9, 0x1234}));
-    }
-    EXPECT_EQ((l2pm_.received()), (std::map<uint32_t, uint64_t>{{18412, 2}}));
-    EXPECT_EQ(l2pm_.counters().swpDuplicates, 1u);
-    EXPECT_EQ(l2pm_.counters().swpGaps, 1u);
-    EXPECT_EQ(l2pm_.model().flushes().at({kGi01, 20}), 2u);
-
-    // Neither registration nor SWP: dropped and counted, never acknowledged.
-    EXPECT_TRUE(dropsUnanswered(fromManager(18407, 100, kQueue166),
-                                [&] { return l2pm_.counters().unexpected; }));
-}
-
-TEST_F(SimPeersTest, NotificationsOfBothKindsShareOneQueueAndComeBackWhenAcknowledged) {
-    const size_t base = sim::swpbuf::live();
-    std::string err;
-    EXPECT_FALSE(l2pm_.sendNotification(sim::L2pm::Notif::Ifm, {}, &err));  // no queue yet
-    l2pm_.syncWithManager();
-    ASSERT_NE(l2pm_.queueHandle(), 0u);
-
-    const std::vector<uint8_t> ifmBody = {0, 0, 0, 42, 1, 2, 3, 4};
-    std::vector<uint8_t> l2pmBody(128, 0);
-    l2pmBody[127] = 4;  // kind at message offset 248: end of configuration
-    ASSERT_TRUE(l2pm_.sendNotification(sim::L2pm::Notif::Ifm, ifmBody, &err)) << err;
-    ASSERT_TRUE(l2pm_.sendNotification(sim::L2pm::Notif::L2pm, l2pmBody, &err)) << err;
-    EXPECT_EQ(sim::swpbuf::live(), base + 2);
-
-    uint32_t state[2] = {0, 0};
-    using Expect = std::pair<uint32_t, const std::vector<uint8_t>*>;
-    for (auto [mtype, body] : {Expect{10908, &ifmBody}, Expect{18402, &l2pmBody}}) {
-        SCOPED_TRACE(mtype);
-        // Until the first acknowledgement of a stream only its first message travels.
-        std::vector<uint8_t> msg;
-        ASSERT_TRUE(serveUntil(loop_, [&] { return !(msg = mgr_.receive(20)).empty(); }));
-        ASSERT_EQ(msg.size(), 124 + body->size());
-        EXPECT_EQ(u32At(msg, 12), mtype);
-        EXPECT_TRUE(std::equal(body->begin(), body->end(), msg.begin() + 124));
-        // The manager's one receive state takes both kinds in order, in one stream.
-        EXPECT_EQ(qelSwpCkSeqAndAck(msg.data(), state, mgr_.reqFd()), swp::kCkAccepted);
-    }
-    ASSERT_TRUE(serveUntil(loop_, [&] { return l2pm_.counters().notifAcked == 2; }));
-    EXPECT_EQ(sim::swpbuf::live(), base);
-
-    // A body that does not fit a message is refused without keeping a buffer.
-    std::vector<uint8_t> fits(8192 - 124), tooBig(8192 - 123);
-    EXPECT_FALSE(l2pm_.sendNotification(sim::L2pm::Notif::L2pm, tooBig, &err));
-    EXPECT_NE(err.find("does not fit"), std::string::npos);
-    EXPECT_EQ(sim::swpbuf::live(), base);
-    ASSERT_TRUE(l2pm_.sendNotification(sim::L2pm::Notif::L2pm, fits, &err)) << err;
-    EXPECT_EQ(mgr_.receive().size(), 8192u);
-
-    // The manager goes away with it unacknowledged: the queue goes, and so does the buffer.
-    EXPECT_EQ(sim::swpbuf::live(), base + 1);
-    mgr_.close();
-    l2pm_.syncWithManager();
-    EXPECT_EQ(l2pm_.queueHandle(), 0u);
-    EXPECT_EQ(sim::swpbuf::live(), base);
-    EXPECT_FALSE(l2pm_.sendNotification(sim::L2pm::Notif::Ifm, ifmBody, &err));
-}
-
-TEST_F(SimPeersTest, IfmAnswersTheControlVlanQuestionAndTakesNotices) {
+TEST_F(SimPeersTest, IfmAnswersTheControlVlanQuestionAndDropsShortMessages) {
     ifm_.refuseVlan(10);
     ifm_.refuseVlan(12, 1);
     struct Case {
@@ -265,23 +135,11 @@ TEST_F(SimPeersTest, IfmAnswersTheControlVlanQuestionAndTakesNotices) {
     }
     EXPECT_TRUE(ifm_.controlVlans().empty());  // 11 was granted, then given up
     EXPECT_EQ(ifm_.counters().refusals, 2u);
-    EXPECT_TRUE(dropsUnanswered(fromManager(10956, 68, kQueue138),
-                                [&] { return ifm_.counters().malformed; }));
-
-    // Ring-interface notices (11016, 76 bytes): 60 action, 64 primary, 68 secondary, 72 flags.
-    std::vector<uint8_t> n = fromManager(11016, 76, kQueue138);
-    be::Writer nw(n.data(), n.size());
-    nw.u32(60, 1);
-    nw.u32(64, kGi01);
-    nw.u32(68, kGi11);
-    nw.u32(72, 0x80000000);
-    std::vector<uint8_t> cut(n.begin(), n.end() - 1);
-    be::Writer(cut.data(), cut.size()).u32(8, 75);
-    for (auto* m : {&n, &cut})
-        ASSERT_EQ(qelIpcSend(mgr_.reqFd(), m->data(), static_cast<int>(m->size())), 0);
-    ASSERT_TRUE(serveUntil(loop_, [&] { return ifm_.counters().malformed == 2; }));
-    ASSERT_EQ(ifm_.notices().size(), 1u);
-    EXPECT_EQ(ifm_.notices()[0].secondary, kGi11);
+    auto malformed = [&] { return ifm_.counters().malformed; };
+    EXPECT_TRUE(dropsUnanswered(fromManager(10956, 68, kQueue138), malformed));
+    // A ring-interface notice (11016) shorter than its 76 bytes too. (Whole ones show only in
+    // vornsim's own show; the manager's bytes for them are pinned by its IFM tests.)
+    EXPECT_TRUE(dropsUnanswered(fromManager(11016, 75, kQueue138), malformed));
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <future>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "platform/codec.h"
@@ -100,26 +99,6 @@ inline std::vector<uint8_t> l2pmRegistration() {
     w.u32(72, 226);
     w.u8(120, 1);
     return msg;
-}
-
-// Flush records (kind, VLAN, ifIndex) in the body of a flush message (18412): 248 client id 7,
-// 252 protocol id 3, 256 record count, then 24-byte records: 0 kind, 4 length 24, 12 VLAN
-// (u16), 16 ifIndex. The header is left to the caller.
-using FlushRec = std::tuple<uint32_t, uint16_t, uint32_t>;
-inline std::vector<uint8_t> flushMsg(const std::vector<FlushRec>& recs) {
-    std::vector<uint8_t> m(260 + 24 * recs.size(), 0);
-    be::Writer w(m.data(), m.size());
-    w.u32(248, 7);
-    w.u32(252, 3);
-    w.u32(256, static_cast<uint32_t>(recs.size()));
-    for (size_t i = 0; i < recs.size(); ++i) {
-        auto [kind, vlan, ifIndex] = recs[i];
-        w.u32(260 + 24 * i, kind);
-        w.u32(260 + 24 * i + 4, 24);
-        w.u16(260 + 24 * i + 12, vlan);
-        w.u32(260 + 24 * i + 16, ifIndex);
-    }
-    return m;
 }
 
 // The manager's send-and-wait of msg, answered in place, while the loop serves.
