@@ -141,10 +141,6 @@ TEST_F(ConfigTest, ABadLineInAFileIsFoundBeforeAnythingIsSent) {
         EXPECT_NE(err_.str().find(c.inErr), std::string::npos) << err_.str();
         EXPECT_TRUE(mgr.requests().empty());
     }
-    err_.str("");
-    EXPECT_EQ(cli.replay(rundir_.path() + "/no-such-file"), cli::kExitUsage);
-    EXPECT_NE(err_.str().find("cannot read " + rundir_.path() + "/no-such-file"),
-              std::string::npos);
 }
 
 TEST_F(ConfigTest, TheFirstRefusalStopsAReplayAndNamesItsLine) {

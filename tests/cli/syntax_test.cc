@@ -93,6 +93,8 @@ TEST(VlanLists, ListsAndRangesBecomeBitmapsAndRefusalsNameTheBadItem) {
     }
 }
 
+// Each parameter's bounds; the number reader's refusals (signs, overflow, trailing text)
+// are its own test's (platform/cmdline_test.cc).
 TEST(Numbers, BoundsAreCheckedAndTheValueNamed) {
     struct Case {
         cli::Param param;
@@ -104,15 +106,11 @@ TEST(Numbers, BoundsAreCheckedAndTheValueNamed) {
     const Case cases[] = {
         {cli::Param::RingId, "255", true, 255, ""},
         {cli::Param::RingId, "256", false, 0, "ring id 256 is out of range 1..255"},
-        {cli::Param::RingId, "12345678901", false, 0, "ring id 12345678901 is out of range"},
-        {cli::Param::RingId, "-1", false, 0, "bad ring id '-1': expected a number 1..255"},
-        {cli::Param::RingId, "5x", false, 0, "bad ring id '5x'"},
         {cli::Param::Vlan, "4095", true, 4095, ""},
         {cli::Param::Vlan, "4096", false, 0, "VLAN 4096 is out of range 1..4095"},
         {cli::Param::Hello, "49", false, 0, "hello-interval 49 is out of range 50..2000"},
-        {cli::Param::Hello, "2001", false, 0, "hello-interval 2001 is out of range 50..2000"},
         {cli::Param::Dead, "6001", false, 0, "dead-interval 6001 is out of range 50..6000"},
-        {cli::Param::Dead, "0x100", false, 0, "bad dead-interval '0x100'"},
+        {cli::Param::Dead, "0x100", false, 0, "bad dead-interval '0x100'"},  // decimal only
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.word);
