@@ -1,5 +1,6 @@
 // Host IPC: validation of received datagrams, routing of sends and replies,
-// send-and-wait, the run directory's policy, and the debug shell served on a request queue.
+// send-and-wait and the run directory's policy. (The debug shell served on a request queue is
+// vornctl's shell test's.)
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -15,7 +16,6 @@
 
 #include "platform/codec.h"
 #include "platform/ipc.h"
-#include "platform/shell.h"
 #include "support/rundir.h"
 #include "support/wire.h"
 
@@ -158,44 +158,6 @@ TEST(RunDirTest, RefusesWhatAnotherUserCouldSubvert) {
             << path << ": " << err;
     }
     ASSERT_EQ(std::system(("rm -rf " + base).c_str()), 0);
-}
-
-uint32_t gTestFlag = 0;
-
-TEST_F(IpcTest, ShellServesGlobalsAndLongAnswersWithoutTheOwnerSeeingThem) {
-    QelKey mgr = qelIpcTmrOpen(226, 0);
-    QelKey cli = qelIpcTmrOpen(40, 9);
-    ASSERT_GT(mgr, 0);
-    qelDdbInit(nullptr);
-    shell::registerFunction("bigOutput", [](const std::vector<long>&) {
-        for (int i = 0; i < 2000; ++i) std::printf("line %04d of the big output\r\n", i);
-    });
-    shell::registerGlobal("testFlag", &gTestFlag);
-
-    // The owner's receive loop serves shell lines and never hands them to its caller.
-    std::atomic<bool> stop{false};
-    std::thread owner([&] {
-        std::array<uint8_t, 8192> buf{};
-        while (!stop) {
-            int n = qelIpcRecvWait(Key_getReqQueue(mgr), buf.data(), 8192, 20);
-            EXPECT_EQ(n, -1) << "a shell line leaked to the owner";
-        }
-    });
-    for (auto [line, expect] :
-         {std::pair{"testFlag = 3", "testFlag = 3\n"}, {"testFlag", "testFlag = 3\n"}}) {
-        std::string out;
-        ASSERT_TRUE(shell::query(cli, 226, 0, line, &out)) << line;
-        EXPECT_EQ(out, expect) << line;
-    }
-    EXPECT_EQ(gTestFlag, 3u);
-    // An answer of many messages comes back whole.
-    const std::string last = "line 1999 of the big output\r\n";
-    std::string big;
-    ASSERT_TRUE(shell::query(cli, 226, 0, "bigOutput", &big));
-    EXPECT_EQ(big.size(), 2000 * last.size());
-    EXPECT_TRUE(big.ends_with(last));
-    stop = true;
-    owner.join();
 }
 
 }  // namespace
