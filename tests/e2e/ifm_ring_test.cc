@@ -105,10 +105,6 @@ TEST(IfmRing, InterfaceEventsMoveTheRingAndARestartedManagerRebuildsItsState) {
     c.run("sim", "port Gi 0/1 up");
     EXPECT_TRUE(portState(c, "Gi 0/1", "10,20-30", "none"));
     EXPECT_TRUE(portState(c, "Po 1", "none", "10,20-30"));
-    c.run("sim", "port gi0/1 down");
-    EXPECT_TRUE(portState(c, "Gi 0/1", "none", "10,20-30"));
-    c.run("sim", "port gi0/1 up");
-    EXPECT_TRUE(portState(c, "Gi 0/1", "10,20-30", "none"));
 
     // An up member makes Po 1 ready and up: the manager gives the ring to the agent of its
     // card (slot 1), which starts it as master: the secondary blocks the member VLANs.
@@ -117,7 +113,6 @@ TEST(IfmRing, InterfaceEventsMoveTheRingAndARestartedManagerRebuildsItsState) {
     EXPECT_NE(joined.find("Po 1 is up; 2 IFM records sent"), std::string::npos) << joined;
     EXPECT_TRUE(portState(c, "Gi 0/1", "10,20-30", "none"));
     ASSERT_TRUE(portState(c, "Po 1", "10", "20-30"));
-    EXPECT_TRUE(c.shows("shell", "vornPrintRing 5", "Port Ready               : YES"));
 
     // Saved (with CR LF line ends), the configuration is replayed by a manager killed and
     // started again, which comes back to the same state.
