@@ -38,7 +38,7 @@ std::string hexBytes(std::span<const uint8_t> bytes) {
 }
 
 std::string count(uint64_t n, const char* what) {
-    return std::to_string(n) + " " + what;
+    return std::to_string(n) + " " + what + (n == 1 ? "" : "s");
 }
 
 }  // namespace
@@ -204,9 +204,9 @@ std::string PeerLink::partnerState() const {
 
 std::string PeerLink::statusLine() const {
     const Counters& c = counters_;
-    return "icl: " + partnerState() + "; from the manager " + count(c.fromManager, "PDUs") +
+    return "icl: " + partnerState() + "; from the manager " + count(c.fromManager, "PDU") +
            ", forwarded " + std::to_string(c.forwarded) + ", not forwarded " +
-           std::to_string(c.notForwarded) + "; from the partner " + count(c.fromPartner, "PDUs") +
+           std::to_string(c.notForwarded) + "; from the partner " + count(c.fromPartner, "PDU") +
            ", delivered " + std::to_string(c.delivered) + ", not delivered " +
            std::to_string(c.notDelivered) + "; malformed " + std::to_string(c.malformed);
 }
