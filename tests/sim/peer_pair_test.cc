@@ -33,38 +33,32 @@ constexpr uint32_t kPo5 = 0x16000005;
 constexpr uint32_t kPo9 = 0x16000009;
 constexpr uint32_t kGi01 = 0x0A000100;
 
-// A datagram socket of the test at a path: the manager's link socket, or its sender.
-class TestSocket {
-public:
-    explicit TestSocket(const std::string& bindAt = "") : fd_(socket(AF_UNIX, SOCK_DGRAM, 0)) {
-        if (bindAt.empty()) return;
-        sockaddr_un a = addr(bindAt);
-        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof(a)), 0) << bindAt;
+// A datagram socket of the test, bound at a path (the manager's link socket) or not (its
+// sender).
+struct TestSocket {
+    explicit TestSocket(const std::string& bindAt = "") {
+        EXPECT_TRUE(bindAt.empty() || bind(fd, addr(bindAt), sizeof(sockaddr_un)) == 0) << bindAt;
     }
-    ~TestSocket() { close(fd_); }
-    static sockaddr_un addr(const std::string& path) {
-        sockaddr_un a{};
-        a.sun_family = AF_UNIX;
+    ~TestSocket() { close(fd); }
+    static sockaddr* addr(const std::string& path) {
+        static sockaddr_un a;
+        a = sockaddr_un{AF_UNIX, {}};
         std::strncpy(a.sun_path, path.c_str(), sizeof(a.sun_path) - 1);
-        return a;
+        return reinterpret_cast<sockaddr*>(&a);
     }
     void sendTo(const std::string& path, const Bytes& d) const {
-        sockaddr_un a = addr(path);
-        EXPECT_EQ(sendto(fd_, d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&a), sizeof(a)),
+        EXPECT_EQ(sendto(fd, d.data(), d.size(), 0, addr(path), sizeof(sockaddr_un)),
                   static_cast<ssize_t>(d.size()));
     }
     // Serves the loop until a datagram waits, then reads it (empty: none came).
     Bytes receive(sim::EventLoop& loop) const {
-        pollfd p{fd_, POLLIN, 0};
+        pollfd p{fd, POLLIN, 0};
         test::serveUntil(loop, [&] { return poll(&p, 1, 0) == 1; });
         Bytes d(9000);
-        ssize_t n = recv(fd_, d.data(), d.size(), MSG_DONTWAIT);
-        d.resize(n < 0 ? 0 : static_cast<size_t>(n));
+        d.resize(std::max<ssize_t>(recv(fd, d.data(), d.size(), MSG_DONTWAIT), 0));
         return d;
     }
-
-private:
-    int fd_;
+    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
 };
 
 // The chassis in attach mode, with the test as its manager.
@@ -115,10 +109,6 @@ TEST_F(PeerPairSimTest, PeerStatusEventCarriesStatusAndRoleAfterTheSlotWord) {
         EXPECT_EQ(words(next(2009), {8, 64, 68, 72, 76}), (W{80, 0x44800E, 0, c.status, c.role}));
     }
     EXPECT_FALSE(run("peer up 4294967296").ok);
-    run("evh absent on");
-    sim::CommandResult r = run("peer up");
-    EXPECT_FALSE(r.ok);
-    EXPECT_NE(r.text.find("the event handler is absent"), std::string::npos);
     EXPECT_EQ(chassis_->evh().counters().eventsSent, 3u);
 }
 
@@ -156,10 +146,7 @@ TEST_F(PeerPairSimTest, ModeChangeRecordsTellTheIclAndThePeerPairPortChannels) {
     }
     EXPECT_FALSE(run("lag 5 zil 65536").ok);
     EXPECT_FALSE(run("icl po 5 gone").ok);
-    sim::Json j = sim::chassisJson(chassis_->chassis());
-    EXPECT_EQ(j["inter_chassis_link"], "Port-channel 9");
-    EXPECT_EQ(j["peer_pair_port_channels"].dump(),
-              R"([{"interface":"Port-channel 9","peer_pair_id":129}])");
+    EXPECT_EQ(chassis_->chassis().icl(), kPo9);
 }
 
 TEST_F(PeerPairSimTest, PduCommandDeliversIfIndexAndBytesToTheLinkSocket) {
