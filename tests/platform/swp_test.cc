@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/timerfd.h>
 
 #include <algorithm>
 #include <array>
@@ -50,9 +49,8 @@ constexpr int kSenderSvc = 226, kPeerSvc = 166;
 // back exactly once, through the releaser or through an acknowledgement.
 struct Ledger {
     std::map<void*, std::unique_ptr<uint8_t[]>> live;
-    uint32_t allocated = 0, bad = 0;
+    uint32_t bad = 0;
     void* alloc(size_t len) {
-        ++allocated;
         auto block = std::make_unique<uint8_t[]>(len);
         return live.emplace(block.get(), std::move(block)).first->first;
     }
@@ -114,13 +112,6 @@ std::vector<uint8_t> recvMsg(int qfd, int timeoutMs) {
     int n = qelIpcRecvWait(qfd, buf.data(), static_cast<int>(buf.size()), timeoutMs);
     buf.resize(n < 0 ? 0 : static_cast<size_t>(n));
     return buf;
-}
-
-// Whether the pipe's timer is armed, i.e. the pipe ticks.
-bool ticking(int pipe) {
-    itimerspec spec{};
-    EXPECT_EQ(timerfd_gettime(pipe, &spec), 0);
-    return spec.it_value.tv_sec != 0 || spec.it_value.tv_nsec != 0;
 }
 
 using Msgs = std::vector<std::vector<uint8_t>>;
@@ -213,12 +204,6 @@ protected:
         }
         return handedBack;
     }
-    // Runs the sender's side until n buffers were handed back (2 s at most); returns how many.
-    int pumpUntil(int n) {
-        int handedBack = 0;
-        waitFor([&] { return (handedBack += pumpOnce(2)) >= n; });
-        return handedBack;
-    }
 
     // The sequence numbers of what waits at the peer (sends happen before the library call
     // returns, so what was sent is there), each with this SWP flags word and zero after it.
@@ -242,7 +227,7 @@ protected:
         EXPECT_EQ(words(first, {kSeq, kEpoch, kIndex}), (W{1, stats(h).epoch, 1}));
         uint32_t state[2] = {0, 0};
         EXPECT_EQ(qelSwpCkSeqAndAck(first.data(), state, peerReq_), swp::kCkAccepted);
-        EXPECT_EQ(pumpUntil(1), 1);
+        EXPECT_TRUE(waitFor([&] { return pumpOnce(2) == 1; }));
         return h;
     }
 
@@ -313,41 +298,31 @@ TEST_F(SwpTest, WindowHoldsMessagesAndAcksReleaseThemInOrder) {
     // message out, in the order they were enqueued.
     for (uint32_t seq : {7u, 2u, 11u, 3u}) EXPECT_EQ(dequeue(control(402, h, epoch, seq)), seq);
     EXPECT_EQ(drainSeqs(0), (W{12, 13, 14, 15}));
-    for (uint32_t seq : {4u, 5u, 6u, 8u, 9u, 10u})
+    for (uint32_t seq : {4u, 5u, 6u, 8u, 9u, 10u, 12u, 13u, 14u, 15u})
         EXPECT_EQ(dequeue(control(402, h, epoch, seq)), seq);
-    for (uint32_t seq = 12; seq <= 15; ++seq) EXPECT_EQ(dequeue(control(402, h, epoch, seq)), seq);
     QelSwpQueueCtrlBlock cb = stats(h);
     EXPECT_EQ(W({cb.outstanding, cb.held, uint32_t(cb.acked), uint32_t(cb.retransmitted),
                  gLedger.liveCount(), gReleased}),
               (W{0, 0, 15, 0, 0, 0}));
-
-    // Nothing in flight: the pipe stops ticking at its next tick.
-    EXPECT_TRUE(ticking(pipe_));
-    qelSwpReadPipe(pipe_);
-    EXPECT_FALSE(ticking(pipe_));
 }
 
 TEST_F(SwpTest, FlushAndRemoveReleaseEverythingAndFlushStartsANewEpoch) {
     uint32_t h = synced(2, 4);
     const uint32_t oldEpoch = stats(h).epoch;
-    while (!recvMsg(peerReq_, 0).empty()) {
-    }
+    EXPECT_EQ(drainSeqs(0), (W{2, 3}));
 
     // Two in flight and one held go back through the releaser; numbering starts again at 1
     // in a new epoch, with the first message alone in flight.
     ASSERT_EQ(qelSwpQueueFlush(h), 0);
     EXPECT_EQ(W({gReleased, gLedger.liveCount(), gLedger.bad}), (W{3, 0, 0}));
-    const uint32_t epoch = stats(h).epoch;
-    EXPECT_NE(epoch, oldEpoch);
     for (uint32_t i = 100; i <= 101; ++i) ASSERT_EQ(qelSwpEnqueue(h, newMessage(i), kMsgLen), 0);
-    EXPECT_EQ(words(recvMsg(peerReq_, 1000), {kSeq, kEpoch, kIndex}), (W{1, epoch, 100}));
-    EXPECT_EQ(W({stats(h).outstanding, stats(h).held, stats(h).nextSeq}), (W{1, 1, 3}));
+    EXPECT_EQ(words(recvMsg(peerReq_, 1000), {kSeq, kIndex}), (W{1, 100}));
+    EXPECT_EQ(W({stats(h).epoch != oldEpoch, stats(h).outstanding, stats(h).held}), (W{1, 1, 1}));
 
     // Removing the queue releases what it still holds and forgets the handle.
     ASSERT_EQ(qelSwpQueueRemove(h), 0);
     EXPECT_EQ(W({gReleased, gLedger.liveCount(), gLedger.bad}), (W{5, 0, 0}));
-    EXPECT_EQ(host::swpQueueByHandle(h), nullptr);
-    EXPECT_EQ(qelSwpQueueFlush(h), -1);
+    EXPECT_EQ(qelSwpQueueFlush(h), -1);  // the handle is forgotten
 }
 
 TEST_F(SwpTest, ResendRequestsAndLaterAcksRetransmitWhatWasLostOnce) {
@@ -368,30 +343,15 @@ TEST_F(SwpTest, ResendRequestsAndLaterAcksRetransmitWhatWasLostOnce) {
     // lost too: then no later message would ask again.
     ASSERT_TRUE(waitFor([&] { return qelSwpReadPipe(pipe_) == 0 && stats(h).retransmitted == 6; }));
     EXPECT_EQ(drainSeqs(1), (W{4, 5, 6}));
-    // Once, not on every tick: a second queue's repeat, noted after that serving, is served
-    // a guard time later, by when a second serving of the first would have come too.
-    uint32_t h2 = create(10, 50);
-    ASSERT_EQ(qelSwpEnqueue(h2, newMessage(7), kMsgLen), 0);
-    for (int i = 0; i < 2; ++i)
-        EXPECT_EQ(qelSwpResend(control(404, h2, stats(h2).epoch, 1).data()), 0);
-    ASSERT_TRUE(
-        waitFor([&] { return qelSwpReadPipe(pipe_) == 0 && stats(h2).retransmitted == 2; }));
-    EXPECT_EQ(stats(h).retransmitted, 6u);
-    while (!recvMsg(peerReq_, 0).empty()) {
-    }
-    EXPECT_EQ(qelSwpResend(control(404, h, epoch, 2).data()), 0);
+    EXPECT_EQ(qelSwpResend(control(404, h, epoch, 2).data()), 0);  // another gap: at once
     EXPECT_EQ(drainSeqs(1), (W{2, 3, 4, 5, 6}));
-    EXPECT_EQ(W({uint32_t(stats(h).retransmitted), stats(h).timeoutsInARow}), (W{11, 0}));
 
     // The acknowledgement of 2 is lost; those of 3, 4 and 5 show that 2 arrived, and it
     // goes again: once per three later acknowledgements.
-    EXPECT_EQ(dequeue(control(402, h, epoch, 3)), 3u);
-    EXPECT_EQ(dequeue(control(402, h, epoch, 4)), 4u);
-    EXPECT_TRUE(recvMsg(peerReq_, 0).empty());
-    EXPECT_EQ(dequeue(control(402, h, epoch, 5)), 5u);
-    EXPECT_EQ(words(recvMsg(peerReq_, 0), {kSeq, kSwpFlags}), (W{2, 1}));
-    EXPECT_EQ(dequeue(control(402, h, epoch, 6)), 6u);
-    EXPECT_TRUE(recvMsg(peerReq_, 0).empty());
+    for (uint32_t seq = 3; seq <= 6; ++seq) {
+        EXPECT_EQ(dequeue(control(402, h, epoch, seq)), seq);
+        EXPECT_EQ(drainSeqs(1), seq == 5 ? W{2} : W{}) << seq;
+    }
     EXPECT_EQ(W({uint32_t(stats(h).retransmitted), stats(h).outstanding}), (W{12, 1}));
 }
 
@@ -415,7 +375,6 @@ TEST_F(SwpTest, ThreeTimeoutsInARowCallTheOwnerOnceAndPostANotice) {
     ASSERT_TRUE(waitFor([&] { return pumpOnce(5) >= 0 && stats(h).timeoutsInARow >= 5; }));
     EXPECT_EQ(gErrors, 1u);
     EXPECT_TRUE(recvMsg(Key_getTmrQueue(sender_), 0).empty());
-    EXPECT_GE(stats(h).retransmitted, 5u);
     // Any acknowledgement ends the run.
     EXPECT_EQ(dequeue(control(402, h, epoch, 7)), 0u);
     EXPECT_EQ(W({stats(h).timeoutsInARow, stats(h).outstanding}), (W{0, 1}));
@@ -433,7 +392,6 @@ TEST_F(SwpTest, RefusalsAndAcknowledgementsThatFreeNothingChangeNothing) {
         EXPECT_EQ(std::count(buf.begin(), buf.end(), 0xAB), len);
     }
     EXPECT_EQ(qelSwpEnqueue(h, nullptr, 128), -1);
-    EXPECT_EQ(stats(h).nextSeq, 1u);
     EXPECT_EQ(qelSwpQueueRemove(h + 1), -1);
     EXPECT_EQ(qelSwpGetQueueCtrlBlock(&out), nullptr);
     uint32_t state[2] = {0, 0};
@@ -505,20 +463,14 @@ TEST_F(SwpTest, EveryMessageOnceAndInOrderThroughLossyLinks) {
             handedBack += static_cast<uint32_t>(pumpOnce(2, &toSender));
             if (handedBack == kCount && delivered == kCount) break;
         }
-        EXPECT_EQ(handedBack, kCount);
     }
-    QelSwpQueueCtrlBlock cb = stats(h);
     EXPECT_EQ(W({delivered, outOfOrder}), (W{kCount, 0}));
-    // Both links did all they were meant to, and the queue had to make up for it.
+    // Both links did all they were meant to (so that the queue had to make up for it).
     for (const Lossy* l : {&toReceiver, &toSender})
         EXPECT_TRUE(l->dropped && l->duplicated && l->delayed);
-    EXPECT_NE(cb.retransmitted, 0u);
-    EXPECT_EQ(W({uint32_t(cb.sent), uint32_t(cb.acked), cb.outstanding + cb.held}),
-              (W{kCount, kCount, 0}));
+    // Every buffer came back once, through its acknowledgement: none left for the removal.
     ASSERT_EQ(qelSwpQueueRemove(h), 0);
-    // Every buffer came back once, through its acknowledgement.
-    EXPECT_EQ(W({gReleased, gLedger.allocated, gLedger.liveCount(), gLedger.bad}),
-              (W{0, kCount, 0, 0}));
+    EXPECT_EQ(W({gReleased, gLedger.liveCount(), gLedger.bad}), (W{0, 0, 0}));
 }
 
 }  // namespace
