@@ -1,0 +1,46 @@
+// vornlab: a lab of simulated switches joined in a ring. Switch i (1..N) is a vornsim with
+// its manager and two cards in DIR/swI; its port Gi 0/1 (east) is cabled to Gi 1/1 (west) of
+// switch i+1, and the last switch's east to the first's west. Every switch runs ring 1 with
+// control VLAN 10 on those two ports (primary east, secondary west); switch 1 is the master.
+//
+// The lab's plan is kept in DIR/lab.conf, so that later commands (cut, show, down) find the
+// switches of a lab that `up` started.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vorn::lab {
+
+inline constexpr uint32_t kMinSwitches = 2;
+inline constexpr uint32_t kMaxSwitches = 32;
+inline constexpr uint16_t kRingId = 1;
+inline constexpr uint16_t kControlVlan = 10;
+inline constexpr const char* kEastPort = "Gi 0/1";
+inline constexpr const char* kWestPort = "Gi 1/1";
+
+struct Plan {
+    std::string dir;
+    uint32_t switches = 4;
+    std::string memberVlans = "20-29";
+    uint32_t helloMs = 50;
+    uint32_t deadMs = 150;
+};
+
+// The run directory of switch i (1-based).
+std::string switchDir(const Plan& p, uint32_t i);
+// The vornsim command line of switch i.
+std::vector<std::string> simArgs(const Plan& p, uint32_t i, const std::string& vornsim);
+// The configuration switch i gets through vornctl -f.
+std::string ringConfig(const Plan& p, uint32_t i);
+// The simulator commands that make the ring's VLANs on switch i's ring ports.
+std::vector<std::string> vlanCommands(const Plan& p);
+// The port of switch a that is cabled to switch b, or "" when the two are not neighbours.
+std::string portTowards(const Plan& p, uint32_t a, uint32_t b);
+
+// DIR/lab.conf: written by `up`, read by the other commands.
+std::string renderPlan(const Plan& p);
+bool parsePlan(const std::string& text, Plan* p, std::string* err);
+
+}  // namespace vorn::lab
