@@ -1,12 +1,6 @@
 #include "sim/peer_link.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 #include "cli/syntax.h"
 #include "platform/codec.h"
@@ -15,62 +9,6 @@
 #include "wire/peer.h"
 
 namespace vorn::sim {
-namespace {
-
-constexpr int kBatch = 32;
-
-bool makeAddr(const std::string& path, sockaddr_un* addr) {
-    std::memset(addr, 0, sizeof(*addr));
-    addr->sun_family = AF_UNIX;
-    if (path.size() >= sizeof(addr->sun_path)) return false;
-    std::memcpy(addr->sun_path, path.c_str(), path.size() + 1);
-    return true;
-}
-
-std::string hexBytes(std::span<const uint8_t> bytes) {
-    std::string s;
-    char byte[4];
-    for (uint8_t b : bytes) {
-        std::snprintf(byte, sizeof(byte), "%02x", b);
-        s += (s.empty() ? "" : " ") + std::string(byte);
-    }
-    return s;
-}
-
-std::string count(uint64_t n, const char* what) {
-    return std::to_string(n) + " " + what + (n == 1 ? "" : "s");
-}
-
-}  // namespace
-
-bool BoundSocket::open(std::string* err) {
-    if (fd_ >= 0) return true;
-    sockaddr_un addr;
-    if (!makeAddr(path_, &addr)) {
-        *err = "the socket path " + path_ + " is too long";
-        return false;
-    }
-    if (host::endpointAlive(path_)) {
-        *err = "another process reads " + path_;
-        return false;
-    }
-    ::unlink(path_.c_str());  // a stale socket file of an earlier run
-    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
-        *err = "cannot bind " + path_ + ": " + std::strerror(errno);
-        if (fd >= 0) ::close(fd);
-        return false;
-    }
-    fd_ = fd;
-    return true;
-}
-
-void BoundSocket::close() {
-    if (fd_ < 0) return;
-    ::close(fd_);
-    ::unlink(path_.c_str());
-    fd_ = -1;
-}
 
 PeerLink::PeerLink(const std::string& rundir, std::string partner, std::function<uint32_t()> icl)
     : iclPath_(rundir + "/" + VORN_PEER_ICL_SOCKET),
@@ -90,9 +28,7 @@ bool PeerLink::open(std::string* err) {
         close();
         return false;
     }
-    sendFd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (sendFd_ < 0) {
-        *err = std::string("no socket to send PDUs from: ") + std::strerror(errno);
+    if (!send_.open(err)) {
         close();
         return false;
     }
@@ -102,8 +38,7 @@ bool PeerLink::open(std::string* err) {
 void PeerLink::close() {
     tx_.close();
     pair_.close();
-    if (sendFd_ >= 0) ::close(sendFd_);
-    sendFd_ = -1;
+    send_.close();
 }
 
 void PeerLink::wait(Poller& poller) {
@@ -115,19 +50,15 @@ void PeerLink::wait(Poller& poller) {
 
 void PeerLink::drain(const BoundSocket& s,
                      const std::function<void(std::span<uint8_t>)>& onDatagram) {
-    for (int i = 0; i < kBatch && s.fd() >= 0; ++i) {
-        // MSG_TRUNC: the datagram's real length, to find one too long for any PDU.
-        ssize_t n = recv(s.fd(), buf_.data(), buf_.size(), MSG_TRUNC);
-        if (n < 0) return;
-        const auto len = static_cast<size_t>(n);
+    s.drain(buf_, [&](size_t len) {
         if (len < VORN_PEER_DGRAM_PDU_OFF || len > buf_.size()) {
             ++counters_.malformed;
             say("icl: a datagram of %zu bytes at %s is no PDU datagram (4..%zu bytes): dropped",
                 len, s.path().c_str(), buf_.size());
-            continue;
+            return;
         }
         onDatagram(std::span<uint8_t>(buf_.data(), len));
-    }
+    });
 }
 
 void PeerLink::fromManager(std::span<uint8_t> dgram) {
@@ -142,7 +73,7 @@ void PeerLink::fromManager(std::span<uint8_t> dgram) {
     if (kept_.size() > kKept) kept_.pop_front();
     if (partner_.empty()) return;
     std::string why;
-    if (sendTo(partnerPath_, dgram, &why)) {
+    if (send_.sendTo(partnerPath_, dgram, &why)) {
         ++counters_.forwarded;
     } else {
         ++counters_.notForwarded;
@@ -173,25 +104,7 @@ bool PeerLink::deliver(uint32_t ifIndex, std::span<const uint8_t> pdu, std::stri
     std::vector<uint8_t> dgram(VORN_PEER_DGRAM_PDU_OFF + pdu.size());
     be::Writer(dgram.data(), dgram.size()).u32(VORN_PEER_DGRAM_IFINDEX_OFF, ifIndex);
     std::copy(pdu.begin(), pdu.end(), dgram.begin() + VORN_PEER_DGRAM_PDU_OFF);
-    return sendTo(iclPath_, dgram, why);
-}
-
-bool PeerLink::sendTo(const std::string& path, std::span<const uint8_t> dgram, std::string* why) {
-    sockaddr_un addr;
-    if (sendFd_ < 0 || !makeAddr(path, &addr)) {
-        *why = sendFd_ < 0 ? "the link is closed" : "the socket path " + path + " is too long";
-        return false;
-    }
-    if (sendto(sendFd_, dgram.data(), dgram.size(), 0, reinterpret_cast<sockaddr*>(&addr),
-               sizeof(addr)) == static_cast<ssize_t>(dgram.size()))
-        return true;
-    if (errno == ENOENT || errno == ECONNREFUSED)
-        *why = "nothing is bound at " + path;
-    else if (errno == EAGAIN || errno == EWOULDBLOCK)
-        *why = "the socket at " + path + " is full";
-    else
-        *why = "cannot send to " + path + ": " + std::strerror(errno);
-    return false;
+    return send_.sendTo(iclPath_, dgram, why);
 }
 
 std::string PeerLink::partnerState() const {
@@ -204,9 +117,9 @@ std::string PeerLink::partnerState() const {
 
 std::string PeerLink::statusLine() const {
     const Counters& c = counters_;
-    return "icl: " + partnerState() + "; from the manager " + count(c.fromManager, "PDU") +
+    return "icl: " + partnerState() + "; from the manager " + countOf(c.fromManager, "PDU") +
            ", forwarded " + std::to_string(c.forwarded) + ", not forwarded " +
-           std::to_string(c.notForwarded) + "; from the partner " + count(c.fromPartner, "PDU") +
+           std::to_string(c.notForwarded) + "; from the partner " + countOf(c.fromPartner, "PDU") +
            ", delivered " + std::to_string(c.delivered) + ", not delivered " +
            std::to_string(c.notDelivered) + "; malformed " + std::to_string(c.malformed);
 }

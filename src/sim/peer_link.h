@@ -20,29 +20,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "sim/datagram.h"
 #include "sim/loop.h"
 
 namespace vorn::sim {
-
-// A datagram socket bound at a path of the run directory, unlinked when closed.
-class BoundSocket {
-public:
-    explicit BoundSocket(std::string path) : path_(std::move(path)) {}
-    ~BoundSocket() { close(); }
-    BoundSocket(const BoundSocket&) = delete;
-    BoundSocket& operator=(const BoundSocket&) = delete;
-
-    // Binds, removing a stale socket file first. False, with the reason in *err, when a live
-    // process reads there or the path cannot be bound.
-    bool open(std::string* err);
-    void close();
-    int fd() const { return fd_; }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-    int fd_ = -1;
-};
 
 class PeerLink : public Source {
 public:
@@ -89,12 +70,10 @@ public:
     void wait(Poller& poller) override;
 
 private:
-    // Reads what waits on a socket, at most a batch; onDatagram gets each one that fits.
+    // Reads what waits on a socket; onDatagram gets each one that is a PDU datagram.
     void drain(const BoundSocket& s, const std::function<void(std::span<uint8_t>)>& onDatagram);
     void fromManager(std::span<uint8_t> dgram);
     void fromPartner(std::span<uint8_t> dgram);
-    // Sends a datagram to a socket path; false with why.
-    bool sendTo(const std::string& path, std::span<const uint8_t> dgram, std::string* why);
     std::string partnerState() const;
 
     std::string iclPath_;
@@ -103,7 +82,7 @@ private:
     std::function<uint32_t()> icl_;
     BoundSocket tx_;
     BoundSocket pair_;
-    int sendFd_ = -1;
+    SendSocket send_;
     std::vector<uint8_t> buf_;
     std::deque<Pdu> kept_;
     Counters counters_;

@@ -3,13 +3,9 @@
 // takes from DIR/peer.tx, and two links paired with each other.
 
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -25,6 +21,7 @@ namespace {
 
 using test::Bytes;
 using test::hex;
+using test::TestSocket;
 using test::u32At;
 using test::words;
 using W = std::vector<uint32_t>;
@@ -32,34 +29,6 @@ using W = std::vector<uint32_t>;
 constexpr uint32_t kPo5 = 0x16000005;
 constexpr uint32_t kPo9 = 0x16000009;
 constexpr uint32_t kGi01 = 0x0A000100;
-
-// A datagram socket of the test, bound at a path (the manager's link socket) or not (its
-// sender).
-struct TestSocket {
-    explicit TestSocket(const std::string& bindAt = "") {
-        EXPECT_TRUE(bindAt.empty() || bind(fd, addr(bindAt), sizeof(sockaddr_un)) == 0) << bindAt;
-    }
-    ~TestSocket() { close(fd); }
-    static sockaddr* addr(const std::string& path) {
-        static sockaddr_un a;
-        a = sockaddr_un{AF_UNIX, {}};
-        std::strncpy(a.sun_path, path.c_str(), sizeof(a.sun_path) - 1);
-        return reinterpret_cast<sockaddr*>(&a);
-    }
-    void sendTo(const std::string& path, const Bytes& d) const {
-        EXPECT_EQ(sendto(fd, d.data(), d.size(), 0, addr(path), sizeof(sockaddr_un)),
-                  static_cast<ssize_t>(d.size()));
-    }
-    // Serves the loop until a datagram waits, then reads it (empty: none came).
-    Bytes receive(sim::EventLoop& loop) const {
-        pollfd p{fd, POLLIN, 0};
-        test::serveUntil(loop, [&] { return poll(&p, 1, 0) == 1; });
-        Bytes d(9000);
-        d.resize(std::max<ssize_t>(recv(fd, d.data(), d.size(), MSG_DONTWAIT), 0));
-        return d;
-    }
-    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
-};
 
 // The chassis in attach mode, with the test as its manager.
 class PeerPairSimTest : public test::PlatformTest {

@@ -3,9 +3,15 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <future>
 #include <string>
 #include <vector>
@@ -38,6 +44,34 @@ bool serveUntil(sim::EventLoop& loop, F cond, int timeoutMs = 2000) {
     }
     return true;
 }
+
+// A datagram socket of the test, bound at a path the simulator sends to (the manager's link
+// socket, a far end's cable socket) or not (a sender).
+struct TestSocket {
+    explicit TestSocket(const std::string& bindAt = "") {
+        EXPECT_TRUE(bindAt.empty() || bind(fd, addr(bindAt), sizeof(sockaddr_un)) == 0) << bindAt;
+    }
+    ~TestSocket() { close(fd); }
+    static sockaddr* addr(const std::string& path) {
+        static sockaddr_un a;
+        a = sockaddr_un{AF_UNIX, {}};
+        std::strncpy(a.sun_path, path.c_str(), sizeof(a.sun_path) - 1);
+        return reinterpret_cast<sockaddr*>(&a);
+    }
+    void sendTo(const std::string& path, const std::vector<uint8_t>& d) const {
+        EXPECT_EQ(sendto(fd, d.data(), d.size(), 0, addr(path), sizeof(sockaddr_un)),
+                  static_cast<ssize_t>(d.size()));
+    }
+    // Serves the loop until a datagram waits, then reads it (empty: none came).
+    std::vector<uint8_t> receive(sim::EventLoop& loop) const {
+        pollfd p{fd, POLLIN, 0};
+        serveUntil(loop, [&] { return poll(&p, 1, 0) == 1; });
+        std::vector<uint8_t> d(9000);
+        d.resize(std::max<ssize_t>(recv(fd, d.data(), d.size(), MSG_DONTWAIT), 0));
+        return d;
+    }
+    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+};
 
 // The manager's endpoint, opened by the test.
 class FakeManager {
