@@ -31,4 +31,19 @@ inline bool interfaceRest(const CommandTable::Args& args, size_t at, uint32_t* i
     return true;
 }
 
+// "INTERFACE WORD" where WORD is one of two (up or down, cut or restore): *first tells which.
+inline bool interfaceThen(const CommandTable::Args& args, const char* usage, const char* one,
+                          const char* other, uint32_t* ifIndex, bool* first, std::string* err) {
+    size_t next = 0;
+    if (!interfaceAt(args, 0, ifIndex, &next, err)) return false;
+    if (next + 1 != args.size()) {
+        *err = std::string("usage: ") + usage;
+        return false;
+    }
+    *first = args[next] == one;
+    if (*first || args[next] == other) return true;
+    *err = std::string("expected ") + one + " or " + other + ", not '" + args[next] + "'";
+    return false;
+}
+
 }  // namespace vorn::sim

@@ -71,18 +71,21 @@ void ChassisSim::sendDownload() {
 }
 
 void ChassisSim::registerChassisCommands() {
-    commands_.add({"port", "INTERFACE up|down", "the link of a physical port comes up or goes down",
-                   2, 3, [this](const CommandTable::Args& args) {
-                       uint32_t ifIndex = 0;
-                       size_t next = 0;
-                       std::string err;
-                       if (!interfaceAt(args, 0, &ifIndex, &next, &err)) return refused(err);
-                       if (next + 1 != args.size()) return usage("port INTERFACE up|down");
-                       const std::string& state = args[next];
-                       if (state != "up" && state != "down")
-                           return refused("expected up or down, not '" + state + "'");
-                       return publish(model_.setLink(ifIndex, state == "up"));
-                   }});
+    commands_.add(
+        {"port", "INTERFACE up|down", "the link of a physical port comes up or goes down", 2, 3,
+         [this](const CommandTable::Args& args) {
+             uint32_t ifIndex = 0;
+             bool up = false;
+             std::string err;
+             if (!interfaceThen(args, "port INTERFACE up|down", "up", "down", &ifIndex, &up, &err))
+                 return refused(err);
+             const Cables::Cable* cable = cables_.find(ifIndex);
+             if (up && cable != nullptr && cable->cut)
+                 return refused(cli::shortIfName(ifIndex) +
+                                " stays down: its cable is cut ('cable " +
+                                cli::shortIfName(ifIndex) + " restore' brings it back)");
+             return publish(model_.setLink(ifIndex, up));
+         }});
     commands_.add({"vlan", "VLANS [add INTERFACE tagged|untagged | remove INTERFACE]",
                    "create VLANs (e.g. 10 or 20-30,40), or add a port or port-channel to them "
                    "(creating them) or remove it",

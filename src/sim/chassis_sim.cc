@@ -42,6 +42,7 @@ ChassisSim::ChassisSim(SimOptions opts)
     : opts_(std::move(opts)),
       model_(opts_.cardMask, opts_.tenGigMask, opts_.portsPerCard),
       peerLink_(opts_.rundir, opts_.pairWith, [this] { return model_.icl(); }),
+      cables_(opts_.rundir, opts_.links),
       cardMask_(opts_.cardMask) {
     registerCommands();
     registerPeerCommands();
@@ -49,6 +50,9 @@ ChassisSim::ChassisSim(SimOptions opts)
     registerChassisCommands();
     registerManagerCommands();
     registerPeerPairCommands();
+    registerCableCommands();
+    cables_.setLinkHandler(
+        [this](uint32_t ifIndex, bool up) { return publish(model_.setLink(ifIndex, up)).text; });
     l2pm_.setOnRegistered([this] {
         sendDownload();
         // The manager serves its request queue now: the agents register at once.
@@ -115,9 +119,14 @@ bool ChassisSim::start(std::string* err) {
         return false;
     }
     say("vornsim: inter-chassis link open; %s", peerLink_.statusLine().c_str());
-    for (Source* s :
-         std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, &peerLink_, this})
+    if (!cables_.open(err)) {
+        shutdown();
+        return false;
+    }
+    for (Source* s : std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, &peerLink_,
+                                                    &cables_, this})
         loop_.add(s);
+    linkCabledPorts();
     // The agents of the cards that are up; each registers once the manager is there and
     // has registered with L2PM, the last step of its start-up.
     managerUp_ = managerQueueAlive();
@@ -192,9 +201,10 @@ bool ChassisSim::shutdown() {
     evh_.close();
     ifm_.close();
     peerLink_.close();
+    cables_.close();
     control_.close();
-    for (Source* s :
-         std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, &peerLink_, this})
+    for (Source* s : std::initializer_list<Source*>{&control_, &evh_, &l2pm_, &ifm_, &peerLink_,
+                                                    &cables_, this})
         loop_.remove(s);
     for (std::optional<Agent>& a : agents_) {
         if (!a) continue;
@@ -268,6 +278,7 @@ std::string ChassisSim::statusText() const {
     s += l2pm_.statusLine() + "\n";
     s += ifm_.statusLine() + "\n";
     s += peerLink_.statusLine() + "\n";
+    s += cables_.statusLine() + "\n";
     for (const std::optional<Agent>& a : agents_)
         if (a) s += a->statusLine() + "\n";
     return s;

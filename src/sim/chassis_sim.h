@@ -7,7 +7,8 @@
 // one. When it starts a manager and the run directory holds a startup configuration, it
 // replays that file through vornctl once the manager has its interfaces. Its end of the
 // inter-chassis link (sim/peer_link.h) takes the manager's peer-pair PDUs and, paired with
-// another chassis, carries them across.
+// another chassis, carries them across. Its cables (sim/cables.h) join its ports to ports of
+// other chassis; a cabled port's link follows its cable.
 #pragma once
 
 #include <array>
@@ -16,6 +17,7 @@
 #include <string>
 
 #include "sim/agent.h"
+#include "sim/cables.h"
 #include "sim/chassis_model.h"
 #include "sim/commands.h"
 #include "sim/control.h"
@@ -59,6 +61,7 @@ public:
     L2pm& l2pm() { return l2pm_; }
     Ifm& ifm() { return ifm_; }
     PeerLink& peerLink() { return peerLink_; }
+    Cables& cables() { return cables_; }
     const ChassisModel& chassis() const { return model_; }
     uint32_t cardMask() const { return cardMask_; }
     std::string statusText() const;
@@ -77,6 +80,9 @@ private:
     void registerChassisCommands();
     void registerManagerCommands();
     void registerPeerPairCommands();  // peer_commands.cc
+    void registerCableCommands();     // cable_commands.cc
+    // Brings the link of every port with a whole cable up, as plugging it in does.
+    void linkCabledPorts();
     // Tells the manager about a change of the chassis model (IFM notifications over L2PM's
     // queue) and answers the operator.
     CommandResult publish(ChassisModel::Change change);
@@ -110,6 +116,7 @@ private:
     Ifm ifm_;
     ChassisModel model_;
     PeerLink peerLink_;
+    Cables cables_;
     // One agent per slot, made when its card first comes up and kept (silenced when the card
     // goes down) so that the loop never calls into a destroyed one.
     std::array<std::optional<Agent>, agt::kSlots> agents_;

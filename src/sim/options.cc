@@ -1,13 +1,19 @@
 #include "sim/options.h"
 
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
+#include <span>
 
+#include "cli/syntax.h"
 #include "platform/chassis.h"
 #include "platform/cmdline.h"
+#include "platform/ifindex.h"
 #include "platform/ipc.h"
 #include "platform/number.h"
+#include "sim/cables.h"
+#include "sim/commands.h"
 
 namespace vorn::sim {
 
@@ -30,7 +36,71 @@ std::string besideUs(const std::string& program) {
     return slash == std::string::npos ? program : path.substr(0, slash + 1) + program;
 }
 
+// The physical port that makes up all of text ("Gi 0/1", "gi0/1"); false with why.
+bool physicalPort(const std::string& text, uint32_t* ifIndex, std::string* why) {
+    const std::vector<std::string> words = tokenize(text);
+    size_t used = 0;
+    if (!cli::parseInterface(std::span<const std::string>(words), 0, ifIndex, &used, why))
+        return false;
+    if (used != words.size()) {
+        *why = "unexpected '" + words[used] + "' after the interface";
+        return false;
+    }
+    if (ifmIfIndexToPlFlag(*ifIndex) == 0) {
+        *why = cli::shortIfName(*ifIndex) + " is not a physical port";
+        return false;
+    }
+    return true;
+}
+
+// Why the port of the i-th cable is not one of this chassis's or is cabled already, or "".
+std::string badCablePort(const SimOptions& o, size_t i) {
+    const uint32_t ifIndex = o.links[i].ifIndex;
+    const uint32_t slot = ifmIfIndexToSlotId(ifIndex);
+    const uint32_t port = ifmIfIndexToPortId(ifIndex);
+    const uint32_t type =
+        (o.tenGigMask >> slot & 1) != 0 ? ifm::kTypeTenGigabit : ifm::kTypeGigabit;
+    const std::string name = cli::shortIfName(ifIndex);
+    if ((o.cardMask >> slot & 1) == 0)
+        return "--link " + name + ": no card in slot " + std::to_string(slot) + " (--cards " +
+               cardListText(o.cardMask) + ")";
+    if (port >= o.portsPerCard || ifmIfIndexToIfType(ifIndex) != type)
+        return "--link " + name + ": the card in slot " + std::to_string(slot) + " carries " +
+               cli::shortIfName(ifmCreateIfIndex(type, slot, 0, 0)) + " to " +
+               cli::shortIfName(ifmCreateIfIndex(type, slot, o.portsPerCard - 1, 0));
+    for (size_t j = 0; j < i; ++j)
+        if (o.links[j].ifIndex == ifIndex) return "--link " + name + " is given twice";
+    return "";
+}
+
 }  // namespace
+
+bool parseLink(const std::string& value, CableSpec* out, std::string* why) {
+    const size_t eq = value.find('=');
+    const size_t colon = value.rfind(':');
+    const std::string form = "bad --link '" + value + "': ";
+    if (eq == std::string::npos || colon == std::string::npos || colon < eq) {
+        *why = form + "expected IF=PEER-DIR:PEER-IF (e.g. 'Gi 0/1=/tmp/lab/sw2:Gi 0/2')";
+        return false;
+    }
+    out->peerDir = value.substr(eq + 1, colon - eq - 1);
+    if (out->peerDir.empty()) {
+        *why = form + "the far end's run directory is missing";
+        return false;
+    }
+    const std::string sock = out->peerDir + "/" + Cables::kSocket;
+    if (sock.size() >= sizeof(sockaddr_un::sun_path)) {
+        *why = form + "the socket path " + sock + " is too long";
+        return false;
+    }
+    std::string bad;
+    if (!physicalPort(value.substr(0, eq), &out->ifIndex, &bad) ||
+        !physicalPort(value.substr(colon + 1), &out->peerIfIndex, &bad)) {
+        *why = form + bad;
+        return false;
+    }
+    return true;
+}
 
 std::string defaultVorndPath() {
     return besideUs("vornd");
@@ -88,6 +158,16 @@ ParseOutcome parseOptions(int argc, char** argv, SimOptions* out, std::string* m
          "pair this chassis with the one of run directory DIR: the PDUs\n"
          "the manager sends reach DIR's manager (which may start later)",
          cmdline::store(&out->pairWith)},
+        {"link", 0, "IF=PEER-DIR:PEER-IF",
+         "cable port IF to port PEER-IF of the chassis of run directory\n"
+         "PEER-DIR (repeatable; IF ends at the first '=', PEER-IF starts\n"
+         "after the last ':'), e.g. --link 'Gi 0/1=/tmp/lab/sw2:Gi 0/2'",
+         [out](const std::string& value) {
+             CableSpec c;
+             std::string why;
+             if (parseLink(value, &c, &why)) out->links.push_back(std::move(c));
+             return why;
+         }},
     };
     prog.about =
         "A simulated chassis: event handler (30.0), L2PM (166.0), IFM (138.0) and a\n"
@@ -98,6 +178,11 @@ ParseOutcome parseOptions(int argc, char** argv, SimOptions* out, std::string* m
     if (parsed.run && parsed.next < argc)
         parsed =
             cmdline::refuse(prog, "unexpected argument '" + std::string(argv[parsed.next]) + "'");
+    // The cables' ports, once --cards, --te-cards and --ports are known whatever their order.
+    for (size_t i = 0; parsed.run && i < out->links.size(); ++i) {
+        std::string why = badCablePort(*out, i);
+        if (!why.empty()) parsed = cmdline::refuse(prog, why);
+    }
     if (!parsed.run) {
         *message = parsed.status == cmdline::kExitOk ? parsed.out : parsed.err;
         return parsed.status == cmdline::kExitOk ? ParseOutcome::Help : ParseOutcome::Error;
