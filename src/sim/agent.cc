@@ -8,6 +8,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include <unistd.h>
+
 #include "platform/swp.h"
 #include "sim/log.h"
 #include "sim/loop.h"
@@ -31,7 +33,10 @@ uint32_t managerQueue() {
 }  // namespace
 
 Agent::Agent(uint32_t slot)
-    : slot_(slot), endpoint_(ipc::kSvcAgent, static_cast<int>(slot)), buf_(ipc::kMaxMsgLen) {
+    : slot_(slot),
+      endpoint_(ipc::kSvcAgent, static_cast<int>(slot)),
+      switchId_(static_cast<uint32_t>(getpid())),
+      buf_(ipc::kMaxMsgLen) {
     std::string pipe = "/qel/pipe/simAgent" + std::to_string(slot) + "SwpPipe";
     pipeFd_ = qelSwpCreatePipe(pipe.c_str());
     if (pipeFd_ < 0)
@@ -70,11 +75,14 @@ void Agent::wait(Poller& poller) {
     poller.onReadable(endpoint_.requestFd(), [this] { serveRequests(); });
     poller.onReadable(endpoint_.timerFd(), [this] { serveTimer(); });
     poller.onReadable(pipeFd_, [this] { qelSwpReadPipe(pipeFd_); });
-    poller.wakeWithin(static_cast<int>(std::max(0L, life_.nextSyncMs - nowMs())));
+    const long now = nowMs();
+    const int64_t next = std::min<int64_t>(life_.nextSyncMs, nextRingDeadline());
+    poller.wakeWithin(static_cast<int>(std::max<int64_t>(0, next - now)));
 }
 
 void Agent::run() {
     if (!active()) return;
+    serveRingTimers();
     long now = nowMs();
     if (now < life_.nextSyncMs) return;
     syncWithManager();

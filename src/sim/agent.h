@@ -5,13 +5,15 @@
 // message the manager sends it and keeps what the accepted ones say: the interfaces and
 // their link state, the ring configuration, the line-card types. It answers the ring
 // statistics request in place. For every ring the manager designates it for, it runs the
-// ring node of a single chassis: it works out the states of the ring's two ports from the
-// ring's mode and the links of its interfaces, and reports every change (port states and
-// flushes, message 0x6404) over its own SWP queue to the manager.
+// ring protocol's node (sim/ring_protocol.h): it feeds it the links of the ring's two
+// interfaces, the control frames arriving on them and its timers, sends the frames it
+// decides through the frame sender the chassis gives it, and reports every change of port
+// states and every flush (message 0x6404) over its own SWP queue to the manager.
 //
 // The files: agent.cc (life, registration, intake, statistics), agent_swp.cc (the queue
 // to the manager and the reports), agent_config.cc (the downloads and notification copies),
-// agent_ring.cc (the ring node), agent_show.cc (the operator's text and JSON).
+// agent_ring.cc (the ring nodes and their frames), agent_show.cc (the operator's text and
+// JSON).
 #pragma once
 
 #include <array>
@@ -20,6 +22,8 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -27,6 +31,7 @@
 #include "sim/commands.h"
 #include "sim/endpoint.h"
 #include "sim/loop.h"
+#include "sim/ring_protocol.h"
 #include "wire/agent.h"
 
 namespace vorn::sim {
@@ -67,6 +72,11 @@ public:
         bool vlansPresent = false;  // the download carried a VLAN bitmap for it
     };
 
+    // The intervals of a ring whose records do not carry them: the manager leaves the
+    // default values out.
+    static constexpr uint16_t kDefaultHelloMs = 500;
+    static constexpr uint16_t kDefaultDeadMs = 1500;
+
     // The last configuration values of one ring, as the records left them.
     struct RingConfig {
         uint16_t action = 0;                // of the last record: agt::rcfg::kAction*
@@ -77,17 +87,22 @@ public:
         uint32_t primary = 0;                    // ifIndex
         uint32_t secondary = 0;                  // ifIndex
         std::array<uint8_t, 512> memberVlans{};  // VLAN bitmap, wire order
-        uint16_t hello = 0;                      // milliseconds
-        uint16_t dead = 0;                       // milliseconds
+        uint16_t hello = kDefaultHelloMs;        // milliseconds
+        uint16_t dead = kDefaultDeadMs;          // milliseconds
         uint8_t mode = 0;                        // agt::rcfg::kModeMaster or kModeTransit
     };
 
-    // The ring node of a ring designated here: what it runs on and what it last reported.
+    // The ring node of a ring designated here: the values it was started with, its protocol
+    // node, and the port states it last reported.
     struct Node {
         bool running = false;
         uint8_t mode = 0;
         uint32_t primary = 0;
         uint32_t secondary = 0;
+        uint16_t ctrlVlan = 0;
+        uint16_t hello = 0;
+        uint16_t dead = 0;
+        std::optional<ringproto::RingNode> proto;  // while running
         uint32_t priState = agt::kStateDisabled;
         uint32_t secState = agt::kStateDisabled;
     };
@@ -124,7 +139,14 @@ public:
         uint64_t recordsLost = 0;   // records that had no queue to go on
         uint64_t resendRequests = 0;
         uint64_t timeoutNotices = 0;
+        uint64_t framesSent = 0;       // ring control frames the frame sender took
+        uint64_t framesUnsent = 0;     // ... that it refused, or with no sender to take them
+        uint64_t framesReceived = 0;   // control frames taken by a running ring
+        uint64_t linkDownDropped = 0;  // LINK_DOWN frames dropped on purpose (drop-link-down)
     };
+
+    // Sends a frame out of a physical port; false when it could not go (no cable, cut).
+    using FrameSender = std::function<bool(uint32_t ifIndex, std::span<const uint8_t> frame)>;
 
     // What the configuration downloads have got to.
     enum class Download { None, Running, Complete };
@@ -169,6 +191,23 @@ public:
     // manager's start-up would wait at the head of that queue, ahead of the shell requests
     // the host library answers meanwhile.
     void setRegistrationGate(std::function<bool()> gate) { gate_ = std::move(gate); }
+
+    // Where the ring nodes' frames go out. Without one, they are counted unsent: a ring whose
+    // ports are joined by nothing hears nothing back.
+    void setFrameSender(FrameSender sender) { sender_ = std::move(sender); }
+    // A frame that arrived on a physical port. True when it is a control frame a ring running
+    // here took (the port or its LAG is one of the ring's interfaces); false for anything
+    // else, which is left to others.
+    bool onFrame(uint32_t ifIndex, std::span<const uint8_t> frame);
+    // The id this agent's nodes put in their frames; it tells a master its own health frames.
+    // Every chassis of a ring needs its own (the default: the process id).
+    void setSwitchId(uint32_t id) { switchId_ = id; }
+    uint32_t switchId() const { return switchId_; }
+    // A faulty switch for the lab: drops every LINK_DOWN frame its nodes would send or pass
+    // on and every one arriving here, so that a master on it, or beyond it, learns of a cut
+    // link only from its health frames no longer coming back.
+    void setDropLinkDown(bool on) { dropLinkDown_ = on; }
+    bool dropLinkDown() const { return dropLinkDown_; }
 
     // The operator's text (agent_show.cc): everything, and one line for the status; and the
     // same facts as one JSON object.
@@ -232,11 +271,23 @@ private:
 
     // agent_ring.cc
     void applyRingRecord(const be::Reader& rec);
-    // A link of a ring interface changed: every running ring on it works out its ports.
+    // A link of a ring interface changed: every running ring on it tells its node.
     // `source` names where the news came from, for the log.
     void onLinkChange(uint32_t ifIndex, bool up, const char* source);
-    // Takes the configured mode and ports into the node and works out its port states.
-    void takeConfig(const RingConfig& c, Node& n) const;
+    // Gives the node one input and carries out what it decides: frames go out, port states
+    // and flushes become one record (always one when `report` is set). `what` is for the log.
+    void drive(uint16_t ringId, Ring& ring, bool report, const std::string& what,
+               const std::function<ringproto::Actions(ringproto::RingNode&, int64_t)>& input);
+    void sendFrame(const Node& n, ringproto::Side side, const ringproto::Frame& f);
+    // The ring interface a physical port belongs to: its LAG, or the port itself.
+    uint32_t ringInterfaceOf(uint32_t ifIndex) const;
+    // The physical port a frame for a ring interface goes out of: a LAG's first member whose
+    // link is up, or the port itself; 0 when there is none.
+    uint32_t egressPort(uint32_t ringIf) const;
+    // The ring nodes' timers: the earliest deadline, and serving those reached.
+    int64_t nextRingDeadline() const;
+    void serveRingTimers();
+    // Builds the node from the configuration and starts it on the links as they are.
     void startNode(uint16_t ringId, Ring& ring, bool restart);
     void stopNode(uint16_t ringId, Ring& ring);
     // Stops without a report: the ring is deleted here or designated elsewhere.
@@ -255,6 +306,9 @@ private:
     int pipeFd_ = -1;
     uint32_t handle_ = 0;  // 0: no SWP queue to the manager
     std::function<bool()> gate_;
+    FrameSender sender_;
+    uint32_t switchId_;
+    bool dropLinkDown_ = false;
     std::vector<uint8_t> buf_;
     Life life_;
 };

@@ -6,19 +6,20 @@
 // another slot (both silent: the manager no longer expects this agent to speak for it).
 // A record with ring action "none" keeps the running state and takes the new values.
 //
-// Port states of a running node, from its mode and the links of its two interfaces:
+// A running ring is a ringproto::RingNode built from the ring's mode, control VLAN, hello and
+// dead intervals, started on the links of its interfaces as they are. The node gets every
+// link change of the ring's two interfaces, every control frame arriving on them (on a LAG:
+// on any of its member ports) and its timers; what it decides is carried out here. Frames go
+// out through the frame sender (on a LAG: out of its first member whose link is up); port
+// states and flushes go to the manager, one record per input that changed anything. A flush
+// is the node's, not a port's: it is reported on both ports unless one is DISABLED, whose
+// table its link going down has emptied already.
 //
-//   links (pri, sec)   master                  transit
-//   up,   up           FORW,     BLOCKING      FORW,     FORW       ring complete
-//   up,   down         FORW,     DISABLED      FORW,     DISABLED   ring broken
-//   down, up           DISABLED, FORW          DISABLED, FORW       ring broken
-//   down, down         DISABLED, DISABLED      DISABLED, DISABLED   ring broken
-//
-// Flushes when a link changes the states: a master whose ring breaks (or stays broken)
-// flushes on the ports that forward afterwards; a master whose ring is complete again
-// flushes on both ports, since what was learnt while it was broken points the wrong way.
-// A transit flushes on the port that still forwards when a link goes down, and on nothing
-// when one comes up. Starts, stops and reconfigurations flush nothing.
+// A ring whose two ports are joined by nothing (one chassis, no cable) hears no health frame
+// back: its master fails the ring after the dead-interval and forwards on both ports, as the
+// lone switch it is; a transit forwards once its ports' pre-forwarding has run out.
+
+#include <algorithm>
 
 #include "cli/syntax.h"
 #include "platform/ifindex.h"
@@ -29,23 +30,7 @@ namespace vorn::sim {
 namespace {
 
 namespace rc = agt::rcfg;
-
-struct States {
-    uint32_t pri;
-    uint32_t sec;
-};
-
-States portStates(uint8_t mode, bool priUp, bool secUp) {
-    if (mode == rc::kModeMaster && priUp && secUp)
-        return {agt::kStateForwarding, agt::kStateBlocking};
-    return {priUp ? agt::kStateForwarding : agt::kStateDisabled,
-            secUp ? agt::kStateForwarding : agt::kStateDisabled};
-}
-
-// A running node's port is DISABLED exactly when its link is down.
-bool complete(const Agent::Node& n) {
-    return n.running && n.priState != agt::kStateDisabled && n.secState != agt::kStateDisabled;
-}
+namespace rp = ringproto;
 
 const char* modeName(uint8_t mode) {
     return mode == rc::kModeMaster ? "master" : mode == rc::kModeTransit ? "transit" : "no mode";
@@ -140,8 +125,8 @@ void Agent::applyRingRecord(const be::Reader& rec) {
         c.secondary = set ? rec.u32(rc::kOffSecondary) : 0;
     }
     if ((flags & rc::kFlagMode) != 0) c.mode = set ? rec.u8(rc::kOffMode) : 0;
-    if ((flags & rc::kFlagHello) != 0) c.hello = set ? rec.u16(rc::kOffHello) : 0;
-    if ((flags & rc::kFlagDead) != 0) c.dead = set ? rec.u16(rc::kOffDead) : 0;
+    if ((flags & rc::kFlagHello) != 0) c.hello = set ? rec.u16(rc::kOffHello) : kDefaultHelloMs;
+    if ((flags & rc::kFlagDead) != 0) c.dead = set ? rec.u16(rc::kOffDead) : kDefaultDeadMs;
     if ((flags & rc::kFlagMemberVlan) != 0) {
         c.memberVlans.fill(0);
         if (set) rec.bytes(rc::kOffMemberVlans, c.memberVlans.data(), c.memberVlans.size());
@@ -178,13 +163,101 @@ void Agent::report(uint16_t ringId, Ring& ring, bool priFlush, bool secFlush) {
     ring.stats[kStatFlushes] += (priFlush ? 1 : 0) + (secFlush ? 1 : 0);
 }
 
-void Agent::takeConfig(const RingConfig& c, Node& n) const {
-    n.mode = c.mode;
-    n.primary = c.primary;
-    n.secondary = c.secondary;
-    States s = portStates(n.mode, linkUp(n.primary), linkUp(n.secondary));
-    n.priState = s.pri;
-    n.secState = s.sec;
+void Agent::drive(uint16_t ringId, Ring& ring, bool always, const std::string& what,
+                  const std::function<rp::Actions(rp::RingNode&, int64_t)>& input) {
+    Node& n = ring.node;
+    const rp::NodeState before = n.proto->state();
+    const rp::Actions actions = input(*n.proto, nowMs());
+    bool changed = always, flush = false;
+    for (const rp::Action& a : actions) {
+        switch (a.kind) {
+            case rp::Action::kSend:
+                sendFrame(n, a.side, a.frame);
+                break;
+            case rp::Action::kSetPort:
+                (a.side == rp::Side::kPrimary ? n.priState : n.secState) = a.portState;
+                changed = true;
+                break;
+            case rp::Action::kFlush:
+                flush = true;
+                break;
+        }
+    }
+    const rp::NodeState after = n.proto->state();
+    if (after == rp::NodeState::kFailed && before != rp::NodeState::kFailed &&
+        before != rp::NodeState::kNone)
+        ++ring.stats[kStatRingBroken];
+    if (!changed && !flush) return;
+    const bool priFlush = flush && n.priState != agt::kStateDisabled;
+    const bool secFlush = flush && n.secState != agt::kStateDisabled;
+    report(ringId, ring, priFlush, secFlush);
+    say("%s: ring %u %s: %s, reporting %s", name().c_str(), ringId, what.c_str(),
+        rp::nodeStateName(after), portsText(n, priFlush, secFlush).c_str());
+}
+
+uint32_t Agent::ringInterfaceOf(uint32_t ifIndex) const {
+    auto it = life_.interfaces.find(ifIndex);
+    return it != life_.interfaces.end() && it->second.lagIf != 0 ? it->second.lagIf : ifIndex;
+}
+
+uint32_t Agent::egressPort(uint32_t ringIf) const {
+    if (ifmIfIndexToIfType(ringIf) != ifm::kTypeLag) return ringIf;
+    for (const auto& [ifIndex, entry] : life_.interfaces)
+        if (entry.lagIf == ringIf && entry.operUp) return ifIndex;
+    return 0;
+}
+
+void Agent::sendFrame(const Node& n, rp::Side side, const rp::Frame& f) {
+    if (f.type == rp::FrameType::kLinkDown && dropLinkDown_) {
+        ++life_.counters.linkDownDropped;
+        return;
+    }
+    uint8_t bytes[rp::kFrameLen];
+    rp::encodeFrame(f, bytes);
+    const uint32_t port = egressPort(side == rp::Side::kPrimary ? n.primary : n.secondary);
+    if (port != 0 && sender_ && sender_(port, bytes))
+        ++life_.counters.framesSent;
+    else
+        ++life_.counters.framesUnsent;
+}
+
+bool Agent::onFrame(uint32_t ifIndex, std::span<const uint8_t> bytes) {
+    rp::Frame f;
+    if (!active() || !rp::decodeFrame(bytes, f)) return false;
+    auto it = life_.rings.find(f.ringId);
+    if (it == life_.rings.end()) return false;
+    Ring& ring = it->second;
+    const Node& n = ring.node;
+    const uint32_t ringIf = ringInterfaceOf(ifIndex);
+    if (!n.running || f.ctrlVlan != n.ctrlVlan || (ringIf != n.primary && ringIf != n.secondary))
+        return false;
+    ++life_.counters.framesReceived;
+    if (f.type == rp::FrameType::kLinkDown && dropLinkDown_) {
+        ++life_.counters.linkDownDropped;
+        return true;
+    }
+    const rp::Side side = ringIf == n.primary ? rp::Side::kPrimary : rp::Side::kSecondary;
+    drive(f.ringId, ring, false,
+          std::string(rp::frameTypeName(f.type)) + " on " + cli::shortIfName(ifIndex),
+          [&](rp::RingNode& node, int64_t now) { return node.onFrame(side, f, now); });
+    sendPendingReports();
+    return true;
+}
+
+int64_t Agent::nextRingDeadline() const {
+    int64_t next = rp::kNoDeadline;
+    for (const auto& [id, ring] : life_.rings)
+        if (ring.node.proto) next = std::min(next, ring.node.proto->nextDeadlineMs());
+    return next;
+}
+
+void Agent::serveRingTimers() {
+    const int64_t now = nowMs();
+    for (auto& [id, ring] : life_.rings)
+        if (ring.node.proto && ring.node.proto->nextDeadlineMs() <= now)
+            drive(id, ring, false, "timer",
+                  [](rp::RingNode& node, int64_t t) { return node.onTimer(t); });
+    sendPendingReports();
 }
 
 void Agent::startNode(uint16_t ringId, Ring& ring, bool restart) {
@@ -196,15 +269,23 @@ void Agent::startNode(uint16_t ringId, Ring& ring, bool restart) {
     }
     Node& n = ring.node;
     n.running = true;
-    takeConfig(c, n);
+    n.mode = c.mode;
+    n.primary = c.primary;
+    n.secondary = c.secondary;
+    n.ctrlVlan = c.ctrlVlan;
+    n.hello = c.hello;
+    n.dead = c.dead;
+    n.proto.emplace(rp::Config{c.mode, ringId, c.ctrlVlan, switchId_, c.hello, c.dead});
     // A start is always reported: it is news to the manager even when the states are not.
-    report(ringId, ring, false, false);
-    say("%s: ring %u %s as %s: %s", name().c_str(), ringId, restart ? "restarted" : "started",
-        modeName(n.mode), portsText(n).c_str());
+    const bool priUp = linkUp(n.primary), secUp = linkUp(n.secondary);
+    drive(ringId, ring, true,
+          std::string(restart ? "restarted" : "started") + " as " + modeName(n.mode),
+          [&](rp::RingNode& node, int64_t now) { return node.start(priUp, secUp, now); });
 }
 
 void Agent::stopNode(uint16_t ringId, Ring& ring) {
     Node& n = ring.node;
+    n.proto.reset();
     n.priState = agt::kStateDisabled;
     n.secState = agt::kStateDisabled;
     report(ringId, ring, false, false);
@@ -219,50 +300,28 @@ void Agent::dropNode(uint16_t ringId, Ring& ring, const std::string& why) {
 
 void Agent::updateNode(uint16_t ringId, Ring& ring) {
     const RingConfig& c = ring.cfg;
-    Node& n = ring.node;
+    const Node& n = ring.node;
     if (const char* why = cannotRun(c)) {
         say("%s: ring %u can no longer run: %s", name().c_str(), ringId, why);
         stopNode(ringId, ring);
         return;
     }
-    const Node before = n;
-    takeConfig(c, n);
-    if (n.primary == before.primary && n.secondary == before.secondary &&
-        n.priState == before.priState && n.secState == before.secState)
+    if (n.mode == c.mode && n.primary == c.primary && n.secondary == c.secondary &&
+        n.ctrlVlan == c.ctrlVlan && n.hello == c.hello && n.dead == c.dead)
         return;
-    report(ringId, ring, false, false);
-    say("%s: ring %u reconfigured as %s: %s", name().c_str(), ringId, modeName(n.mode),
-        portsText(n).c_str());
+    // The node's values are fixed when it starts: it starts again with the new ones.
+    startNode(ringId, ring, true);
 }
 
 void Agent::onLinkChange(uint32_t ifIndex, bool up, const char* source) {
     for (auto& [id, ring] : life_.rings) {
-        Node& n = ring.node;
+        const Node& n = ring.node;
         if (!n.running || (n.primary != ifIndex && n.secondary != ifIndex)) continue;
         ++ring.stats[up ? kStatLinkUp : kStatLinkDown];
-        const bool wasComplete = complete(n);
-        States s = portStates(n.mode, linkUp(n.primary), linkUp(n.secondary));
-        if (s.pri == n.priState && s.sec == n.secState) continue;
-        n.priState = s.pri;
-        n.secState = s.sec;
-        const bool nowComplete = complete(n);
-        bool priFlush = false, secFlush = false;
-        if (n.mode == rc::kModeMaster) {
-            if (!nowComplete) {
-                priFlush = s.pri == agt::kStateForwarding;
-                secFlush = s.sec == agt::kStateForwarding;
-            } else if (!wasComplete) {
-                priFlush = secFlush = true;
-            }
-            if (wasComplete && !nowComplete) ++ring.stats[kStatRingBroken];
-        } else if (!up) {
-            priFlush = s.pri == agt::kStateForwarding;
-            secFlush = s.sec == agt::kStateForwarding;
-        }
-        report(id, ring, priFlush, secFlush);
-        say("%s: %s link %s (%s): ring %u %s, reporting %s", name().c_str(),
-            cli::shortIfName(ifIndex).c_str(), up ? "up" : "down", source, id,
-            nowComplete ? "complete" : "broken", portsText(n, priFlush, secFlush).c_str());
+        const rp::Side side = n.primary == ifIndex ? rp::Side::kPrimary : rp::Side::kSecondary;
+        drive(id, ring, false,
+              cli::shortIfName(ifIndex) + " link " + (up ? "up" : "down") + " (" + source + ")",
+              [&](rp::RingNode& node, int64_t now) { return node.onLinkChange(side, up, now); });
     }
 }
 

@@ -28,18 +28,17 @@ const char* linkWord(const std::map<uint32_t, Agent::Interface>& interfaces, uin
     return it->second.operUp ? "up" : "down";
 }
 
-const char* ringWord(const Agent::Node& n) {
-    if (!n.running) return "stopped";
-    return n.priState != agt::kStateDisabled && n.secState != agt::kStateDisabled ? "complete"
-                                                                                  : "broken";
+// The ring protocol's state of the node ("COMPLETE", "PRE_FORWARDING", ...), "stopped".
+const char* protocolState(const Agent::Node& n) {
+    return n.proto ? ringproto::nodeStateName(n.proto->state()) : "stopped";
 }
 
 std::string ringTable(const Agent& a) {
     std::string s;
     char line[200];
-    const char* fmt = "  %-5s %-8s %-10s %-5s %-9s %-10s %-5s %-9s %-9s %-8s %s\n";
+    const char* fmt = "  %-5s %-8s %-10s %-5s %-9s %-10s %-5s %-9s %-15s %-8s %s\n";
     std::snprintf(line, sizeof(line), fmt, "ring", "mode", "primary", "link", "state", "secondary",
-                  "link", "state", "ring", "reports", "flushes");
+                  "link", "state", "protocol", "reports", "flushes");
     s += line;
     for (const auto& [id, ring] : a.rings()) {
         const Agent::Node& n = ring.node;
@@ -49,7 +48,7 @@ std::string ringTable(const Agent& a) {
                       cli::shortIfName(n.primary).c_str(), linkWord(a.interfaces(), n.primary),
                       portStateName(n.priState).c_str(), cli::shortIfName(n.secondary).c_str(),
                       linkWord(a.interfaces(), n.secondary), portStateName(n.secState).c_str(),
-                      ringWord(n), std::to_string(ring.stats[Agent::kStatRecords]).c_str(),
+                      protocolState(n), std::to_string(ring.stats[Agent::kStatRecords]).c_str(),
                       std::to_string(ring.stats[Agent::kStatFlushes]).c_str());
         s += line;
     }
@@ -168,6 +167,10 @@ std::string Agent::describe() const {
     s += "  dropped:        " + std::to_string(c.malformed) + " malformed, " +
          std::to_string(c.unexpected) + " unexpected; statistics answered " +
          std::to_string(c.statsAnswered) + "\n";
+    s += "  ring frames:    " + std::to_string(c.framesSent) + " sent, " +
+         std::to_string(c.framesUnsent) + " not sent (no cable), " +
+         std::to_string(c.framesReceived) + " received; drop-link-down " +
+         (dropLinkDown_ ? "on" : "off") + " (" + std::to_string(c.linkDownDropped) + " dropped)\n";
     if (running > 0) s += ringTable(*this);
     s += "  debugging:      ";
     if (life_.debug.empty()) s += "none";
@@ -214,6 +217,11 @@ Json Agent::toJson() const {
     j["received"] = received;
     j["dropped"] = {{"malformed", c.malformed}, {"unexpected", c.unexpected}};
     j["statistics_answered"] = c.statsAnswered;
+    j["ring_frames"] = {{"sent", c.framesSent},
+                        {"not_sent", c.framesUnsent},
+                        {"received", c.framesReceived},
+                        {"drop_link_down", dropLinkDown_},
+                        {"link_down_dropped", c.linkDownDropped}};
     Json interfaces = Json::array();
     for (const auto& [ifIndex, entry] : life_.interfaces)
         interfaces.push_back({{"interface", cli::longIfName(ifIndex)}, {"up", entry.operUp}});
@@ -238,7 +246,7 @@ Json Agent::toJson() const {
                                                                : "none"},
                          {"primary", port(n.primary, n.priState)},
                          {"secondary", port(n.secondary, n.secState)},
-                         {"ring", ringWord(n)},
+                         {"protocol", protocolState(n)},
                          {"counters", counters}});
     }
     j["rings"] = rings;

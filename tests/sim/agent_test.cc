@@ -1,11 +1,13 @@
 // The simulated line-card agent as the manager meets it on the wire: its registration, the
 // acknowledgement of every SWP message (only accepted ones applied), the receive state that
-// a new registration starts afresh, and the ring node's reports (states, port numbers,
-// flushes). (Statistics, debug downloads and the card commands that silence and restart an
-// agent are run end to end.)
+// a new registration starts afresh, the ring node's reports (states, port numbers, flushes),
+// and its ring protocol: health frames, a ring failed for want of them, LINK_DOWN frames
+// dropped by a faulty switch. (Statistics, debug downloads and the card commands that silence and
+// restart an agent are run end to end.)
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <deque>
 #include <memory>
 #include <string>
@@ -14,6 +16,7 @@
 
 #include "platform/swp.h"
 #include "sim/agent.h"
+#include "sim/ring_protocol.h"
 #include "sim_test_util.h"
 #include "support/ifidx.h"
 #include "support/rundir.h"
@@ -26,10 +29,11 @@ using test::kQueue226;
 using test::u32At;
 using test::words;
 using W = std::vector<uint32_t>;
+namespace rp = sim::ringproto;
 
 constexpr uint32_t kSlot = 1;
 constexpr uint32_t kAgentQueue = (227u << 20) | (kSlot << 4) | 1;
-constexpr uint32_t kFwd = 2, kBlk = 3, kDis = 0;
+constexpr uint32_t kFwd = 2, kBlk = 3, kDis = 0, kPre = 1;
 constexpr uint32_t kIfm = 10908;  // a copy of an IFM notification
 
 // One record of a ring-configuration message (0x6402).
@@ -39,11 +43,13 @@ struct RingRec {
     uint32_t pri = 0, sec = 0;
     uint8_t mode = 1;  // 1 master, 2 transit
     uint16_t desg = kSlot;
-    uint16_t action = 1;  // 1 set, 2 remove, 3 delete the ring
+    uint16_t action = 1;                   // 1 set, 2 remove, 3 delete the ring
+    uint16_t hello = 60000, dead = 60000;  // no timer in the way unless a test wants one
 };
 
 // Body from byte 124: u32 count, then 544-byte records (0 action, 2 ring, 4 ring action,
-// 8 flags, 12 designated slot, 14 control VLAN, 16 primary, 20 secondary, 540 mode).
+// 8 flags, 12 designated slot, 14 control VLAN, 16 primary, 20 secondary, 536 hello,
+// 538 dead, 540 mode).
 std::vector<uint8_t> ringCfg(const std::vector<RingRec>& recs) {
     std::vector<uint8_t> b(4 + 544 * recs.size(), 0);
     be::Writer w(b.data(), b.size());
@@ -54,11 +60,13 @@ std::vector<uint8_t> ringCfg(const std::vector<RingRec>& recs) {
         w.u16(o, r.action);
         w.u16(o + 2, r.ring);
         w.u32(o + 4, r.ringAction);
-        w.u32(o + 8, 0x03);  // control VLAN and interfaces, mode
+        w.u32(o + 8, 0x1B);  // control VLAN and interfaces, mode, hello, dead
         w.u16(o + 12, r.desg);
         w.u16(o + 14, 10);
         w.u32(o + 16, r.pri);
         w.u32(o + 20, r.sec);
+        w.u16(o + 536, r.hello);
+        w.u16(o + 538, r.dead);
         w.u8(o + 540, r.mode);
     }
     return b;
@@ -95,6 +103,14 @@ std::vector<uint8_t> operCopy(const std::vector<std::pair<uint32_t, bool>>& link
 // One record of a report (0x6404): ring, primary and secondary flush, port numbers, states.
 using Rec = std::tuple<uint16_t, uint8_t, uint8_t, uint16_t, uint16_t, uint32_t, uint32_t>;
 
+// The frames the agent sends, as the cables would take them.
+struct Sent {
+    uint32_t ifIndex;
+    std::vector<uint8_t> bytes;
+    rp::Frame frame;
+    long atMs;
+};
+
 class AgentTest : public test::PlatformTest {
 protected:
     void SetUp() override {
@@ -102,6 +118,18 @@ protected:
         std::string err;
         ASSERT_TRUE(agent_.start(&err)) << err;
         loop_.add(&agent_);
+        agent_.setFrameSender([this](uint32_t ifIndex, std::span<const uint8_t> b) {
+            rp::Frame f;
+            EXPECT_TRUE(rp::decodeFrame(b, f));
+            sent_.push_back({ifIndex, {b.begin(), b.end()}, f, sim::nowMs()});
+            return true;
+        });
+    }
+    // How many frames of a type the agent sent out of a port.
+    size_t sentOut(uint32_t ifIndex, rp::FrameType type) const {
+        return std::count_if(sent_.begin(), sent_.end(), [&](const Sent& x) {
+            return x.ifIndex == ifIndex && x.frame.type == type;
+        });
     }
     // Reads what reached the manager: acknowledgements (handed to the manager's queue),
     // registrations, and reports (acknowledged as the manager does).
@@ -174,6 +202,7 @@ protected:
     uint32_t reportState_[2] = {0, 0};
     std::vector<std::vector<uint8_t>> acks_, regs_;
     std::deque<std::vector<uint8_t>> reports_;
+    std::vector<Sent> sent_;
 };
 
 TEST_F(AgentTest, RegistersAcknowledgesEverySwpMessageAndStartsAfreshWithEachManager) {
@@ -238,8 +267,10 @@ TEST_F(AgentTest, RingsStartOnTheirPortNumbersAndLinksMoveThemOneReportPerEvent)
     auto transit = [](uint8_t pf, uint8_t sf, uint32_t ps, uint32_t ss) {
         return Rec{6, pf, sf, 5, 195, ps, ss};
     };
+    // The transit waits for the master's word before it forwards; so does every port restored
+    // while its node's other link is up (nothing here sends a health frame back).
     EXPECT_EQ(nextReport(),
-              (std::vector<Rec>{master(0, 0, kFwd, kBlk), transit(0, 0, kFwd, kFwd)}));
+              (std::vector<Rec>{master(0, 0, kFwd, kBlk), transit(0, 0, kPre, kPre)}));
     using Links = std::vector<std::pair<uint32_t, bool>>;
     struct Step {
         const char* what;
@@ -250,16 +281,16 @@ TEST_F(AgentTest, RingsStartOnTheirPortNumbersAndLinksMoveThemOneReportPerEvent)
     // clang-format off
     const Step steps[] = {
         {"master secondary down", kIfm, operCopy({{m2, false}}), {master(1, 0, kFwd, kDis)}},
-        {"master secondary up", kIfm, operCopy({{m2, true}}), {master(1, 1, kFwd, kBlk)}},
+        {"master secondary up", kIfm, operCopy({{m2, true}}), {master(0, 0, kFwd, kPre)}},
         {"master primary down, by download", 0x6403, ifInfo({{m1, false}}),
          {master(0, 1, kDis, kFwd)}},
-        {"master primary up", kIfm, operCopy({{m1, true}}), {master(1, 1, kFwd, kBlk)}},
+        {"master primary up", kIfm, operCopy({{m1, true}}), {master(0, 0, kPre, kFwd)}},
         {"transit primary down", kIfm, operCopy({{t1, false}}), {transit(0, 1, kDis, kFwd)}},
-        {"transit primary up", kIfm, operCopy({{t1, true}}), {transit(0, 0, kFwd, kFwd)}},
+        {"transit primary up", kIfm, operCopy({{t1, true}}), {transit(0, 0, kPre, kFwd)}},
         {"both secondaries in one copy", kIfm, operCopy(Links{{m2, false}, {t2, false}}),
          {master(1, 0, kFwd, kDis), transit(1, 0, kFwd, kDis)}},
         {"an unrelated port beside one that matters", kIfm,
-         operCopy(Links{{gi(0, 5), false}, {m2, true}}), {master(1, 1, kFwd, kBlk)}},
+         operCopy(Links{{gi(0, 5), false}, {m2, true}}), {master(0, 0, kFwd, kPre)}},
         {"master stopped", 0x6402, ringCfg({{.ring = 5, .ringAction = 4, .pri = m1, .sec = m2}}),
          {master(0, 0, kDis, kDis)}},
     };
@@ -270,6 +301,97 @@ TEST_F(AgentTest, RingsStartOnTheirPortNumbersAndLinksMoveThemOneReportPerEvent)
         EXPECT_EQ(nextReport(), s.expect);
     }
     EXPECT_FALSE(agent_.rings().at(5).node.running || agent_.rings().at(99).node.running);
+}
+
+// A master on two up links, hello 50 ms, dead 150 ms: HEALTH out of its primary every hello;
+// none back within the dead-interval fails the ring (secondary forwards, both ports flush,
+// FLUSH out of both); its own HEALTH back on the secondary completes it again and keeps the
+// secondary blocked for as long as it comes.
+TEST_F(AgentTest, MasterSendsHealthEveryHelloAndBlocksItsSecondaryOnlyWhileItComesBack) {
+    const uint32_t pri = gi(1, 1), sec = gi(1, 2);
+    std::vector<Sent>& sent = sent_;
+    registerAgent();
+    send(0x6403, ifInfo({{pri, true}, {sec, true}}));
+    const long started = sim::nowMs();
+    send(0x6402, ringCfg({{.pri = pri, .sec = sec, .hello = 50, .dead = 150}}));
+    auto master = [](uint8_t flush, uint32_t secState) {
+        return std::vector<Rec>{{5, flush, flush, 194, 195, kFwd, secState}};
+    };
+    EXPECT_EQ(nextReport(), master(0, kBlk));
+
+    // No health back: HEALTH out of the primary a hello apart (the first at the start), then
+    // the ring fails no sooner than the dead-interval.
+    EXPECT_EQ(nextReport(), master(1, kFwd));
+    EXPECT_GE(sim::nowMs() - started, 150);
+    size_t i = 0;
+    for (; i < sent.size() && sent[i].frame.type != rp::FrameType::kFlush; ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(sent[i].ifIndex, pri);
+        EXPECT_EQ(sent[i].frame, (rp::Frame{rp::FrameType::kHealth, 5, 10, agent_.switchId(),
+                                            static_cast<uint32_t>(i + 1), rp::NodeState::kInit}));
+        EXPECT_GE(sent[i].atMs - (i == 0 ? started : sent[i - 1].atMs + 49), 0);
+    }
+    EXPECT_GE(i, 2u);
+    EXPECT_EQ(sentOut(pri, rp::FrameType::kFlush) + sentOut(sec, rp::FrameType::kFlush), 2u);
+    EXPECT_EQ(agent_.rings().at(5).stats[sim::Agent::kStatRingBroken], 1u);
+
+    // Every HEALTH handed back on the secondary: the first completes the ring, and for twice
+    // the dead-interval nothing more is reported.
+    size_t echoed = 0, healths = 0;
+    long lastEcho = 0;
+    auto echo = [&](size_t upTo) {
+        return serve([&] {
+            for (; echoed < sent.size(); ++echoed) {
+                if (sent[echoed].frame.type != rp::FrameType::kHealth) continue;
+                ++healths;
+                if (healths > upTo) return true;
+                EXPECT_TRUE(agent_.onFrame(sec, sent[echoed].bytes));
+                lastEcho = sim::nowMs();
+            }
+            return false;
+        });
+    };
+    echoed = sent.size();
+    ASSERT_TRUE(echo(1));
+    EXPECT_EQ(nextReport(), master(1, kBlk));
+    ASSERT_TRUE(echo(8));
+    EXPECT_TRUE(reports_.empty());
+    EXPECT_EQ(agent_.rings().at(5).node.secState, kBlk);
+    // The echo stops: the ring fails once more, a dead-interval after the last one.
+    EXPECT_EQ(nextReport(), master(1, kFwd));
+    EXPECT_GE(sim::nowMs() - lastEcho, 150);
+}
+
+// A faulty switch drops the LINK_DOWN frames its transit sends and those its master receives;
+// a good one passes them, and the master fails the ring on them at once.
+TEST_F(AgentTest, DropLinkDownLosesTheTransitsLinkDownAndTheMastersToo) {
+    const uint32_t m1 = gi(1, 1), m2 = gi(1, 2), t1 = gi(1, 3), t2 = gi(1, 4);
+    registerAgent();
+    send(0x6403, ifInfo({{m1, true}, {m2, true}, {t1, true}, {t2, true}}));
+    uint8_t linkDown[rp::kFrameLen];
+    rp::encodeFrame({rp::FrameType::kLinkDown, 5, 10, agent_.switchId() + 1, 1}, linkDown);
+    for (const bool drop : {false, true}) {
+        SCOPED_TRACE(drop ? "dropping" : "passing");
+        agent_.setDropLinkDown(drop);
+        send(0x6402, ringCfg({{.ring = 5, .ringAction = 3, .pri = m1, .sec = m2},
+                              {.ring = 6, .ringAction = 3, .pri = t1, .sec = t2, .mode = 2}}));
+        ASSERT_EQ(nextReport().size(), 2u);
+        sent_.clear();
+        send(kIfm, operCopy({{t1, false}}));
+        EXPECT_EQ(nextReport(), (std::vector<Rec>{{6, 0, 1, 196, 197, kDis, kFwd}}));
+        EXPECT_EQ(sentOut(t2, rp::FrameType::kLinkDown), drop ? 0u : 1u);
+        EXPECT_TRUE(agent_.onFrame(m1, linkDown));
+        if (!drop) {
+            EXPECT_EQ(nextReport(), (std::vector<Rec>{{5, 1, 1, 194, 195, kFwd, kFwd}}));
+        }
+        EXPECT_EQ(agent_.rings().at(5).node.secState, drop ? kBlk : kFwd);
+        EXPECT_EQ(agent_.counters().linkDownDropped, drop ? 2u : 0u);
+        send(kIfm, operCopy({{t1, true}}));
+        EXPECT_EQ(nextReport().size(), 1u);
+    }
+    // Frames of a ring not running on the port, or not ring frames at all, are left to others.
+    EXPECT_FALSE(agent_.onFrame(t1, linkDown));
+    EXPECT_FALSE(agent_.onFrame(m1, std::vector<uint8_t>(rp::kFrameLen, 0)));
 }
 
 }  // namespace
