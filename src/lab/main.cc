@@ -31,16 +31,6 @@ using Clock = std::chrono::steady_clock;
 constexpr int kExitFailed = 1;
 constexpr auto kStartTimeout = std::chrono::seconds(20);
 
-// `program` in the directory of the running program, or just its name.
-std::string besideUs(const std::string& program) {
-    std::array<char, 4096> exe{};
-    ssize_t n = readlink("/proc/self/exe", exe.data(), exe.size() - 1);
-    if (n <= 0) return program;
-    std::string path(exe.data(), static_cast<size_t>(n));
-    size_t slash = path.rfind('/');
-    return slash == std::string::npos ? program : path.substr(0, slash + 1) + program;
-}
-
 // Starts argv as a daemon of its own (a new session, not our child), its output in `out`.
 bool startDetached(const std::vector<std::string>& argv, const std::string& out) {
     pid_t pid = fork();
@@ -158,7 +148,7 @@ int up(lab::Plan p) {
         std::fprintf(stderr, "vornlab: %s\n", err.c_str());
         return kExitFailed;
     }
-    const std::string vornsim = besideUs("vornsim"), vornctl = besideUs("vornctl");
+    const std::string vornsim = host::besideUs("vornsim"), vornctl = host::besideUs("vornctl");
     for (uint32_t i = 1; i <= p.switches; ++i) {
         std::string dir = lab::switchDir(p, i);
         mkdir(dir.c_str(), 0700);

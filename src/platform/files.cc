@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -91,6 +92,15 @@ bool writeFileAtomic(const std::string& path, std::string_view content, std::str
         close(dfd);
     }
     return true;
+}
+
+std::string besideUs(const std::string& program) {
+    std::array<char, 4096> exe{};
+    ssize_t n = readlink("/proc/self/exe", exe.data(), exe.size() - 1);
+    if (n <= 0) return program;
+    std::string path(exe.data(), static_cast<size_t>(n));
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? program : path.substr(0, slash + 1) + program;
 }
 
 }  // namespace vorn::host

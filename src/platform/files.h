@@ -24,4 +24,8 @@ bool checkRunDir(const std::string& dir, std::string* err);
 // the old file is then untouched and no temporary file is left.
 bool writeFileAtomic(const std::string& path, std::string_view content, std::string* err);
 
+// `program` in the directory of the running program (the programs are built side by side),
+// or just its name when that directory cannot be known.
+std::string besideUs(const std::string& program);
+
 }  // namespace vorn::host

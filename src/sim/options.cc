@@ -9,6 +9,7 @@
 #include "cli/syntax.h"
 #include "platform/chassis.h"
 #include "platform/cmdline.h"
+#include "platform/files.h"
 #include "platform/ifindex.h"
 #include "platform/ipc.h"
 #include "platform/number.h"
@@ -25,16 +26,6 @@ std::string cardListText(uint32_t mask) {
 }
 
 namespace {
-
-// `program` in the directory of the running program, or just its name.
-std::string besideUs(const std::string& program) {
-    std::array<char, 4096> exe{};
-    ssize_t n = readlink("/proc/self/exe", exe.data(), exe.size() - 1);
-    if (n <= 0) return program;
-    std::string path(exe.data(), static_cast<size_t>(n));
-    size_t slash = path.rfind('/');
-    return slash == std::string::npos ? program : path.substr(0, slash + 1) + program;
-}
 
 // The physical port that makes up all of text ("Gi 0/1", "gi0/1"); false with why.
 bool physicalPort(const std::string& text, uint32_t* ifIndex, std::string* why) {
@@ -103,11 +94,11 @@ bool parseLink(const std::string& value, CableSpec* out, std::string* why) {
 }
 
 std::string defaultVorndPath() {
-    return besideUs("vornd");
+    return host::besideUs("vornd");
 }
 
 std::string defaultVornctlPath() {
-    return besideUs("vornctl");
+    return host::besideUs("vornctl");
 }
 
 ParseOutcome parseOptions(int argc, char** argv, SimOptions* out, std::string* message) {
