@@ -71,6 +71,20 @@ void ChassisSim::sendDownload() {
 }
 
 void ChassisSim::registerChassisCommands() {
+    commands_.add({"ring drop-link-down", "on|off",
+                   "make this switch lose (on) or pass (off) the ring's LINK_DOWN frames: every "
+                   "agent drops those it would send or pass on and those arriving",
+                   1, 1, [this](const CommandTable::Args& args) {
+                       bool on = false;
+                       if (!parseOnOff(args[0], &on))
+                           return refused("expected on or off, not '" + args[0] + "'");
+                       dropLinkDown_ = on;
+                       for (std::optional<Agent>& a : agents_)
+                           if (a) a->setDropLinkDown(on);
+                       say("ring: LINK_DOWN frames now %s", on ? "dropped" : "passed");
+                       return done(std::string("the agents now ") + (on ? "drop" : "pass") +
+                                   " LINK_DOWN frames");
+                   }});
     commands_.add(
         {"port", "INTERFACE up|down", "the link of a physical port comes up or goes down", 2, 3,
          [this](const CommandTable::Args& args) {

@@ -53,12 +53,23 @@ ChassisSim::ChassisSim(SimOptions opts)
     registerCableCommands();
     cables_.setLinkHandler(
         [this](uint32_t ifIndex, bool up) { return publish(model_.setLink(ifIndex, up)).text; });
+    cables_.setFrameHandler([this](uint32_t ifIndex, std::span<const uint8_t> frame) {
+        for (std::optional<Agent>& a : agents_)
+            if (a && a->onFrame(ifIndex, frame)) return;
+    });
     l2pm_.setOnRegistered([this] {
         sendDownload();
         // The manager serves its request queue now: the agents register at once.
         for (std::optional<Agent>& a : agents_)
             if (a) a->syncWithManager();
     });
+}
+
+void ChassisSim::wireAgent(Agent& a) {
+    a.setFrameSender([this](uint32_t ifIndex, std::span<const uint8_t> frame) {
+        return cables_.send(ifIndex, frame);
+    });
+    a.setDropLinkDown(dropLinkDown_);
 }
 
 ChassisSim::~ChassisSim() {

@@ -8,7 +8,9 @@
 // replays that file through vornctl once the manager has its interfaces. Its end of the
 // inter-chassis link (sim/peer_link.h) takes the manager's peer-pair PDUs and, paired with
 // another chassis, carries them across. Its cables (sim/cables.h) join its ports to ports of
-// other chassis; a cabled port's link follows its cable.
+// other chassis; a cabled port's link follows its cable. The agents' ring frames go out over
+// the cables, and a frame a cable brings is offered to the agents: the one running a ring on
+// that port (or its LAG) takes it, whichever slot it is in.
 #pragma once
 
 #include <array>
@@ -98,6 +100,8 @@ private:
     // Start (afresh) or silence the agent of a slot; both say what happened.
     std::string startAgent(uint32_t slot, bool* ok);
     std::string silenceAgent(uint32_t slot);
+    // Gives an agent the chassis' frame sender (its cables) and drop-link-down setting.
+    void wireAgent(Agent& a);
     bool startManager(std::string* err);
     void reapManager();
     // The replay of DIR/startup-config (startup_replay.cc): noted when the manager starts,
@@ -122,7 +126,8 @@ private:
     std::array<std::optional<Agent>, agt::kSlots> agents_;
     uint32_t ifmCount_ = 0;  // Count of the last IFM notification
     uint32_t cardMask_;
-    bool managerUp_ = false;  // its request queue was alive at the last look
+    bool dropLinkDown_ = false;  // "ring drop-link-down": every agent drops LINK_DOWN frames
+    bool managerUp_ = false;     // its request queue was alive at the last look
     // Attached to a manager that was up before us: it registered with L2PM long ago, so the
     // agents need not wait for that. Ends when that manager goes.
     bool attachedToServing_ = false;

@@ -146,6 +146,7 @@ std::string ChassisSim::startAgent(uint32_t slot, bool* ok) {
     if (made) {
         a.emplace(slot);
         a->setRegistrationGate([this] { return attachedToServing_ || l2pm_.managerRegistered(); });
+        wireAgent(*a);
     }
     const bool wasActive = a->active();
     std::string err;
