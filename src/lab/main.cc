@@ -6,17 +6,20 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <random>
 #include <sstream>
 #include <thread>
 
 #include "cli/client.h"
 #include "cli/vlan_list.h"
 #include "lab/lab.h"
+#include "platform/bitmap.h"
 #include "platform/cmdline.h"
 #include "platform/files.h"
 #include "platform/ipc.h"
@@ -133,6 +136,15 @@ bool ringComplete(const lab::Plan& p) {
     return true;
 }
 
+bool waitComplete(const lab::Plan& p, Clock::duration limit) {
+    auto t0 = Clock::now();
+    while (!ringComplete(p)) {
+        if (Clock::now() - t0 > limit) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
 int up(lab::Plan p) {
     std::string err;
     if (!host::checkRunDir(p.dir, &err)) {
@@ -188,14 +200,10 @@ int up(lab::Plan p) {
         std::printf("switch %u up in %s, ring %u configured as %s\n", i, dir.c_str(), lab::kRingId,
                     i == 1 ? "master" : "transit");
     }
-    auto t0 = Clock::now();
-    while (!ringComplete(p)) {
-        if (Clock::now() > t0 + kStartTimeout) {
-            std::fprintf(stderr, "vornlab: the ring did not become complete within %lld s\n",
-                         static_cast<long long>(kStartTimeout.count()));
-            return kExitFailed;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (!waitComplete(p, kStartTimeout)) {
+        std::fprintf(stderr, "vornlab: the ring did not become complete within %lld s\n",
+                     static_cast<long long>(kStartTimeout.count()));
+        return kExitFailed;
     }
     std::printf("ring complete: %u switches, member VLANs %s, hello %u ms, dead %u ms\n",
                 p.switches, p.memberVlans.c_str(), p.helloMs, p.deadMs);
@@ -213,7 +221,7 @@ int down(const lab::Plan& p) {
     return status;
 }
 
-int cable(const lab::Plan& p, uint32_t a, uint32_t b, bool cut) {
+int cable(const lab::Plan& p, uint32_t a, uint32_t b, bool cut, bool say = true) {
     std::string port = lab::portTowards(p, a, b);
     if (port.empty()) {
         std::fprintf(stderr, "vornlab: switches %u and %u are not joined by a cable\n", a, b);
@@ -221,7 +229,7 @@ int cable(const lab::Plan& p, uint32_t a, uint32_t b, bool cut) {
     }
     cli::Client c(lab::switchDir(p, a), 2000);
     cli::Answer ans = c.sim("cable " + port + (cut ? " cut" : " restore"));
-    std::printf("%s\n", ans.text.c_str());
+    if (say || !ans.ok) std::printf("%s\n", ans.text.c_str());
     return ans.ok ? 0 : kExitFailed;
 }
 
@@ -233,6 +241,125 @@ int showLab(const lab::Plan& p) {
         std::printf("  switch %-3u %s\n", i, ringOf(lab::switchDir(p, i)).text.c_str());
     std::printf("ring %s\n", ringComplete(p) ? "complete" : "not complete");
     return 0;
+}
+
+// A probe injected at switch `from`, and how often each switch saw it.
+struct ProbeResult {
+    bool injected = false;
+    std::string id, error;
+    std::vector<uint32_t> times;  // by switch, 1-based
+    bool reachedAll() const {
+        return injected && std::count(times.begin() + 1, times.end(), 0u) == 0;
+    }
+    bool looped() const {
+        return std::any_of(times.begin(), times.end(), [](uint32_t t) { return t > 1; });
+    }
+};
+
+// Injects a probe and waits up to waitMs for every switch to have seen it.
+ProbeResult sendProbe(const lab::Plan& p, uint32_t vlan, uint32_t from, int waitMs) {
+    ProbeResult r;
+    r.times.assign(p.switches + 1, 0);
+    cli::Client origin(lab::switchDir(p, from), 2000);
+    cli::Answer a = origin.sim("probe " + std::to_string(vlan));
+    size_t at = a.text.find("0x");
+    if (!a.ok || at == std::string::npos) {
+        r.error = "switch " + std::to_string(from) + ": " + a.text;
+        return r;
+    }
+    r.injected = true;
+    r.id = a.text.substr(at, 18);
+    auto deadline = Clock::now() + std::chrono::milliseconds(waitMs);
+    for (;;) {
+        for (uint32_t i = 1; i <= p.switches; ++i) {
+            cli::Client c(lab::switchDir(p, i), 2000);
+            cli::Answer seen = c.sim("show probes " + r.id);
+            size_t n = seen.text.find("seen ");
+            r.times[i] = n == std::string::npos ? 0 : std::stoul(seen.text.substr(n + 5));
+        }
+        if (r.reachedAll() || Clock::now() > deadline) return r;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
+
+int probe(const lab::Plan& p, uint32_t vlan, uint32_t from) {
+    ProbeResult r = sendProbe(p, vlan, from, 1000);
+    if (!r.injected) {
+        std::fprintf(stderr, "vornlab: %s\n", r.error.c_str());
+        return kExitFailed;
+    }
+    std::string missing, loops;
+    for (uint32_t i = 1; i <= p.switches; ++i) {
+        if (r.times[i] == 0) missing += " " + std::to_string(i);
+        if (r.times[i] > 1) loops += " " + std::to_string(i);
+    }
+    std::printf("probe %s on VLAN %u from switch %u: %s; %s\n", r.id.c_str(), vlan, from,
+                missing.empty() ? "every switch reached" : ("not reached:" + missing).c_str(),
+                loops.empty() ? "no loop" : ("LOOP seen at switches" + loops).c_str());
+    return missing.empty() && loops.empty() ? 0 : kExitFailed;
+}
+
+// The first VLAN of the ring's member list.
+uint32_t firstMemberVlan(const lab::Plan& p) {
+    cli::VlanBitmap set{};
+    std::string err;
+    cli::parseVlanList(p.memberVlans, &set, &err);
+    for (uint32_t v = 1; v <= 4094; ++v)
+        if (bmp::test(set, v)) return v;
+    return 1;
+}
+
+double percentile(std::vector<double> v, double q) {
+    if (v.empty()) return 0;
+    std::sort(v.begin(), v.end());
+    size_t i = static_cast<size_t>(q * static_cast<double>(v.size() - 1) + 0.5);
+    return v[std::min(i, v.size() - 1)];
+}
+
+// Cuts and restores random cables `cuts` times; after each event, the time until a probe from
+// switch 1 and from the switch across the ring reach every switch, and whether any looped.
+int converge(const lab::Plan& p, uint32_t cuts, uint32_t seed) {
+    if (!waitComplete(p, std::chrono::seconds(5))) {
+        std::fprintf(stderr, "vornlab: the ring is not complete; restore its cables first\n");
+        return kExitFailed;
+    }
+    const uint32_t vlan = firstMemberVlan(p);
+    std::mt19937 rng(seed);
+    std::vector<double> times;
+    uint32_t loops = 0, lost = 0;
+    auto measure = [&](const char* what, uint32_t a, uint32_t b) {
+        auto t0 = Clock::now();
+        bool reached = false, looped = false;
+        while (!reached && Clock::now() - t0 < std::chrono::seconds(3)) {
+            reached = true;
+            for (uint32_t from : {1u, p.switches / 2 + 1}) {
+                ProbeResult r = sendProbe(p, vlan, from, 20);
+                looped = looped || r.looped();
+                reached = reached && r.reachedAll();
+            }
+        }
+        double ms = std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
+        loops += looped ? 1 : 0;
+        lost += reached ? 0 : 1;
+        times.push_back(ms);
+        std::printf("%-7s %u-%u  %s in %7.1f ms%s\n", what, a, b,
+                    reached ? "every switch reached" : "NOT RECOVERED", ms, looped ? "  LOOP" : "");
+    };
+    for (uint32_t k = 0; k < cuts; ++k) {
+        uint32_t a = rng() % p.switches + 1, b = a % p.switches + 1;
+        if (cable(p, a, b, true, false) != 0) return kExitFailed;
+        measure("cut", a, b);
+        if (cable(p, a, b, false, false) != 0) return kExitFailed;
+        measure("restore", a, b);
+        // The next cut starts from a complete ring.
+        waitComplete(p, std::chrono::seconds(5));
+    }
+    std::printf(
+        "%zu events: recovery p50 %.1f ms, p99 %.1f ms, max %.1f ms; loops %u; not "
+        "recovered %u\n",
+        times.size(), percentile(times, 0.5), percentile(times, 0.99), percentile(times, 1.0),
+        loops, lost);
+    return loops == 0 && lost == 0 ? 0 : kExitFailed;
 }
 
 bool switchNumber(const lab::Plan& p, const std::string& w, uint32_t* n) {
@@ -248,7 +375,7 @@ int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     lab::Plan plan;
     plan.dir = host::defaultRunDir() + "-lab";
-    std::string hello, dead, vlans;
+    std::string hello, dead, vlans, cuts, seedText;
     cmdline::Program prog{
         "vornlab",
         {{"dir", 0, "DIR", "the lab's directory (default: /tmp/vorn-<uid>-lab)",
@@ -256,9 +383,13 @@ int main(int argc, char** argv) {
          {"vlans", 0, "LIST", "member VLANs of the ring (default 20-29), with up",
           cmdline::store(&vlans)},
          {"hello", 0, "MS", "hello-interval (default 50), with up", cmdline::store(&hello)},
-         {"dead", 0, "MS", "dead-interval (default 150), with up", cmdline::store(&dead)}},
+         {"dead", 0, "MS", "dead-interval (default 150), with up", cmdline::store(&dead)},
+         {"cuts", 0, "K", "cable cuts (default 10), with converge", cmdline::store(&cuts)},
+         {"seed", 0, "N", "seed of the random cuts (default 1), with converge",
+          cmdline::store(&seedText)}},
         {"[OPTIONS] up N", "[--dir DIR] down", "[--dir DIR] show", "[--dir DIR] cut A B",
-         "[--dir DIR] restore A B"},
+         "[--dir DIR] restore A B", "[--dir DIR] probe VLAN FROM",
+         "[--dir DIR] [--cuts K] [--seed N] converge"},
         "A ring of N simulated switches (vornsim with its manager, two cards each), cabled\n"
         "east Gi 0/1 to west Gi 1/1, running ring 1 on control VLAN 10; switch 1 is the master.",
         nullptr};
@@ -292,6 +423,19 @@ int main(int argc, char** argv) {
     }
     if (cmd == "down" && words.size() == 1) return down(plan);
     if (cmd == "show" && words.size() == 1) return showLab(plan);
+    if (cmd == "converge" && words.size() == 1) {
+        uint32_t n = 10, seed = 1;
+        if ((!cuts.empty() && !number::parse(cuts, 1, 100000, "cut count", &n, &err)) ||
+            (!seedText.empty() && !number::parse(seedText, 0, UINT32_MAX, "seed", &seed, &err)))
+            return refuse(err);
+        return converge(plan, n, seed);
+    }
+    if (cmd == "probe" && words.size() == 3) {
+        uint32_t vlan = 0, from = 0;
+        if (!number::parse(words[1], 1, 4094, "VLAN", &vlan, &err)) return refuse(err);
+        if (!switchNumber(plan, words[2], &from)) return kExitFailed;
+        return probe(plan, vlan, from);
+    }
     if ((cmd == "cut" || cmd == "restore") && words.size() == 3) {
         uint32_t a = 0, b = 0;
         if (!switchNumber(plan, words[1], &a) || !switchNumber(plan, words[2], &b))

@@ -43,6 +43,13 @@ ChassisSim::ChassisSim(SimOptions opts)
       model_(opts_.cardMask, opts_.tenGigMask, opts_.portsPerCard),
       peerLink_(opts_.rundir, opts_.pairWith, [this] { return model_.icl(); }),
       cables_(opts_.rundir, opts_.links),
+      probes_(
+          [this](uint32_t ifIndex, std::span<const uint8_t> frame) {
+              return cables_.send(ifIndex, frame);
+          },
+          [this](uint16_t vlan) { return forwardingPorts(vlan); },
+          (uint64_t{static_cast<uint32_t>(getpid())} << 32) ^
+              static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count())),
       cardMask_(opts_.cardMask) {
     registerCommands();
     registerPeerCommands();
@@ -54,6 +61,7 @@ ChassisSim::ChassisSim(SimOptions opts)
     cables_.setLinkHandler(
         [this](uint32_t ifIndex, bool up) { return publish(model_.setLink(ifIndex, up)).text; });
     cables_.setFrameHandler([this](uint32_t ifIndex, std::span<const uint8_t> frame) {
+        if (probes_.onFrame(ifIndex, frame)) return;
         for (std::optional<Agent>& a : agents_)
             if (a && a->onFrame(ifIndex, frame)) return;
     });

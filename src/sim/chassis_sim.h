@@ -30,6 +30,7 @@
 #include "sim/manager_proc.h"
 #include "sim/options.h"
 #include "sim/peer_link.h"
+#include "sim/probes.h"
 
 namespace vorn::sim {
 
@@ -64,6 +65,7 @@ public:
     Ifm& ifm() { return ifm_; }
     PeerLink& peerLink() { return peerLink_; }
     Cables& cables() { return cables_; }
+    const Probes& probes() const { return probes_; }
     const ChassisModel& chassis() const { return model_; }
     uint32_t cardMask() const { return cardMask_; }
     std::string statusText() const;
@@ -82,7 +84,10 @@ private:
     void registerChassisCommands();
     void registerManagerCommands();
     void registerPeerPairCommands();  // peer_commands.cc
-    void registerCableCommands();     // cable_commands.cc
+    void registerCableCommands();
+    // The cabled ports that forward a VLAN: cable whole, link up, a member of the VLAN, and
+    // not blocked for it by L2PM.
+    std::vector<uint32_t> forwardingPorts(uint16_t vlan) const;  // cable_commands.cc
     // Brings the link of every port with a whole cable up, as plugging it in does.
     void linkCabledPorts();
     // Tells the manager about a change of the chassis model (IFM notifications over L2PM's
@@ -121,6 +126,7 @@ private:
     ChassisModel model_;
     PeerLink peerLink_;
     Cables cables_;
+    Probes probes_;
     // One agent per slot, made when its card first comes up and kept (silenced when the card
     // goes down) so that the loop never calls into a destroyed one.
     std::array<std::optional<Agent>, agt::kSlots> agents_;
