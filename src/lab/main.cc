@@ -34,44 +34,32 @@ using Clock = std::chrono::steady_clock;
 constexpr int kExitFailed = 1;
 constexpr auto kStartTimeout = std::chrono::seconds(20);
 
-// Starts argv as a daemon of its own (a new session, not our child), its output in `out`.
-bool startDetached(const std::vector<std::string>& argv, const std::string& out) {
-    pid_t pid = fork();
-    if (pid < 0) return false;
-    if (pid == 0) {
-        setsid();
-        if (fork() != 0) _exit(0);
-        int fd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
-        if (fd < 0 || null < 0) _exit(126);
-        dup2(null, 0);
-        dup2(fd, 1);
-        dup2(fd, 2);
-        std::vector<char*> args;
-        for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-        args.push_back(nullptr);
-        execv(args[0], args.data());
-        _exit(127);
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+// In a child: standard input from /dev/null, output and error to `out`, then argv.
+[[noreturn]] void execWithOutput(const std::vector<std::string>& argv, const std::string& out) {
+    int fd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (fd < 0 || null < 0) _exit(126);
+    dup2(null, 0);
+    dup2(fd, 1);
+    dup2(fd, 2);
+    std::vector<char*> args;
+    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    execv(args[0], args.data());
+    _exit(127);
 }
 
-// Runs argv to its end; its exit status, or -1.
-int run(const std::vector<std::string>& argv, const std::string& out) {
+// Runs argv with its output in `out`: to its end (its exit status, or -1), or, detached, as a
+// daemon of its own in a new session that is not our child (0 once it is on its way).
+int run(const std::vector<std::string>& argv, const std::string& out, bool detached = false) {
     pid_t pid = fork();
     if (pid < 0) return -1;
     if (pid == 0) {
-        int fd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        if (fd < 0) _exit(126);
-        dup2(fd, 1);
-        dup2(fd, 2);
-        std::vector<char*> args;
-        for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-        args.push_back(nullptr);
-        execv(args[0], args.data());
-        _exit(127);
+        if (detached) {
+            setsid();
+            if (fork() != 0) _exit(0);
+        }
+        execWithOutput(argv, out);
     }
     int status = 0;
     waitpid(pid, &status, 0);
@@ -164,7 +152,7 @@ int up(lab::Plan p) {
     for (uint32_t i = 1; i <= p.switches; ++i) {
         std::string dir = lab::switchDir(p, i);
         mkdir(dir.c_str(), 0700);
-        if (!startDetached(lab::simArgs(p, i, vornsim), dir + "/vornsim.out")) {
+        if (run(lab::simArgs(p, i, vornsim), dir + "/vornsim.out", true) != 0) {
             std::fprintf(stderr, "vornlab: switch %u did not start (see %s/vornsim.out)\n", i,
                          dir.c_str());
             return kExitFailed;
