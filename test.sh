@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds everything and runs every test: the normal build (GCC) and the
-# AddressSanitizer/UndefinedBehaviorSanitizer build (clang); then every libFuzzer target
-# for 20 seconds from its seed corpus.
+# Builds everything and runs every test: the normal build (GCC), a 30-second soak of a lab
+# ring of three switches, and the AddressSanitizer/UndefinedBehaviorSanitizer build (clang);
+# then every libFuzzer target for 20 seconds from its seed corpus.
 set -euo pipefail
 cd "$(dirname "$0")"
 scripts/install-deps.sh
@@ -14,6 +14,15 @@ cmake -G Ninja -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 ninja -C build -j"$jobs"
 echo "== tests"
 ctest --test-dir build --output-on-failure -j"$jobs"
+
+echo "== a 30-second soak of a ring of three switches (vornlab)"
+lab=$(mktemp -d /tmp/vorn-soak.XXXXXX)
+trap 'build/src/vornlab --dir "$lab/lab" down >/dev/null 2>&1 || true; rm -rf "$lab"' EXIT
+build/src/vornlab --dir "$lab/lab" up 3
+build/src/vornlab --dir "$lab/lab" --seconds 30 soak
+build/src/vornlab --dir "$lab/lab" down
+trap - EXIT
+rm -rf "$lab"
 
 echo "== build (clang, ASan + UBSan)"
 CC=clang CXX=clang++ cmake -G Ninja -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug \

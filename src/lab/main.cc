@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <random>
 #include <sstream>
 #include <thread>
@@ -350,6 +351,115 @@ int converge(const lab::Plan& p, uint32_t cuts, uint32_t seed) {
     return loops == 0 && lost == 0 ? 0 : kExitFailed;
 }
 
+// The "In use" column of every pool row of a switch's qelMemShow, by the row's name and size.
+std::map<std::string, long> poolsInUse(const std::string& dir) {
+    std::map<std::string, long> out;
+    cli::Client c(dir, 2000);
+    std::istringstream in(c.shell("qelMemShow").text);
+    std::string line;
+    while (std::getline(in, line)) {
+        std::vector<std::string> w;
+        std::istringstream ws(line);
+        for (std::string t; ws >> t;) w.push_back(t);
+        if (w.size() < 6 || w[0] == "Pool") continue;
+        std::string key;
+        for (size_t i = 0; i + 4 < w.size(); ++i) key += w[i] + " ";
+        out[key] = std::atol(w[w.size() - 4].c_str());
+    }
+    return out;
+}
+
+// Every switch's manager answers its shell.
+std::string deadManagers(const lab::Plan& p) {
+    std::string dead;
+    for (uint32_t i = 1; i <= p.switches; ++i) {
+        cli::Client c(lab::switchDir(p, i), 2000);
+        if (!c.shell("vornPrintTcb").ok) dead += " " + std::to_string(i);
+    }
+    return dead;
+}
+
+// Keeps cutting and restoring cables, flapping cards and changing the ring's hello-interval
+// for `seconds`; after every event the ring must become complete again and probes from two
+// switches must reach every switch with no loop. At the end every manager must be alive and
+// hold no more pool blocks than once the ring was first complete.
+int soak(const lab::Plan& p, uint32_t seconds, uint32_t seed) {
+    if (!waitComplete(p, std::chrono::seconds(5))) {
+        std::fprintf(stderr, "vornlab: the ring is not complete; restore its cables first\n");
+        return kExitFailed;
+    }
+    std::vector<std::map<std::string, long>> baseline;
+    for (uint32_t i = 1; i <= p.switches; ++i) baseline.push_back(poolsInUse(lab::switchDir(p, i)));
+    const uint32_t vlan = firstMemberVlan(p);
+    const std::string vornctl = host::besideUs("vornctl");
+    std::mt19937 rng(seed);
+    uint32_t events = 0, loops = 0, lost = 0, failed = 0;
+    auto end = Clock::now() + std::chrono::seconds(seconds);
+    while (Clock::now() < end) {
+        uint32_t a = rng() % p.switches + 1, kind = rng() % 10;
+        std::string dir = lab::switchDir(p, a), what;
+        cli::Client c(dir, 5000);
+        bool ok = true;
+        if (kind < 6) {  // a cable cut for a while, then restored
+            uint32_t b = a % p.switches + 1;
+            what = "cable " + std::to_string(a) + "-" + std::to_string(b);
+            ok = cable(p, a, b, true, false) == 0;
+            std::this_thread::sleep_for(std::chrono::milliseconds(rng() % 300));
+            ok = cable(p, a, b, false, false) == 0 && ok;
+        } else if (kind < 8) {  // a card goes down and comes back
+            std::string slot = std::to_string(rng() % 2);
+            what = "card " + slot + " of switch " + std::to_string(a);
+            ok = c.sim("card down " + slot).ok;
+            std::this_thread::sleep_for(std::chrono::milliseconds(rng() % 300));
+            ok = c.sim("card up " + slot).ok && ok;
+        } else {  // the ring's hello-interval changed and set back
+            what = "hello-interval of switch " + std::to_string(a);
+            std::string file = dir + "/lab-soak.conf";
+            std::string err;
+            for (uint32_t hello : {p.helloMs + 10, p.helloMs}) {
+                ok = ok &&
+                     host::writeFileAtomic(
+                         file,
+                         "protocol vorn 1\n timer hello-interval " + std::to_string(hello) + "\n",
+                         &err) &&
+                     run({vornctl, "--rundir", dir, "-f", file}, dir + "/lab-soak.out") == 0;
+            }
+        }
+        ++events;
+        bool complete = waitComplete(p, std::chrono::seconds(10));
+        bool reached = complete, looped = false;
+        for (uint32_t from : {1u, p.switches / 2 + 1}) {
+            ProbeResult r = sendProbe(p, vlan, from, 200);
+            reached = reached && r.reachedAll();
+            looped = looped || r.looped();
+        }
+        failed += ok ? 0 : 1;
+        lost += reached ? 0 : 1;
+        loops += looped ? 1 : 0;
+        if (!ok || !reached || looped)
+            std::printf("event %u (%s): %s%s%s\n", events, what.c_str(), ok ? "" : "refused; ",
+                        reached ? "" : "not every switch reached; ", looped ? "LOOP" : "");
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));  // the last acknowledgements
+    std::string leaks;
+    for (uint32_t i = 1; i <= p.switches; ++i)
+        for (const auto& [pool, inUse] : poolsInUse(lab::switchDir(p, i))) {
+            auto it = baseline[i - 1].find(pool);
+            long before = it == baseline[i - 1].end() ? 0 : it->second;
+            if (inUse > before)
+                leaks += " switch " + std::to_string(i) + " " + pool + "+" +
+                         std::to_string(inUse - before) + ";";
+        }
+    std::string dead = deadManagers(p);
+    std::printf(
+        "%u events in %u s: loops %u, not recovered %u, refused %u; pool blocks leaked: %s; "
+        "managers not answering: %s\n",
+        events, seconds, loops, lost, failed, leaks.empty() ? "none" : leaks.c_str(),
+        dead.empty() ? "none" : dead.c_str());
+    return loops == 0 && lost == 0 && failed == 0 && leaks.empty() && dead.empty() ? 0
+                                                                                   : kExitFailed;
+}
+
 bool switchNumber(const lab::Plan& p, const std::string& w, uint32_t* n) {
     std::string err;
     if (number::parse(w, 1, p.switches, "switch", n, &err)) return true;
@@ -363,7 +473,7 @@ int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     lab::Plan plan;
     plan.dir = host::defaultRunDir() + "-lab";
-    std::string hello, dead, vlans, cuts, seedText;
+    std::string hello, dead, vlans, cuts, seedText, minutesText, secondsText;
     cmdline::Program prog{
         "vornlab",
         {{"dir", 0, "DIR", "the lab's directory (default: /tmp/vorn-<uid>-lab)",
@@ -373,11 +483,14 @@ int main(int argc, char** argv) {
          {"hello", 0, "MS", "hello-interval (default 50), with up", cmdline::store(&hello)},
          {"dead", 0, "MS", "dead-interval (default 150), with up", cmdline::store(&dead)},
          {"cuts", 0, "K", "cable cuts (default 10), with converge", cmdline::store(&cuts)},
-         {"seed", 0, "N", "seed of the random cuts (default 1), with converge",
-          cmdline::store(&seedText)}},
+         {"seed", 0, "N", "seed of the random events (default 1), with converge and soak",
+          cmdline::store(&seedText)},
+         {"minutes", 0, "M", "how long soak runs (default 1)", cmdline::store(&minutesText)},
+         {"seconds", 0, "S", "... or in seconds", cmdline::store(&secondsText)}},
         {"[OPTIONS] up N", "[--dir DIR] down", "[--dir DIR] show", "[--dir DIR] cut A B",
          "[--dir DIR] restore A B", "[--dir DIR] probe VLAN FROM",
-         "[--dir DIR] [--cuts K] [--seed N] converge"},
+         "[--dir DIR] [--cuts K] [--seed N] converge",
+         "[--dir DIR] [--minutes M | --seconds S] [--seed N] soak"},
         "A ring of N simulated switches (vornsim with its manager, two cards each), cabled\n"
         "east Gi 0/1 to west Gi 1/1, running ring 1 on control VLAN 10; switch 1 is the master.",
         nullptr};
@@ -411,6 +524,17 @@ int main(int argc, char** argv) {
     }
     if (cmd == "down" && words.size() == 1) return down(plan);
     if (cmd == "show" && words.size() == 1) return showLab(plan);
+    if (cmd == "soak" && words.size() == 1) {
+        uint32_t minutes = 0, secs = 0, seed = 1;
+        if ((!minutesText.empty() &&
+             !number::parse(minutesText, 1, 24 * 60, "minutes", &minutes, &err)) ||
+            (!secondsText.empty() &&
+             !number::parse(secondsText, 1, 86400, "seconds", &secs, &err)) ||
+            (!seedText.empty() && !number::parse(seedText, 0, UINT32_MAX, "seed", &seed, &err)))
+            return refuse(err);
+        if (minutes == 0 && secs == 0) minutes = 1;
+        return soak(plan, minutes * 60 + secs, seed);
+    }
     if (cmd == "converge" && words.size() == 1) {
         uint32_t n = 10, seed = 1;
         if ((!cuts.empty() && !number::parse(cuts, 1, 100000, "cut count", &n, &err)) ||
