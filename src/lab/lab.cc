@@ -64,6 +64,46 @@ std::string portTowards(const Plan& p, uint32_t a, uint32_t b) {
     return "";
 }
 
+namespace {
+
+// A port's end of a cable: its name and state, coloured by what it does to the member VLANs.
+std::string portEnd(const char* side, const char* port, const std::string& state) {
+    const char* colour = state == "Blocking"        ? "red"
+                         : state == "Preforwarding" ? "orange"
+                         : state == "Forwarding"    ? "darkgreen"
+                                                    : "grey40";
+    return std::string(side) + "=<<font color=\"" + colour + "\">" + port + "<br/>" +
+           (state.empty() ? "?" : state) + "</font>>";
+}
+
+}  // namespace
+
+std::string ringDot(const Plan& p, const std::vector<SwitchState>& states) {
+    std::ostringstream d;
+    d << "graph ring {\n  layout=circo; mindist=2.2;\n"
+      << "  node [shape=box, style=\"rounded,filled\", fillcolor=white, fontname=Helvetica];\n"
+      << "  edge [fontname=Helvetica, fontsize=10, penwidth=2];\n";
+    auto at = [&](uint32_t i) { return i <= states.size() ? states[i - 1] : SwitchState{}; };
+    for (uint32_t i = 1; i <= p.switches; ++i) {
+        SwitchState s = at(i);
+        d << "  sw" << i << " [label=\"switch " << i << "\\n"
+          << (s.ok ? s.mode + (s.status == "-" ? "" : " " + s.status) : "not answering") << "\"";
+        if (!s.ok) d << ", fillcolor=grey80";
+        if (i == 1) d << ", penwidth=3";
+        d << "];\n";
+    }
+    for (uint32_t i = 1; i <= p.switches; ++i) {
+        uint32_t next = east(p, i);
+        SwitchState a = at(i), b = at(next);
+        bool down = a.east == "Disabled" || b.west == "Disabled" || !a.ok || !b.ok;
+        d << "  sw" << i << " -- sw" << next << " [" << portEnd("taillabel", kEastPort, a.east)
+          << ", " << portEnd("headlabel", kWestPort, b.west)
+          << (down ? ", style=dashed, color=grey60, label=\"down\"" : "") << "];\n";
+    }
+    d << "}\n";
+    return d.str();
+}
+
 std::string renderPlan(const Plan& p) {
     std::ostringstream s;
     s << "switches " << p.switches << "\nmember-vlans " << p.memberVlans << "\nhello " << p.helloMs

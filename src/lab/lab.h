@@ -39,6 +39,18 @@ std::vector<std::string> vlanCommands(const Plan& p);
 // The port of switch a that is cabled to switch b, or "" when the two are not neighbours.
 std::string portTowards(const Plan& p, uint32_t a, uint32_t b);
 
+// What one switch's manager shows of the ring; ok false when it could not be asked.
+struct SwitchState {
+    bool ok = false;
+    std::string mode{}, status{};  // "Master" / "Transit"; "UP", "DOWN", "-"
+    std::string east{},
+        west{};  // port states: "Forwarding", "Blocking", "Preforwarding", "Disabled"
+};
+// The ring as a Graphviz graph (switches in a circle, the cables between them): the master
+// drawn bold, blocking ports red, pre-forwarding ports orange, a cable with a port down
+// dashed and grey, a switch that did not answer grey. states[i - 1] is switch i.
+std::string ringDot(const Plan& p, const std::vector<SwitchState>& states);
+
 // DIR/lab.conf: written by `up`, read by the other commands.
 std::string renderPlan(const Plan& p);
 bool parsePlan(const std::string& text, Plan* p, std::string* err);

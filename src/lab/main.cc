@@ -222,6 +222,30 @@ int cable(const lab::Plan& p, uint32_t a, uint32_t b, bool cut, bool say = true)
     return ans.ok ? 0 : kExitFailed;
 }
 
+// Draws the ring into an SVG file with Graphviz's dot.
+int drawLab(const lab::Plan& p, const std::string& file) {
+    std::vector<lab::SwitchState> states;
+    for (uint32_t i = 1; i <= p.switches; ++i) {
+        RingView v = ringOf(lab::switchDir(p, i));
+        states.push_back({v.ok, v.d.mode, v.d.status, v.d.priState, v.d.secState});
+    }
+    std::string dotFile = p.dir + "/lab-ring.dot", err;
+    if (!host::writeFileAtomic(dotFile, lab::ringDot(p, states), &err)) {
+        std::fprintf(stderr, "vornlab: %s\n", err.c_str());
+        return kExitFailed;
+    }
+    int rc = run({"/usr/bin/dot", "-Tsvg", "-o", file, dotFile}, p.dir + "/lab-dot.out");
+    if (rc != 0) {
+        std::fprintf(stderr,
+                     "vornlab: Graphviz's dot could not draw %s (status %d; is the graphviz "
+                     "package installed? see %s/lab-dot.out)\n",
+                     file.c_str(), rc, p.dir.c_str());
+        return kExitFailed;
+    }
+    std::printf("the ring drawn in %s\n", file.c_str());
+    return 0;
+}
+
 int showLab(const lab::Plan& p) {
     std::printf("lab in %s: %u switches, ring %u, member VLANs %s, hello %u ms, dead %u ms\n",
                 p.dir.c_str(), p.switches, lab::kRingId, p.memberVlans.c_str(), p.helloMs,
@@ -487,8 +511,8 @@ int main(int argc, char** argv) {
           cmdline::store(&seedText)},
          {"minutes", 0, "M", "how long soak runs (default 1)", cmdline::store(&minutesText)},
          {"seconds", 0, "S", "... or in seconds", cmdline::store(&secondsText)}},
-        {"[OPTIONS] up N", "[--dir DIR] down", "[--dir DIR] show", "[--dir DIR] cut A B",
-         "[--dir DIR] restore A B", "[--dir DIR] probe VLAN FROM",
+        {"[OPTIONS] up N", "[--dir DIR] down", "[--dir DIR] show [--svg FILE]",
+         "[--dir DIR] cut A B", "[--dir DIR] restore A B", "[--dir DIR] probe VLAN FROM",
          "[--dir DIR] [--cuts K] [--seed N] converge",
          "[--dir DIR] [--minutes M | --seconds S] [--seed N] soak"},
         "A ring of N simulated switches (vornsim with its manager, two cards each), cabled\n"
@@ -524,6 +548,7 @@ int main(int argc, char** argv) {
     }
     if (cmd == "down" && words.size() == 1) return down(plan);
     if (cmd == "show" && words.size() == 1) return showLab(plan);
+    if (cmd == "show" && words.size() == 3 && words[1] == "--svg") return drawLab(plan, words[2]);
     if (cmd == "soak" && words.size() == 1) {
         uint32_t minutes = 0, secs = 0, seed = 1;
         if ((!minutesText.empty() &&

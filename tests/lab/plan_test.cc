@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "lab/lab.h"
 
 namespace vorn::lab {
@@ -38,6 +40,32 @@ TEST(LabPlan, OneMasterAndTheLabConfRoundTrip) {
     EXPECT_FALSE(parsePlan("switches 99\n", &q, &err));
     EXPECT_EQ(err, "switch count 99 is out of range 2..32");
     EXPECT_FALSE(parsePlan("colour blue\n", &q, &err));
+}
+
+TEST(LabPlan, TheDrawingMarksTheMasterBlockingPortsAndDownCables) {
+    Plan p{"/l", 3};
+    std::string dot = ringDot(p, {{true, "Master", "UP", "Forwarding", "Blocking"},
+                                  {true, "Transit", "-", "Disabled", "Forwarding"},
+                                  SwitchState{}});
+    EXPECT_NE(dot.find("sw1 [label=\"switch 1\\nMaster UP\", penwidth=3]"), std::string::npos)
+        << dot;
+    EXPECT_NE(dot.find("sw3 [label=\"switch 3\\nnot answering\", fillcolor=grey80]"),
+              std::string::npos);
+    // 3-1: switch 1's west blocks; 2-3: switch 2's east is down; 1-2: both ends forward.
+    EXPECT_NE(dot.find("headlabel=<<font color=\"red\">Gi 1/1<br/>Blocking</font>>"),
+              std::string::npos);
+    EXPECT_NE(dot.find("sw2 -- sw3 [taillabel=<<font color=\"grey40\">Gi 0/1<br/>Disabled"),
+              std::string::npos);
+    EXPECT_EQ(
+        dot.find("sw1 -- sw2 [taillabel=<<font color=\"darkgreen\">Gi 0/1<br/>Forwarding</font>>, "
+                 "headlabel=<<font color=\"darkgreen\">Gi 1/1<br/>Forwarding</font>>];"),
+        dot.find("sw1 -- sw2"));
+    // 2-3 (a port down) and 3-1 (a switch not answering) are drawn down; 1-2 is whole.
+    size_t dashed = 0;
+    for (size_t at = dot.find("style=dashed"); at != std::string::npos;
+         at = dot.find("style=dashed", at + 1))
+        ++dashed;
+    EXPECT_EQ(dashed, 2u);
 }
 
 }  // namespace
