@@ -13,7 +13,6 @@
 #include <fstream>
 #include <iostream>
 #include <map>
-#include <memory>
 #include <random>
 #include <sstream>
 #include <thread>
@@ -271,21 +270,11 @@ struct ProbeResult {
 };
 
 // Injects a probe and waits up to waitMs for every switch to have seen it.
-// One vornctl client per switch, kept open while probes are timed.
-struct Clients {
-    explicit Clients(const lab::Plan& p) {
-        for (uint32_t i = 1; i <= p.switches; ++i)
-            of.push_back(std::make_unique<cli::Client>(lab::switchDir(p, i), 2000));
-    }
-    cli::Client& operator[](uint32_t i) { return *of[i - 1]; }
-    std::vector<std::unique_ptr<cli::Client>> of;
-};
-
-ProbeResult sendProbe(const lab::Plan& p, Clients& clients, uint32_t vlan, uint32_t from,
-                      int waitMs) {
+ProbeResult sendProbe(const lab::Plan& p, uint32_t vlan, uint32_t from, int waitMs) {
     ProbeResult r;
     r.times.assign(p.switches + 1, 0);
-    cli::Answer a = clients[from].sim("probe " + std::to_string(vlan));
+    cli::Client origin(lab::switchDir(p, from), 2000);
+    cli::Answer a = origin.sim("probe " + std::to_string(vlan));
     size_t at = a.text.find("0x");
     if (!a.ok || at == std::string::npos) {
         r.error = "switch " + std::to_string(from) + ": " + a.text;
@@ -296,7 +285,8 @@ ProbeResult sendProbe(const lab::Plan& p, Clients& clients, uint32_t vlan, uint3
     auto deadline = Clock::now() + std::chrono::milliseconds(waitMs);
     for (;;) {
         for (uint32_t i = 1; i <= p.switches; ++i) {
-            cli::Answer seen = clients[i].sim("show probes " + r.id);
+            cli::Client c(lab::switchDir(p, i), 2000);
+            cli::Answer seen = c.sim("show probes " + r.id);
             size_t n = seen.text.find("seen ");
             r.times[i] = n == std::string::npos ? 0 : std::stoul(seen.text.substr(n + 5));
         }
@@ -306,8 +296,7 @@ ProbeResult sendProbe(const lab::Plan& p, Clients& clients, uint32_t vlan, uint3
 }
 
 int probe(const lab::Plan& p, uint32_t vlan, uint32_t from) {
-    Clients clients(p);
-    ProbeResult r = sendProbe(p, clients, vlan, from, 1000);
+    ProbeResult r = sendProbe(p, vlan, from, 1000);
     if (!r.injected) {
         std::fprintf(stderr, "vornlab: %s\n", r.error.c_str());
         return kExitFailed;
@@ -348,7 +337,6 @@ int converge(const lab::Plan& p, uint32_t cuts, uint32_t seed) {
         return kExitFailed;
     }
     const uint32_t vlan = firstMemberVlan(p);
-    Clients clients(p);
     std::mt19937 rng(seed);
     std::vector<double> times;
     uint32_t loops = 0, lost = 0;
@@ -358,7 +346,7 @@ int converge(const lab::Plan& p, uint32_t cuts, uint32_t seed) {
         while (!reached && Clock::now() - t0 < std::chrono::seconds(3)) {
             reached = true;
             for (uint32_t from : {1u, p.switches / 2 + 1}) {
-                ProbeResult r = sendProbe(p, clients, vlan, from, 20);
+                ProbeResult r = sendProbe(p, vlan, from, 20);
                 looped = looped || r.looped();
                 reached = reached && r.reachedAll();
             }
@@ -427,7 +415,6 @@ int soak(const lab::Plan& p, uint32_t seconds, uint32_t seed) {
     std::vector<std::map<std::string, long>> baseline;
     for (uint32_t i = 1; i <= p.switches; ++i) baseline.push_back(poolsInUse(lab::switchDir(p, i)));
     const uint32_t vlan = firstMemberVlan(p);
-    Clients clients(p);
     const std::string vornctl = host::besideUs("vornctl");
     std::mt19937 rng(seed);
     uint32_t events = 0, loops = 0, lost = 0, failed = 0;
@@ -466,7 +453,7 @@ int soak(const lab::Plan& p, uint32_t seconds, uint32_t seed) {
         bool complete = waitComplete(p, std::chrono::seconds(10));
         bool reached = complete, looped = false;
         for (uint32_t from : {1u, p.switches / 2 + 1}) {
-            ProbeResult r = sendProbe(p, clients, vlan, from, 200);
+            ProbeResult r = sendProbe(p, vlan, from, 200);
             reached = reached && r.reachedAll();
             looped = looped || r.looped();
         }
