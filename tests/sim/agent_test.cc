@@ -324,7 +324,7 @@ TEST_F(AgentTest, MasterSendsHealthEveryHelloAndBlocksItsSecondaryOnlyWhileItCom
     auto echo = [&](size_t upTo) {
         return serve([&] {
             for (; next < sent_.size(); ++next) {
-                const Sent& x = sent_[next];
+                const Sent x = sent_[next];  // a copy: onFrame may send and grow sent_
                 if (x.frame.type != rp::FrameType::kHealth) continue;
                 if (++healths > upTo) return true;
                 EXPECT_EQ(x.ifIndex, pri);
