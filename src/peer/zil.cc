@@ -15,17 +15,18 @@
 #include "task/tcb.h"
 #include "task/trace.h"
 #include "wire/ifm.h"
+#include "wire/msgtypes.h"
+#include "wire/peer.h"
 
 namespace {
 
 // The peer-pair events subscribed at start-up, and the pair the unsubscription names.
 constexpr uint32_t kZilEvtSubFirst = 0x44800B;
-constexpr uint32_t kZilEvtSubSecond = 0x44800E;
-constexpr uint32_t kZilEvtUnsubFirst = 0x44800E;
+constexpr uint32_t kZilEvtSubSecond = MLAGMGR_PEER_STATUS_NOTIFY;
+constexpr uint32_t kZilEvtUnsubFirst = MLAGMGR_PEER_STATUS_NOTIFY;
 constexpr uint32_t kZilEvtUnsubSecond = 0x448009;
 constexpr uintptr_t kZilStandbyFlag = 0x8;
 constexpr uint32_t kZilMemTypeMax = 2;
-constexpr uint16_t kMaxZilId = 129;
 constexpr uint32_t kPortOperDown = 2;
 // The test PDU: an application sub-TLV of this type and length, all zero.
 constexpr uint16_t kTestSubTlvType = 50;
@@ -169,13 +170,13 @@ int vornZilPeerRegRetryAndFlushTxBuf(uint32_t, uint32_t arg) {
 
 int vornZilPeerStatusChg(uint8_t* event) {
     if (event == nullptr) return 0;
-    const vorn::be::Reader r(event, vorn::zil::kOffPeerRole + 4);
-    const uint32_t status = r.u32(vorn::zil::kOffPeerStatus);
-    if (status == vorn::zil::kPeerUp) {
+    const vorn::be::Reader r(event, VORN_PEER_ROLE_DATA_OFF + 4);
+    const uint32_t status = r.u32(VORN_PEER_STATUS_DATA_OFF);
+    if (status == VORN_PEER_STATUS_UP) {
         VORN_TRACE(vornZilDbgPrint, "ZIL Peer UP: Role %d\r\n",
-                   static_cast<int>(r.u32(vorn::zil::kOffPeerRole)));
+                   static_cast<int>(r.u32(VORN_PEER_ROLE_DATA_OFF)));
         qelZilProcPeerUp(vornZilHdl, event);
-    } else if (status == 2 || status == 3) {
+    } else if (vornPeerStatusIsDown(status)) {
         VORN_PUTS(vornZilDbgPrint, "ZIL Peer DOWN\r");
         qelZilProcPeerDown(vornZilHdl);
     }
@@ -188,7 +189,7 @@ int vornZilProcLagZilAssoc(uint32_t ifIndex, uint16_t zilId, uint32_t modeType) 
                zilId, static_cast<long>(modeType));
     const VornPortEntry* lag = lagRecord(__func__, ifIndex);
     if (lag == nullptr) return -1;
-    if (zilId < 1 || zilId > kMaxZilId) {
+    if (zilId < VORN_ZIL_MIN_ID || zilId > VORN_ZIL_MAX_ID) {
         VORN_TRACE(vornZilDbgPrint, "%s (): Invalid ZilId. ZilId: %d\r\n", __func__, zilId);
         return -1;
     }

@@ -104,8 +104,8 @@ int qelZilRegister(const vorn::zil::RegBlock* block, int, uint32_t* handle, int)
     std::lock_guard<std::mutex> lock(l.mu);
     if (l.cb != nullptr) return -1;
     auto cb = std::make_unique<ControlBlock>();
-    cb->sockPath = options().rundir + "/peer.icl";
-    cb->txPath = options().rundir + "/peer.tx";
+    cb->sockPath = options().rundir + "/" + vorn::zil::kIclSocket;
+    cb->txPath = options().rundir + "/" + vorn::zil::kTxSocket;
     cb->sock = bindSocket(cb->sockPath);
     if (cb->sock < 0) {
         std::fprintf(stderr, "peer pair: cannot bind %s: %s\n", cb->sockPath.c_str(),

@@ -41,6 +41,11 @@ inline constexpr size_t kSubTlvHdrLen = 4;
 // a receiver's 8192-byte buffer.
 inline constexpr size_t kMaxTxBytes = 8192 - 4 - kPduHdrLen;
 
+// The library's datagram sockets in the run directory: the link it reads, and where its own
+// PDUs go.
+inline constexpr const char* kIclSocket = "peer.icl";
+inline constexpr const char* kTxSocket = "peer.tx";
+
 // Actions of qelZilSetIclIfIndex and qelZilProcZilLagMap.
 inline constexpr int kActionSet = 1;
 inline constexpr int kActionClear = 2;

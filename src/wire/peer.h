@@ -21,6 +21,10 @@ inline constexpr uint32_t VORN_PEER_EVENT_LEN = VORN_PEER_ROLE_OFF + 4;
 static_assert(VORN_PEER_STATUS_OFF == 72 && VORN_PEER_ROLE_OFF == 76 && VORN_PEER_EVENT_LEN == 80);
 inline constexpr uint32_t VORN_PEER_STATUS_UP = vorn::zil::kPeerUp;
 inline constexpr uint32_t VORN_PEER_STATUS_DOWN = 2;
+// Statuses 2 and 3 both mean the peer is down.
+inline constexpr bool vornPeerStatusIsDown(uint32_t status) {
+    return status == VORN_PEER_STATUS_DOWN || status == 3;
+}
 // The role a peer comes up with when none is named.
 inline constexpr uint32_t VORN_PEER_DEFAULT_ROLE = 1;
 
@@ -36,8 +40,8 @@ inline constexpr uint32_t VORN_ZIL_MAX_ID = 129;
 // The inter-chassis link on a host: datagrams of a u32 ifIndex (the ICL the PDU travels on)
 // and the PDU. The manager reads those that arrive at DIR/peer.icl and sends its own to
 // DIR/peer.tx.
-inline constexpr const char* VORN_PEER_ICL_SOCKET = "peer.icl";
-inline constexpr const char* VORN_PEER_TX_SOCKET = "peer.tx";
+inline constexpr const char* VORN_PEER_ICL_SOCKET = vorn::zil::kIclSocket;
+inline constexpr const char* VORN_PEER_TX_SOCKET = vorn::zil::kTxSocket;
 inline constexpr size_t VORN_PEER_DGRAM_IFINDEX_OFF = 0;
 inline constexpr size_t VORN_PEER_DGRAM_PDU_OFF = 4;
 inline constexpr size_t VORN_PEER_MAX_DGRAM = vorn::ipc::kMaxMsgLen;
