@@ -14,6 +14,7 @@
 #include <iostream>
 #include <map>
 #include <random>
+#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -84,8 +85,8 @@ bool readPlan(const std::string& dir, lab::Plan* p, std::string* err) {
 // The manager of a switch has registered with L2PM: it serves requests.
 bool managerServing(cli::Client& c) {
     cli::Answer a = c.shell("vornPrintCounters");
-    return a.ok && a.text.find("L2PM reg success") != std::string::npos &&
-           a.text.find("L2PM reg success                : 0") == std::string::npos;
+    static const std::regex registered(R"(L2PM reg success +[1-9])");
+    return a.ok && std::regex_search(a.text, registered);
 }
 
 // The ring's state on one switch, as its manager shows it: "Master UP  Gi 0/1 Forwarding ...".
