@@ -83,6 +83,7 @@ void Agent::wait(Poller& poller) {
 void Agent::run() {
     if (!active()) return;
     serveRingTimers();
+    confirmBlocks();
     long now = nowMs();
     if (now < life_.nextSyncMs) return;
     syncWithManager();

@@ -195,6 +195,11 @@ public:
     // Where the ring nodes' frames go out. Without one, they are counted unsent: a ring whose
     // ports are joined by nothing hears nothing back.
     void setFrameSender(FrameSender sender) { sender_ = std::move(sender); }
+    // Whether the forwarding plane blocks every VLAN of a bitmap (wire order) on a port or
+    // LAG. A master announces its secondary blocked only once this says so; without a check,
+    // at once.
+    using BlockCheck = std::function<bool(uint32_t ifIndex, const std::array<uint8_t, 512>& vlans)>;
+    void setBlockCheck(BlockCheck check) { blockCheck_ = std::move(check); }
     // A frame that arrived on a physical port. True when it is a control frame a ring running
     // here took (the port or its LAG is one of the ring's interfaces); false for anything
     // else, which is left to others.
@@ -287,6 +292,8 @@ private:
     // The ring nodes' timers: the earliest deadline, and serving those reached.
     int64_t nextRingDeadline() const;
     void serveRingTimers();
+    // Tells each master waiting for its secondary's block whether it holds now.
+    void confirmBlocks();
     // Builds the node from the configuration and starts it on the links as they are.
     void startNode(uint16_t ringId, Ring& ring, bool restart);
     void stopNode(uint16_t ringId, Ring& ring);
@@ -306,6 +313,7 @@ private:
     int pipeFd_ = -1;
     uint32_t handle_ = 0;  // 0: no SWP queue to the manager
     std::function<bool()> gate_;
+    BlockCheck blockCheck_;
     FrameSender sender_;
     uint32_t switchId_;
     bool dropLinkDown_ = false;

@@ -260,6 +260,16 @@ void Agent::serveRingTimers() {
     sendPendingReports();
 }
 
+void Agent::confirmBlocks() {
+    for (auto& [id, ring] : life_.rings) {
+        const Node& n = ring.node;
+        if (!n.proto || !n.proto->awaitingBlock()) continue;
+        if (blockCheck_ && !blockCheck_(n.secondary, ring.cfg.memberVlans)) continue;
+        drive(id, ring, false, cli::shortIfName(n.secondary) + " blocks in the forwarding plane",
+              [](rp::RingNode& node, int64_t now) { return node.onSecondaryBlocked(now); });
+    }
+}
+
 void Agent::startNode(uint16_t ringId, Ring& ring, bool restart) {
     const RingConfig& c = ring.cfg;
     if (const char* why = cannotRun(c)) {

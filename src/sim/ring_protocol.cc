@@ -126,6 +126,7 @@ void RingNode::setPort(Side s, uint32_t state, Actions& out) {
     Port& p = port(s);
     if (p.state == state) return;
     p.state = state;
+    if (s == Side::kSecondary) blockHolds_ = false;
     p.preForwardingUntil = state == agt::kStatePreForwarding
                                ? now_ + int64_t{kPreForwardingDeads} * cfg_.deadMs
                                : kNoDeadline;
@@ -152,7 +153,30 @@ Frame RingNode::originate(FrameType t) {
             cfg_.ctrlVlan,
             cfg_.switchId,
             ++seq_,
-            t == FrameType::kHealth ? masterState_ : NodeState::kNone};
+            t == FrameType::kHealth ? announcedState() : NodeState::kNone};
+}
+
+// INIT and COMPLETE tell the transit nodes that the secondary blocks: only once it does.
+NodeState RingNode::announcedState() const {
+    if (masterState_ == NodeState::kInit || masterState_ == NodeState::kComplete)
+        return blockHolds_ ? masterState_ : NodeState::kFailed;
+    return masterState_;
+}
+
+bool RingNode::awaitingBlock() const {
+    return started_ && master() && port(Side::kSecondary).state == agt::kStateBlocking &&
+           !blockHolds_;
+}
+
+Actions RingNode::onSecondaryBlocked(int64_t nowMs) {
+    Actions out;
+    if (!awaitingBlock()) return out;
+    now_ = nowMs;
+    blockHolds_ = true;
+    if (completePending_ && masterState_ == NodeState::kComplete)
+        send(Side::kPrimary, originate(FrameType::kRingComplete), out);
+    completePending_ = false;
+    return out;
 }
 
 void RingNode::sendHealth(Actions& out) {
@@ -163,6 +187,7 @@ void RingNode::sendHealth(Actions& out) {
 // whole: the way to half of the ring has changed.
 void RingNode::ringFailed(Actions& out) {
     masterState_ = NodeState::kFailed;
+    completePending_ = false;
     deadAt_ = kNoDeadline;
     setPort(Side::kSecondary,
             port(Side::kSecondary).up ? agt::kStateForwarding : agt::kStateDisabled, out);
@@ -171,14 +196,17 @@ void RingNode::ringFailed(Actions& out) {
     for (Side s : kSides) send(s, f, out);
 }
 
-// The secondary blocks before anything else: only then may the transit nodes' restored
-// ports forward.
+// The secondary blocks before anything else: only once that holds may the transit nodes'
+// restored ports forward, so RING_COMPLETE waits for it when it does not hold yet.
 void RingNode::ringComplete(Actions& out) {
     masterState_ = NodeState::kComplete;
     setPort(Side::kSecondary, agt::kStateBlocking, out);
     setPort(Side::kPrimary, agt::kStateForwarding, out);
     flush(out);
-    send(Side::kPrimary, originate(FrameType::kRingComplete), out);
+    if (blockHolds_)
+        send(Side::kPrimary, originate(FrameType::kRingComplete), out);
+    else
+        completePending_ = true;
 }
 
 Actions RingNode::start(bool priUp, bool secUp, int64_t nowMs) {
@@ -186,6 +214,7 @@ Actions RingNode::start(bool priUp, bool secUp, int64_t nowMs) {
     started_ = true;
     port(Side::kPrimary) = {priUp, agt::kStateNone, kNoDeadline};
     port(Side::kSecondary) = {secUp, agt::kStateNone, kNoDeadline};
+    blockHolds_ = completePending_ = false;
     Actions out;
     const auto upState = [&](Side s, uint32_t whenBothUp) {
         if (!port(s).up) return agt::kStateDisabled;

@@ -108,6 +108,12 @@ public:
     Actions onFrame(Side side, const Frame& f, int64_t nowMs);
     // Acts on every deadline reached by nowMs.
     Actions onTimer(int64_t nowMs);
+    // A master's secondary BLOCKING now holds in the forwarding plane. Until it does, the
+    // master announces no blocking state: its HEALTH says FAILED and its RING_COMPLETE waits,
+    // so that no transit node forwards on a restored port while the secondary still does.
+    Actions onSecondaryBlocked(int64_t nowMs);
+    // The master's secondary is set BLOCKING and that is not known to hold yet.
+    bool awaitingBlock() const;
     int64_t nextDeadlineMs() const;
 
     NodeState state() const;
@@ -129,6 +135,7 @@ private:
     void liftPreForwarding(Actions& out);
     void send(Side s, const Frame& f, Actions& out) const;
     Frame originate(FrameType t);
+    NodeState announcedState() const;
     void flush(Actions& out) const { out.push_back({Action::kFlush, Side::kPrimary, 0, {}}); }
     void sendHealth(Actions& out);
     void ringFailed(Actions& out);
@@ -143,6 +150,8 @@ private:
     int64_t now_ = 0;
     int64_t nextHello_ = kNoDeadline;
     int64_t deadAt_ = kNoDeadline;  // INIT and COMPLETE: no health back by then, the ring failed
+    bool blockHolds_ = false;       // the secondary's BLOCKING holds in the forwarding plane
+    bool completePending_ = false;  // a RING_COMPLETE waits for it
     uint32_t seq_ = 0;
 };
 

@@ -43,12 +43,14 @@ std::string text(const Actions& acts) {
 RingNode reach(const std::string& name) {
     RingNode n = node(name[0] == 'M' ? M : T);
     n.start(true, true, 0);
+    if (name[0] == 'M' && name != "M INIT unconfirmed") n.onSecondaryBlocked(0);
     if (name == "M COMPLETE" || name == "M FAILED") n.onFrame(S, fr(FT::kHealth, M), 10);
     if (name == "M FAILED") n.onFrame(P, fr(FT::kLinkDown, 3), 20);
-    if (name == "M FAILED pri PRE-FORW") {
+    if (name == "M FAILED pri PRE-FORW" || name == "M COMPLETE unconfirmed") {
         n.onLinkChange(P, false, 20);
         n.onLinkChange(P, true, 30);
     }
+    if (name == "M COMPLETE unconfirmed") n.onFrame(S, fr(FT::kHealth, M), 40);
     if (name.starts_with("T L")) n.onFrame(P, fr(FT::kRingComplete, M), 10);
     if (name == "T LINK_DOWN") n.onLinkChange(S, false, 20);
     return n;
@@ -57,7 +59,7 @@ RingNode reach(const std::string& name) {
 TEST(RingProtocolTest, StateTable) {
     const struct {
         const char* from;
-        char kind;  // 'u' link up, 'd' link down, 'f' frame, 't' timer
+        char kind;  // 'u' link up, 'd' link down, 'f' frame, 't' timer, 'b' block holds
         Side side;
         Frame frame;
         int64_t at;
@@ -72,7 +74,12 @@ TEST(RingProtocolTest, StateTable) {
         {"M COMPLETE", 'd', P, {}, 20, NS::kFailed, "pri DISABLED, sec FORW, flush, send sec FLUSH"},
         {"M COMPLETE", 'f', S, fr(FT::kRingComplete, M), 20, NS::kComplete, ""},
         {"M FAILED", 'f', P, fr(FT::kLinkDown, 3), 30, NS::kFailed, ""},
-        {"M FAILED pri PRE-FORW", 'f', S, fr(FT::kHealth, M), 40, NS::kComplete, "sec BLOCKING, pri FORW, flush, send pri RING_COMPLETE"},
+        {"M INIT unconfirmed", 'f', S, fr(FT::kHealth, M), 10, NS::kComplete, "flush"},
+        {"M INIT unconfirmed", 't', P, {}, 50, NS::kInit, "send pri HEALTH(FAILED)"},
+        {"M FAILED pri PRE-FORW", 'f', S, fr(FT::kHealth, M), 40, NS::kComplete, "sec BLOCKING, pri FORW, flush"},
+        {"M FAILED pri PRE-FORW", 'b', S, {}, 40, NS::kFailed, ""},
+        {"M COMPLETE unconfirmed", 't', P, {}, 50, NS::kComplete, "send pri HEALTH(FAILED)"},
+        {"M COMPLETE unconfirmed", 'b', S, {}, 50, NS::kComplete, "send pri RING_COMPLETE"},
         {"M FAILED pri PRE-FORW", 't', P, {}, 480, NS::kFailed, "send pri HEALTH(FAILED), pri FORW"},
         {"M FAILED pri PRE-FORW", 'd', S, {}, 40, NS::kFailed, "sec DISABLED, pri FORW, flush"},
         {"T PRE_FORWARDING", 'f', P, fr(FT::kRingComplete, M), 10, NS::kLinksUp, "send sec RING_COMPLETE, pri FORW, sec FORW, flush"},
@@ -92,6 +99,7 @@ TEST(RingProtocolTest, StateTable) {
         RingNode n = reach(r.from);
         const Actions acts = r.kind == 'f'   ? n.onFrame(r.side, r.frame, r.at)
                              : r.kind == 't' ? n.onTimer(r.at)
+                             : r.kind == 'b' ? n.onSecondaryBlocked(r.at)
                                              : n.onLinkChange(r.side, r.kind == 'u', r.at);
         EXPECT_STREQ(nodeStateName(n.state()), nodeStateName(r.to));
         EXPECT_EQ(text(acts), r.actions);
@@ -135,35 +143,53 @@ TEST(RingProtocolTest, FrameCodec) {
 
 // Three nodes: 0 the master, 1 and 2 transit; link k joins node k's primary to node (k+1)'s
 // secondary. A frame crosses at once, unless its link is cut (or it is a link-down to lose).
+// The master's forwarding plane takes kPlaneMs to block a forwarding secondary, as a
+// switch's does after its agent decided; ports forward as their node says otherwise.
 struct Ring3 {
+    static constexpr int64_t kPlaneMs = 3;
     bool dropLinkDown;
     std::vector<RingNode> nodes = {node(M), node(T), node(T + 1)};
     bool linkUp[3] = {true, true, true};
     int64_t now = 0;
+    int64_t blockedAt = -kPlaneMs;  // when the master's secondary stopped forwarding
+    uint32_t secState = agt::kStateNone;
     int loops = 0;
 
+    bool planeForwards(int i, Side s) const {
+        const uint32_t st = nodes[i].portState(s);
+        if (i == 0 && s == S && st == agt::kStateBlocking) return now < blockedAt + kPlaneMs;
+        return st == agt::kStateForwarding;
+    }
     // Ports that are up and do not forward the member VLANs.
     int stopping() const {
         int n = 0;
-        for (const RingNode& r : nodes)
-            for (Side s : {P, S}) n += r.linkUp(s) && r.portState(s) != agt::kStateForwarding;
+        for (int i = 0; i < 3; ++i)
+            for (Side s : {P, S}) n += nodes[i].linkUp(s) && !planeForwards(i, s);
         return n;
     }
+    void countLoop() { loops += linkUp[0] && linkUp[1] && linkUp[2] && stopping() == 0; }
     void apply(int i, const Actions& acts) {
-        loops += linkUp[0] && linkUp[1] && linkUp[2] && stopping() == 0;
+        countLoop();
         for (const Action& a : acts) {
+            if (i == 0 && a.kind == Action::kSetPort && a.side == S) {
+                if (secState == agt::kStateForwarding) blockedAt = now;
+                secState = a.portState;
+            }
             const int link = a.side == P ? i : (i + 2) % 3, peer = a.side == P ? (i + 1) % 3 : link;
             if (a.kind == Action::kSend && linkUp[link] &&
                 !(dropLinkDown && a.frame.type == FT::kLinkDown))
                 apply(peer, nodes[peer].onFrame(a.side == P ? S : P, a.frame, now));
         }
+        countLoop();
     }
     void runUntil(int64_t t) {
         for (;;) {
             now = std::min({nodes[0].nextDeadlineMs(), nodes[1].nextDeadlineMs(),
-                            nodes[2].nextDeadlineMs(), t});
+                            nodes[2].nextDeadlineMs(), now + 1, t});
             for (int i = 0; i < 3; ++i)
                 if (nodes[i].nextDeadlineMs() <= now) apply(i, nodes[i].onTimer(now));
+            if (nodes[0].awaitingBlock() && !planeForwards(0, S))
+                apply(0, nodes[0].onSecondaryBlocked(now));
             if (now == t) return;
         }
     }
@@ -196,12 +222,13 @@ TEST(RingProtocolTest, ThreeNodesCutAndRestoreEachLink) {
             while (!lab.settled(NS::kFailed) && lab.now < cut + 1000) lab.runUntil(lab.now + 1);
             EXPECT_LE(lab.now - cut, drop && k == 1 ? kDead + kHello : 0);
             // Restore, after a long cut and after one shorter than the dead-interval that the
-            // master may never hear of: complete again within one hello.
+            // master may never hear of: complete again within one hello and the time the
+            // master's forwarding plane takes to block.
             for (int64_t cutFor : {300, 20}) {
                 if (cutFor == 20) lab.setLink(k, false);
                 lab.runUntil(lab.now + cutFor);
                 lab.setLink(k, true);
-                lab.runUntil(lab.now + kHello);
+                lab.runUntil(lab.now + kHello + Ring3::kPlaneMs);
                 EXPECT_TRUE(lab.settled(NS::kComplete)) << "after a cut of " << cutFor << " ms";
             }
             lab.runUntil(lab.now + 1000);
