@@ -1,7 +1,11 @@
 // The cable commands: cut and restore a port's cable, and show the cables.
 
+#include <strings.h>
+
 #include <cstdio>
 
+#include "cli/vlan_list.h"
+#include "platform/bitmap.h"
 #include "platform/number.h"
 #include "sim/args.h"
 #include "sim/chassis_sim.h"
@@ -16,20 +20,79 @@ void ChassisSim::linkCabledPorts() {
     }
 }
 
-std::vector<uint32_t> ChassisSim::forwardingPorts(uint16_t vlan) const {
-    std::vector<uint32_t> out;
+namespace {
+
+bool carries(const ChassisModel::Interface& i, uint16_t vlan) {
+    return bmp::test(i.tagged, vlan) || bmp::test(i.untagged, vlan);
+}
+
+}  // namespace
+
+bool ChassisSim::PortWatch::forwards(uint16_t vlan) const {
+    return carrying && (bmp::test(tagged, vlan) || bmp::test(untagged, vlan)) &&
+           (!bmp::test(known, vlan) || bmp::test(forwarding, vlan));
+}
+
+bool ChassisSim::PortWatch::sameInputs(const PortWatch& o) const {
+    return carrying == o.carrying && tagged == o.tagged && untagged == o.untagged &&
+           known == o.known && forwarding == o.forwarding;
+}
+
+// A port forwards a VLAN unless L2PM was told it does not.
+bool ChassisSim::l2pmForwards(uint32_t ifIndex, uint16_t vlan) const {
+    const auto& ports = l2pm_.model().ports();
+    auto st = ports.find(ifIndex);
+    return st == ports.end() || !bmp::test(st->second.known, vlan) ||
+           bmp::test(st->second.forwarding, vlan);
+}
+
+bool ChassisSim::l2pmBlocks(uint32_t ifIndex, const std::array<uint8_t, 512>& vlans) const {
+    const ChassisModel::Interface* i = model_.find(ifIndex);
+    if (i == nullptr) return true;
+    for (uint32_t v = kMinVlan; v <= kMaxVlan; ++v) {
+        const auto vlan = static_cast<uint16_t>(v);
+        if (bmp::test(vlans, vlan) && carries(*i, vlan) && l2pmForwards(ifIndex, vlan))
+            return false;
+    }
+    return true;
+}
+
+void ChassisSim::watchCabledPorts() {
     const auto& l2pmPorts = l2pm_.model().ports();
+    uint64_t now = 0;
     for (const Cables::Cable& c : cables_.cables()) {
         const uint32_t port = c.spec.ifIndex;
-        const ChassisModel::Interface* i = model_.find(port);
-        if (c.cut || i == nullptr || !i->linkUp) continue;
-        if (!bmp::test(i->tagged, vlan) && !bmp::test(i->untagged, vlan)) continue;
-        auto st = l2pmPorts.find(port);
-        if (st != l2pmPorts.end() && bmp::test(st->second.known, vlan) &&
-            !bmp::test(st->second.forwarding, vlan))
-            continue;
-        out.push_back(port);
+        PortWatch cur;
+        if (const ChassisModel::Interface* i = model_.find(port)) {
+            cur.carrying = !c.cut && i->linkUp;
+            cur.tagged = i->tagged;
+            cur.untagged = i->untagged;
+        }
+        if (auto st = l2pmPorts.find(port); st != l2pmPorts.end()) {
+            cur.known = st->second.known;
+            cur.forwarding = st->second.forwarding;
+        }
+        auto [it, fresh] = watch_.try_emplace(port, cur);
+        PortWatch& was = it->second;
+        if (fresh || cur.sameInputs(was)) continue;
+        cur.openedNs = was.openedNs;
+        for (uint32_t v = kMinVlan; v <= kMaxVlan; ++v) {
+            const auto vlan = static_cast<uint16_t>(v);
+            if (!was.forwards(vlan) && cur.forwards(vlan)) {
+                if (now == 0) now = Probes::monotonicNs();
+                cur.openedNs = now;
+                break;
+            }
+        }
+        was = cur;
     }
+}
+
+std::vector<uint32_t> ChassisSim::forwardingPorts(uint16_t vlan, uint64_t sentNs) {
+    watchCabledPorts();
+    std::vector<uint32_t> out;
+    for (const auto& [port, w] : watch_)
+        if (w.forwards(vlan) && w.openedNs <= sentNs) out.push_back(port);
     return out;
 }
 
@@ -51,6 +114,74 @@ void ChassisSim::registerCableCommands() {
                            static_cast<unsigned long long>(id), vlan,
                            static_cast<unsigned long long>(probes_.counters().sent - before));
                        return done(text);
+                   }});
+    commands_.add({"probe stream", "VLAN-LIST MS | off",
+                   "inject a probe every MS milliseconds on the VLANs of the list in turn, until "
+                   "'probe stream off', which says which ids the stream used",
+                   1, 2, [this](const CommandTable::Args& args) {
+                       if (args.size() == 1) {
+                           if (strcasecmp(args[0].c_str(), "off") != 0)
+                               return refused("usage: probe stream VLAN-LIST MS | off");
+                           std::optional<Probes::Stream> s = probes_.stopStream();
+                           streamDueMs_ = -1;
+                           if (!s) return refused("no probe stream is running");
+                           char text[128];
+                           std::snprintf(
+                               text, sizeof(text),
+                               "probe stream stopped: %llu probes, ids 0x%016llx to 0x%016llx",
+                               static_cast<unsigned long long>(s->count),
+                               static_cast<unsigned long long>(s->first),
+                               static_cast<unsigned long long>(s->last));
+                           return done(text);
+                       }
+                       cli::VlanBitmap set{};
+                       uint32_t everyMs = 0;
+                       std::string err;
+                       if (!cli::parseVlanList(args[0], &set, &err) ||
+                           !number::parse(args[1], Probes::kMinStreamMs, Probes::kMaxStreamMs,
+                                          "interval (ms)", &everyMs, &err))
+                           return refused(err);
+                       std::vector<uint16_t> vlans;
+                       for (uint32_t v = kMinVlan; v <= kMaxVlan; ++v)
+                           if (bmp::test(set, v)) vlans.push_back(static_cast<uint16_t>(v));
+                       if (vlans.empty()) return refused("the VLAN list is empty");
+                       probes_.startStream(std::move(vlans), everyMs);
+                       streamDueMs_ = 0;
+                       char text[160];
+                       std::snprintf(text, sizeof(text),
+                                     "probe stream on VLANs %s every %u ms: first id 0x%016llx",
+                                     args[0].c_str(), everyMs,
+                                     static_cast<unsigned long long>(probes_.stream()->first));
+                       return done(text);
+                   }});
+    commands_.add({"show probes seen", "FIRST LAST",
+                   "which probes with ids FIRST to LAST were seen here: runs of consecutive ids "
+                   "with the times they were injected (ns), and how many were seen twice",
+                   2, 2, nullptr, [this](const CommandTable::Args& args) {
+                       uint64_t first = 0, last = 0;
+                       std::string err;
+                       if (!number::parse(args[0], 0, UINT64_MAX, "first id", &first, &err,
+                                          number::Radix::DecimalOrHex) ||
+                           !number::parse(args[1], first, UINT64_MAX, "last id", &last, &err,
+                                          number::Radix::DecimalOrHex))
+                           return notShown(err);
+                       Probes::Seen seen = probes_.seenBetween(first, last);
+                       Json runs = Json::array();
+                       std::string text = "probes " + args[0] + " to " + args[1] + " seen here:";
+                       for (const Probes::Run& r : seen.runs) {
+                           runs.push_back({{"first", r.first},
+                                           {"first_sent_ns", r.firstSentNs},
+                                           {"last", r.last},
+                                           {"last_sent_ns", r.lastSentNs}});
+                           text += " " + std::to_string(r.last - r.first + 1) + " from " +
+                                   std::to_string(r.first - first);
+                       }
+                       if (seen.runs.empty()) text += " none";
+                       text += "; seen twice or more: " + std::to_string(seen.repeated);
+                       return shown(text, Json{{"first", first},
+                                               {"last", last},
+                                               {"runs", runs},
+                                               {"repeated", seen.repeated}});
                    }});
     commands_.add({"show probes", "[ID]",
                    "the probes seen: counts, and how often probe ID (0x...) was seen here", 0, 1,

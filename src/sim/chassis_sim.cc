@@ -8,6 +8,7 @@
 #include <cstring>
 #include <functional>
 
+#include "cli/syntax.h"
 #include "platform/ifindex.h"
 #include "platform/ipc.h"
 #include "sim/log.h"
@@ -47,7 +48,7 @@ ChassisSim::ChassisSim(SimOptions opts)
           [this](uint32_t ifIndex, std::span<const uint8_t> frame) {
               return cables_.send(ifIndex, frame);
           },
-          [this](uint16_t vlan) { return forwardingPorts(vlan); },
+          [this](uint16_t vlan, uint64_t sentNs) { return forwardingPorts(vlan, sentNs); },
           (uint64_t{static_cast<uint32_t>(getpid())} << 32) ^
               static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count())),
       cardMask_(opts_.cardMask) {
@@ -61,7 +62,13 @@ ChassisSim::ChassisSim(SimOptions opts)
     cables_.setLinkHandler(
         [this](uint32_t ifIndex, bool up) { return publish(model_.setLink(ifIndex, up)).text; });
     cables_.setFrameHandler([this](uint32_t ifIndex, std::span<const uint8_t> frame) {
-        if (probes_.onFrame(ifIndex, frame)) return;
+        const uint64_t loops = probes_.counters().loops;
+        if (probes_.onFrame(ifIndex, frame)) {
+            if (probes_.counters().loops != loops)
+                say("probe: a probe came back on %s: seen twice here, a loop",
+                    cli::shortIfName(ifIndex).c_str());
+            return;
+        }
         for (std::optional<Agent>& a : agents_)
             if (a && a->onFrame(ifIndex, frame)) return;
     });
@@ -78,6 +85,9 @@ void ChassisSim::wireAgent(Agent& a) {
         return cables_.send(ifIndex, frame);
     });
     a.setDropLinkDown(dropLinkDown_);
+    a.setBlockCheck([this](uint32_t ifIndex, const std::array<uint8_t, 512>& vlans) {
+        return l2pmBlocks(ifIndex, vlans);
+    });
 }
 
 ChassisSim::~ChassisSim() {
@@ -256,9 +266,12 @@ void ChassisSim::reapManager() {
 
 void ChassisSim::wait(Poller& poller) {
     poller.wakeWithin(static_cast<int>(kWatchIntervalMs));
+    if (streamDueMs_ >= 0) poller.wakeWithin(streamDueMs_);
 }
 
 void ChassisSim::run() {
+    watchCabledPorts();
+    streamDueMs_ = probes_.runStream();
     startReplayWhenReady();
     long now = nowMs();
     if (lastWatchMs_ >= 0 && now - lastWatchMs_ < kWatchIntervalMs) return;

@@ -15,6 +15,7 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -87,7 +88,27 @@ private:
     void registerCableCommands();
     // The cabled ports that forward a VLAN: cable whole, link up, a member of the VLAN, and
     // not blocked for it by L2PM.
-    std::vector<uint32_t> forwardingPorts(uint16_t vlan) const;  // cable_commands.cc
+    // What makes a cabled port forward a VLAN (its cable and link, its VLANs, L2PM's state),
+    // and when it last began to forward one it did not.
+    struct PortWatch {
+        bool carrying = false;  // the cable is whole and the link up
+        VlanSet tagged{}, untagged{};
+        VlanSet known{}, forwarding{};  // L2PM's
+        uint64_t openedNs = 0;
+        bool forwards(uint16_t vlan) const;
+        bool sameInputs(const PortWatch& o) const;
+    };
+    // cable_commands.cc. The cabled ports a probe sent at sentNs floods on: those that forward
+    // its VLAN now and did so when it was sent. A switch's frames cross a ring in microseconds,
+    // the simulation's in milliseconds, as long as its control plane takes to act; a frame is
+    // therefore not carried by a port that began forwarding after it was sent, which on a
+    // switch it would have reached long before.
+    std::vector<uint32_t> forwardingPorts(uint16_t vlan, uint64_t sentNs);
+    void watchCabledPorts();
+    // Whether L2PM's state forwards a VLAN on a port; whether it blocks every VLAN of a bitmap
+    // that a port carries.
+    bool l2pmForwards(uint32_t ifIndex, uint16_t vlan) const;
+    bool l2pmBlocks(uint32_t ifIndex, const std::array<uint8_t, 512>& vlans) const;
     // Brings the link of every port with a whole cable up, as plugging it in does.
     void linkCabledPorts();
     // Tells the manager about a change of the chassis model (IFM notifications over L2PM's
@@ -138,6 +159,8 @@ private:
     // agents need not wait for that. Ends when that manager goes.
     bool attachedToServing_ = false;
     long lastWatchMs_ = -1;
+    int streamDueMs_ = -1;                 // until the probe stream's next probe; -1: no stream
+    std::map<uint32_t, PortWatch> watch_;  // by cabled port
     bool managerEndedAlone_ = false;
     bool started_ = false;
     bool replayPending_ = false;

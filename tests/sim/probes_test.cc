@@ -5,6 +5,7 @@
 
 #include <deque>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "sim/probes.h"
@@ -24,13 +25,13 @@ struct Ring {
                     wire.push_back({far, port == 1 ? 2u : 1u, {f.begin(), f.end()}});
                     return true;
                 },
-                [this, i](uint16_t) {
+                [this, i](uint16_t, uint64_t) {
                     std::vector<uint32_t> ports;
                     for (uint32_t p : {1u, 2u})
                         if (blocked.count({i, p}) == 0) ports.push_back(p);
                     return ports;
                 },
-                uint64_t{i + 1} << 48);
+                uint64_t{i + 1} << 48, [this] { return nowNs; });
     }
     void run() {
         for (size_t steps = 0; !wire.empty() && steps < 1000; ++steps) {
@@ -47,6 +48,7 @@ struct Ring {
     std::deque<InFlight> wire;
     std::set<std::pair<uint32_t, uint32_t>> blocked;
     std::set<uint32_t> cut;  // the cable east of switch i
+    uint64_t nowNs = 0;
 };
 
 TEST(Probes, FloodReachesEverySwitchOnceAndALoopIsSeenAgain) {
@@ -84,10 +86,11 @@ TEST(Probes, FloodReachesEverySwitchOnceAndALoopIsSeenAgain) {
 
 TEST(Probes, FramesThatAreNoProbesArePassedOnAndBadOnesCounted) {
     Probes p([](uint32_t, std::span<const uint8_t>) { return true; },
-             [](uint16_t) { return std::vector<uint32_t>{1}; }, 7);
-    std::vector<uint8_t> f = Probes::encode(0x0102030405060708, 300, 2);
-    EXPECT_EQ(f,
-              (std::vector<uint8_t>{0x56, 0x50, 1, 2, 0x01, 0x2c, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8}));
+             [](uint16_t, uint64_t) { return std::vector<uint32_t>{1}; }, 7);
+    std::vector<uint8_t> f = Probes::encode(0x0102030405060708, 300, 2, 0x1112131415161718);
+    EXPECT_EQ(
+        f, (std::vector<uint8_t>{0x56, 0x50, 2, 2,    0x01, 0x2c, 0,    0,    1,    2,    3,   4, 5,
+                                 6,    7,    8, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x18}));
     EXPECT_FALSE(p.onFrame(1, std::vector<uint8_t>{0x56, 0x52, 1}));  // a ring frame
     std::vector<uint8_t> shortF(f.begin(), f.end() - 1), badVersion = f;
     badVersion[2] = 9;
@@ -95,6 +98,43 @@ TEST(Probes, FramesThatAreNoProbesArePassedOnAndBadOnesCounted) {
     EXPECT_TRUE(p.onFrame(1, badVersion));
     EXPECT_EQ(p.counters().malformed, 2u);
     EXPECT_EQ(p.sighting(0x0102030405060708), nullptr);
+}
+
+// Switch 1 streams a probe every 2 ms on VLANs 20 and 21 in turn while switches 3 and 4 are
+// cut off from 6 ms to 12 ms; a late pass sends one probe, not the ones it missed.
+TEST(Probes, AStreamShowsWhenTrafficStoppedAndWhenItResumed) {
+    constexpr uint64_t kMs = 1000000;
+    Ring ring(4);
+    ring.blocked = {{0, 2}};
+    ring.sw[0].startStream({20, 21}, 2);
+    ring.run();
+    for (uint64_t t = 1; t < 20; ++t) {
+        ring.nowNs = t * kMs;
+        if (t == 6) ring.cut = {1};
+        if (t == 12) ring.blocked.clear();  // the master's west forwards: reachable again
+        EXPECT_EQ(ring.sw[0].runStream(), t % 2 == 0 ? 2 : 1) << t;
+        ring.run();
+    }
+    ring.nowNs = 27 * kMs;  // a pass 9 ms late
+    EXPECT_EQ(ring.sw[0].runStream(), 1);
+    ring.run();
+    std::optional<Probes::Stream> s = ring.sw[0].stopStream();
+    ASSERT_TRUE(s.has_value());
+    EXPECT_EQ(s->count, 11u);
+    EXPECT_EQ(s->last - s->first, 10u);
+    EXPECT_EQ(ring.sw[0].runStream(), -1);
+    EXPECT_EQ(ring.sw[2].sighting(s->first + 1)->vlan, 21);
+
+    Probes::Seen far = ring.sw[3].seenBetween(s->first, s->last);
+    ASSERT_EQ(far.runs.size(), 2u);
+    EXPECT_EQ(far.runs[0].first, s->first);
+    EXPECT_EQ(far.runs[0].last, s->first + 2);  // 0, 2 and 4 ms
+    EXPECT_EQ(far.runs[0].lastSentNs, 4 * kMs);
+    EXPECT_EQ(far.runs[1].first, s->first + 6);  // 12 ms on
+    EXPECT_EQ(far.runs[1].firstSentNs, 12 * kMs);
+    EXPECT_EQ(far.runs[1].lastSentNs, 27 * kMs);
+    EXPECT_EQ(far.repeated, 0u);
+    EXPECT_TRUE(ring.sw[3].seenBetween(s->last + 1, UINT64_MAX).runs.empty());
 }
 
 }  // namespace
