@@ -2,6 +2,7 @@
 
 #include "lab/lab.h"
 
+#include <algorithm>
 #include <sstream>
 
 #include "platform/number.h"
@@ -130,6 +131,60 @@ bool parsePlan(const std::string& text, Plan* p, std::string* err) {
         if (!ok) return false;
     }
     return true;
+}
+
+Recovery recoveryOf(uint64_t first, uint64_t last, const std::vector<std::vector<ProbeRun>>& seen,
+                    uint64_t eventNs) {
+    Recovery r;
+    if (last < first || seen.empty()) return r;
+    const uint64_t n = std::min(last - first, kMaxStreamSpan - 1) + 1;
+    last = first + n - 1;
+    // How many switches saw each id, from the runs as differences.
+    std::vector<int64_t> count(n + 1, 0);
+    for (const std::vector<ProbeRun>& runs : seen)
+        for (const ProbeRun& run : runs) {
+            if (run.last < first || run.first > last || run.last < run.first) continue;
+            ++count[std::max(run.first, first) - first];
+            --count[std::min(run.last, last) - first + 1];
+        }
+    const auto everyone = static_cast<int64_t>(seen.size());
+    int64_t sum = 0;
+    uint64_t stop = n;  // the first id that did not reach everyone
+    uint64_t back = n;  // the first id that reached everyone after it
+    for (uint64_t i = 0; i < n; ++i) {
+        sum += count[i];
+        const bool reached = sum == everyone;
+        if (!reached && back == n) {
+            if (!r.interrupted) stop = i;
+            r.interrupted = true;
+            ++r.missed;
+        } else if (reached && r.interrupted && back == n) {
+            back = i;
+        } else if (!reached) {
+            ++r.lostAfter;
+        }
+    }
+    if (!r.interrupted) return r;
+    if (back == n) {
+        r.recovered = false;
+        return r;
+    }
+    // A switch that missed the first lost probe ends a run just before it, and the switch
+    // that saw traffic last before it came back starts one at the first probe back: the runs
+    // carry the times those probes were injected.
+    uint64_t stoppedNs = eventNs, backNs = eventNs;
+    for (const std::vector<ProbeRun>& runs : seen)
+        for (const ProbeRun& run : runs) {
+            if (stop > 0 && run.last == first + stop - 1)
+                stoppedNs = std::max(stoppedNs, run.lastSentNs);
+            if (run.first == first + back) backNs = run.firstSentNs;
+        }
+    auto ms = [](uint64_t from, uint64_t to) {
+        return to > from ? static_cast<double>(to - from) / 1e6 : 0;
+    };
+    r.stoppedMs = ms(eventNs, stoppedNs);
+    r.ms = ms(stoppedNs, backNs);
+    return r;
 }
 
 }  // namespace vorn::lab

@@ -51,6 +51,29 @@ struct SwitchState {
 // dashed and grey, a switch that did not answer grey. states[i - 1] is switch i.
 std::string ringDot(const Plan& p, const std::vector<SwitchState>& states);
 
+// One switch's sightings of a probe stream: consecutive ids it saw, with the times (ns of
+// the monotonic clock) the first and the last of them were injected.
+struct ProbeRun {
+    uint64_t first = 0, firstSentNs = 0, last = 0, lastSentNs = 0;
+};
+// What a probe stream with ids [first, last] shows of an event at eventNs. Traffic stops at
+// the event, or later: a restored link costs nothing until the master blocks its secondary
+// again, which it does when its health frame has come round. So the recovery time runs from
+// the later of the event and the injection of the last probe that reached every switch
+// before the interruption.
+struct Recovery {
+    bool interrupted = false;  // some probe missed some switch
+    bool recovered = true;     // from some probe on, every probe reached every switch
+    double ms = 0;             // from the interruption to when that probe was injected
+    double stoppedMs = 0;      // from the event to the interruption
+    uint64_t missed = 0;       // probes that missed a switch, before that probe
+    uint64_t lostAfter = 0;    // ... and after it: traffic lost once more
+};
+// seen[i] holds switch i's runs. Spans of more than kMaxStreamSpan ids are cut to it.
+inline constexpr uint64_t kMaxStreamSpan = 1u << 20;
+Recovery recoveryOf(uint64_t first, uint64_t last, const std::vector<std::vector<ProbeRun>>& seen,
+                    uint64_t eventNs);
+
 // DIR/lab.conf: written by `up`, read by the other commands.
 std::string renderPlan(const Plan& p);
 bool parsePlan(const std::string& text, Plan* p, std::string* err);

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +18,8 @@
 #include <regex>
 #include <sstream>
 #include <thread>
+
+#include <nlohmann/json.hpp>
 
 #include "cli/client.h"
 #include "cli/vlan_list.h"
@@ -35,6 +38,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kExitFailed = 1;
 constexpr auto kStartTimeout = std::chrono::seconds(20);
+constexpr uint32_t kSoakStreamMs = 5;
 
 // In a child: standard input from /dev/null, output and error to `out`, then argv.
 [[noreturn]] void execWithOutput(const std::vector<std::string>& argv, const std::string& out) {
@@ -330,50 +334,176 @@ double percentile(std::vector<double> v, double q) {
     return v[std::min(i, v.size() - 1)];
 }
 
-// Cuts and restores random cables `cuts` times; after each event, the time until a probe from
-// switch 1 and from the switch across the ring reach every switch, and whether any looped.
-int converge(const lab::Plan& p, uint32_t cuts, uint32_t seed) {
+uint64_t monotonicNs() {
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
+}
+
+void sleepMs(uint32_t ms) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+}
+
+// Switch 1's probe stream over the member VLANs, one probe every `everyMs`.
+bool startStream(const lab::Plan& p, uint32_t everyMs, std::string* err) {
+    cli::Client c(lab::switchDir(p, 1), 2000);
+    cli::Answer a = c.sim("probe stream " + p.memberVlans + " " + std::to_string(everyMs));
+    if (!a.ok) *err = "switch 1: " + a.text;
+    return a.ok;
+}
+
+// Stops switch 1's stream; the ids it used.
+bool stopStream(const lab::Plan& p, uint64_t* first, uint64_t* last, std::string* err) {
+    cli::Client c(lab::switchDir(p, 1), 2000);
+    cli::Answer a = c.sim("probe stream off");
+    static const std::regex ids(R"(ids (0x[0-9a-f]+) to (0x[0-9a-f]+))");
+    std::smatch m;
+    if (!a.ok || !std::regex_search(a.text, m, ids)) {
+        *err = "switch 1: " + a.text;
+        return false;
+    }
+    *first = std::stoull(m[1].str(), nullptr, 16);
+    *last = std::stoull(m[2].str(), nullptr, 16);
+    return true;
+}
+
+// What switch i saw of the ids [first, last]: its runs, and how many it saw twice.
+bool streamSeen(const lab::Plan& p, uint32_t i, uint64_t first, uint64_t last,
+                std::vector<lab::ProbeRun>* runs, uint64_t* repeated, std::string* err) {
+    cli::Client c(lab::switchDir(p, i), 2000);
+    cli::Answer a =
+        c.sim("show probes seen " + std::to_string(first) + " " + std::to_string(last) + " --json");
+    nlohmann::json j = nlohmann::json::parse(a.text, nullptr, false);
+    if (!a.ok || !j.is_object() || !j["runs"].is_array()) {
+        *err = "switch " + std::to_string(i) + ": " + a.text;
+        return false;
+    }
+    for (const auto& r : j["runs"])
+        runs->push_back({r.value("first", uint64_t{0}), r.value("first_sent_ns", uint64_t{0}),
+                         r.value("last", uint64_t{0}), r.value("last_sent_ns", uint64_t{0})});
+    *repeated += j.value("repeated", uint64_t{0});
+    return true;
+}
+
+struct ConvergeOptions {
+    uint32_t cuts = 10, seed = 1, everyMs = 1;
+    bool dropLinkDown = false;  // the master loses every link-down frame
+};
+
+// Cuts and restores random cables; around each event switch 1 streams probes over the member
+// VLANs, and every switch's sightings tell when traffic stopped reaching some switch and when
+// it reached every switch again, to the stream's period, and whether any probe looped.
+int converge(const lab::Plan& p, const ConvergeOptions& o) {
     if (!waitComplete(p, std::chrono::seconds(5))) {
         std::fprintf(stderr, "vornlab: the ring is not complete; restore its cables first\n");
         return kExitFailed;
     }
-    const uint32_t vlan = firstMemberVlan(p);
-    std::mt19937 rng(seed);
-    std::vector<double> times;
-    uint32_t loops = 0, lost = 0;
-    auto measure = [&](const char* what, uint32_t a, uint32_t b) {
-        auto t0 = Clock::now();
-        bool reached = false, looped = false;
-        while (!reached && Clock::now() - t0 < std::chrono::seconds(3)) {
-            reached = true;
-            for (uint32_t from : {1u, p.switches / 2 + 1}) {
-                ProbeResult r = sendProbe(p, vlan, from, 20);
-                looped = looped || r.looped();
-                reached = reached && r.reachedAll();
-            }
-        }
-        double ms = std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
-        loops += looped ? 1 : 0;
-        lost += reached ? 0 : 1;
-        times.push_back(ms);
-        std::printf("%-7s %u-%u  %s in %7.1f ms%s\n", what, a, b,
-                    reached ? "every switch reached" : "NOT RECOVERED", ms, looped ? "  LOOP" : "");
+    cli::Client master(lab::switchDir(p, 1), 2000);
+    auto setDropLinkDown = [&](bool on) {
+        return master.sim(std::string("ring drop-link-down ") + (on ? "on" : "off")).ok;
     };
-    for (uint32_t k = 0; k < cuts; ++k) {
-        uint32_t a = rng() % p.switches + 1, b = a % p.switches + 1;
-        if (cable(p, a, b, true, false) != 0) return kExitFailed;
-        measure("cut", a, b);
-        if (cable(p, a, b, false, false) != 0) return kExitFailed;
-        measure("restore", a, b);
-        // The next cut starts from a complete ring.
-        waitComplete(p, std::chrono::seconds(5));
+    if (o.dropLinkDown && !setDropLinkDown(true)) {
+        std::fprintf(stderr, "vornlab: switch 1 did not take 'ring drop-link-down on'\n");
+        return kExitFailed;
     }
-    std::printf(
-        "%zu events: recovery p50 %.1f ms, p99 %.1f ms, max %.1f ms; loops %u; not "
-        "recovered %u\n",
-        times.size(), percentile(times, 0.5), percentile(times, 0.99), percentile(times, 1.0),
-        loops, lost);
-    return loops == 0 && lost == 0 ? 0 : kExitFailed;
+    std::mt19937 rng(o.seed);
+    std::vector<double> all, cutTimes, restoreTimes;
+    uint64_t missed = 0, lostAfter = 0;
+    uint32_t loops = 0, notRecovered = 0;
+    std::string err;
+    auto event = [&](bool cut, uint32_t a, uint32_t b) {
+        if (!startStream(p, o.everyMs, &err)) return false;
+        sleepMs(5 * o.everyMs);  // probes that reach every switch before the event
+        const uint64_t t0 = monotonicNs();
+        if (cable(p, a, b, cut, false) != 0) return false;
+        // The event runs its course, and the stream goes on long enough after it to show
+        // traffic that is lost again.
+        if (cut) {
+            sleepMs(p.deadMs + 2 * p.helloMs);
+        } else {
+            sleepMs(2 * p.helloMs);
+            waitComplete(p, std::chrono::seconds(5));
+            sleepMs(2 * p.helloMs);
+        }
+        uint64_t first = 0, last = 0, repeated = 0;
+        if (!stopStream(p, &first, &last, &err)) return false;
+        sleepMs(30);  // the last probes still on their way
+        std::vector<std::vector<lab::ProbeRun>> seen(p.switches);
+        for (uint32_t i = 1; i <= p.switches; ++i)
+            if (!streamSeen(p, i, first, last, &seen[i - 1], &repeated, &err)) return false;
+        lab::Recovery r = lab::recoveryOf(first, last, seen, t0);
+        (cut ? cutTimes : restoreTimes).push_back(r.ms);
+        all.push_back(r.ms);
+        missed += r.missed;
+        lostAfter += r.lostAfter;
+        loops += repeated > 0 ? 1 : 0;
+        notRecovered += r.recovered ? 0 : 1;
+        char line[200];
+        if (!r.recovered)
+            std::snprintf(line, sizeof(line), "NOT RECOVERED (%llu probes missed)",
+                          static_cast<unsigned long long>(r.missed));
+        else if (!r.interrupted)
+            std::snprintf(line, sizeof(line), "no probe missed");
+        else
+            std::snprintf(line, sizeof(line),
+                          "every switch reached again in %5.1f ms (%llu probes missed, the "
+                          "first %.1f ms after the event)",
+                          r.ms, static_cast<unsigned long long>(r.missed), r.stoppedMs);
+        std::printf("%-7s %u-%u  %s%s%s\n", cut ? "cut" : "restore", a, b, line,
+                    r.lostAfter > 0
+                        ? (", then " + std::to_string(r.lostAfter) + " LOST AFTER RECOVERY").c_str()
+                        : "",
+                    repeated > 0
+                        ? ("  LOOP: " + std::to_string(repeated) + " probes seen twice").c_str()
+                        : "");
+        return true;
+    };
+    bool ok = true;
+    for (uint32_t k = 0; ok && k < o.cuts; ++k) {
+        uint32_t a = rng() % p.switches + 1, b = a % p.switches + 1;
+        ok = event(true, a, b) && event(false, a, b);
+        // The next cut starts from a complete ring.
+        ok = ok && waitComplete(p, std::chrono::seconds(5));
+        if (!ok && err.empty()) err = "the ring did not become complete again";
+    }
+    if (o.dropLinkDown) setDropLinkDown(false);
+    // Without the link-down frame the master learns of a cut from its health frames, which
+    // stop coming back: within a dead-interval and the hello that would have come back.
+    const double bound = p.deadMs + p.helloMs;
+    const bool withinBound = !o.dropLinkDown || percentile(cutTimes, 1.0) <= bound;
+    if (!ok) {
+        std::fprintf(stderr, "vornlab: %s\n", err.c_str());
+        return kExitFailed;
+    }
+    auto figures = [](const std::vector<double>& v) {
+        char f[96];
+        std::snprintf(f, sizeof(f), "p50 %.1f ms, p99 %.1f ms, max %.1f ms", percentile(v, 0.5),
+                      percentile(v, 0.99), percentile(v, 1.0));
+        return std::string(f);
+    };
+    std::printf("%zu events (probe every %u ms on VLANs %s%s): recovery %s\n", all.size(),
+                o.everyMs, p.memberVlans.c_str(),
+                o.dropLinkDown ? ", link-down frames lost at switch 1" : "", figures(all).c_str());
+    std::printf("  cuts: %s; restores: %s\n", figures(cutTimes).c_str(),
+                figures(restoreTimes).c_str());
+    std::printf("  probes missed %llu, lost after recovery %llu; loops %u; not recovered %u\n",
+                static_cast<unsigned long long>(missed), static_cast<unsigned long long>(lostAfter),
+                loops, notRecovered);
+    if (o.dropLinkDown)
+        std::printf("  every cut recovered within dead-interval + hello-interval (%.0f ms): %s\n",
+                    bound, withinBound ? "yes" : "NO");
+    return loops == 0 && notRecovered == 0 && lostAfter == 0 && withinBound ? 0 : kExitFailed;
+}
+
+// The probes every switch has seen twice, all told.
+uint64_t probeLoops(const lab::Plan& p) {
+    uint64_t loops = 0;
+    for (uint32_t i = 1; i <= p.switches; ++i) {
+        cli::Client c(lab::switchDir(p, i), 2000);
+        nlohmann::json j = nlohmann::json::parse(c.sim("show probes --json").text, nullptr, false);
+        if (j.is_object()) loops += j.value("loops", uint64_t{0});
+    }
+    return loops;
 }
 
 // The "In use" column of every pool row of a switch's qelMemShow, by the row's name and size.
@@ -417,6 +547,13 @@ int soak(const lab::Plan& p, uint32_t seconds, uint32_t seed) {
     for (uint32_t i = 1; i <= p.switches; ++i) baseline.push_back(poolsInUse(lab::switchDir(p, i)));
     const uint32_t vlan = firstMemberVlan(p);
     const std::string vornctl = host::besideUs("vornctl");
+    // A probe stream runs through the whole soak, so that a loop between the checks shows too.
+    const uint64_t loopsBefore = probeLoops(p);
+    std::string err;
+    if (!startStream(p, kSoakStreamMs, &err)) {
+        std::fprintf(stderr, "vornlab: %s\n", err.c_str());
+        return kExitFailed;
+    }
     std::mt19937 rng(seed);
     uint32_t events = 0, loops = 0, lost = 0, failed = 0;
     auto end = Clock::now() + std::chrono::seconds(seconds);
@@ -440,7 +577,6 @@ int soak(const lab::Plan& p, uint32_t seconds, uint32_t seed) {
         } else {  // the ring's hello-interval changed and set back
             what = "hello-interval of switch " + std::to_string(a);
             std::string file = dir + "/lab-soak.conf";
-            std::string err;
             for (uint32_t hello : {p.helloMs + 10, p.helloMs}) {
                 ok = ok &&
                      host::writeFileAtomic(
@@ -465,7 +601,10 @@ int soak(const lab::Plan& p, uint32_t seconds, uint32_t seed) {
             std::printf("event %u (%s): %s%s%s\n", events, what.c_str(), ok ? "" : "refused; ",
                         reached ? "" : "not every switch reached; ", looped ? "LOOP" : "");
     }
+    uint64_t first = 0, last = 0;
+    const bool stopped = stopStream(p, &first, &last, &err);
     std::this_thread::sleep_for(std::chrono::milliseconds(500));  // the last acknowledgements
+    const uint64_t streamLoops = probeLoops(p) - loopsBefore;
     std::string leaks;
     for (uint32_t i = 1; i <= p.switches; ++i)
         for (const auto& [pool, inUse] : poolsInUse(lab::switchDir(p, i))) {
@@ -477,12 +616,17 @@ int soak(const lab::Plan& p, uint32_t seconds, uint32_t seed) {
         }
     std::string dead = deadManagers(p);
     std::printf(
-        "%u events in %u s: loops %u, not recovered %u, refused %u; pool blocks leaked: %s; "
-        "managers not answering: %s\n",
-        events, seconds, loops, lost, failed, leaks.empty() ? "none" : leaks.c_str(),
-        dead.empty() ? "none" : dead.c_str());
-    return loops == 0 && lost == 0 && failed == 0 && leaks.empty() && dead.empty() ? 0
-                                                                                   : kExitFailed;
+        "%u events in %u s: loops %u, not recovered %u, refused %u; probe stream: %llu probes, "
+        "%llu seen twice%s; pool blocks leaked: %s; managers not answering: %s\n",
+        events, seconds, loops, lost, failed,
+        static_cast<unsigned long long>(stopped ? last - first + 1 : 0),
+        static_cast<unsigned long long>(streamLoops),
+        stopped ? "" : (" (not stopped: " + err + ")").c_str(),
+        leaks.empty() ? "none" : leaks.c_str(), dead.empty() ? "none" : dead.c_str());
+    return loops == 0 && lost == 0 && failed == 0 && stopped && streamLoops == 0 && leaks.empty() &&
+                   dead.empty()
+               ? 0
+               : kExitFailed;
 }
 
 bool switchNumber(const lab::Plan& p, const std::string& w, uint32_t* n) {
@@ -498,7 +642,8 @@ int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     lab::Plan plan;
     plan.dir = host::defaultRunDir() + "-lab";
-    std::string hello, dead, vlans, cuts, seedText, minutesText, secondsText;
+    std::string hello, dead, vlans, cuts, seedText, minutesText, secondsText, everyText;
+    bool dropLinkDown = false;
     cmdline::Program prog{
         "vornlab",
         {{"dir", 0, "DIR", "the lab's directory (default: /tmp/vorn-<uid>-lab)",
@@ -508,13 +653,18 @@ int main(int argc, char** argv) {
          {"hello", 0, "MS", "hello-interval (default 50), with up", cmdline::store(&hello)},
          {"dead", 0, "MS", "dead-interval (default 150), with up", cmdline::store(&dead)},
          {"cuts", 0, "K", "cable cuts (default 10), with converge", cmdline::store(&cuts)},
+         {"every", 0, "MS", "probe interval of converge's probe stream (default 1)",
+          cmdline::store(&everyText)},
+         {"drop-link-down", 0, "",
+          "with converge: switch 1, the master, loses every link-down frame",
+          cmdline::set(&dropLinkDown)},
          {"seed", 0, "N", "seed of the random events (default 1), with converge and soak",
           cmdline::store(&seedText)},
          {"minutes", 0, "M", "how long soak runs (default 1)", cmdline::store(&minutesText)},
          {"seconds", 0, "S", "... or in seconds", cmdline::store(&secondsText)}},
         {"[OPTIONS] up N", "[--dir DIR] down", "[--dir DIR] show [--svg FILE]",
          "[--dir DIR] cut A B", "[--dir DIR] restore A B", "[--dir DIR] probe VLAN FROM",
-         "[--dir DIR] [--cuts K] [--seed N] converge",
+         "[--dir DIR] [--cuts K] [--seed N] [--every MS] [--drop-link-down] converge",
          "[--dir DIR] [--minutes M | --seconds S] [--seed N] soak"},
         "A ring of N simulated switches (vornsim with its manager, two cards each), cabled\n"
         "east Gi 0/1 to west Gi 1/1, running ring 1 on control VLAN 10; switch 1 is the master.",
@@ -562,11 +712,15 @@ int main(int argc, char** argv) {
         return soak(plan, minutes * 60 + secs, seed);
     }
     if (cmd == "converge" && words.size() == 1) {
-        uint32_t n = 10, seed = 1;
-        if ((!cuts.empty() && !number::parse(cuts, 1, 100000, "cut count", &n, &err)) ||
-            (!seedText.empty() && !number::parse(seedText, 0, UINT32_MAX, "seed", &seed, &err)))
+        ConvergeOptions co;
+        co.dropLinkDown = dropLinkDown;
+        if ((!cuts.empty() && !number::parse(cuts, 1, 100000, "cut count", &co.cuts, &err)) ||
+            (!seedText.empty() &&
+             !number::parse(seedText, 0, UINT32_MAX, "seed", &co.seed, &err)) ||
+            (!everyText.empty() &&
+             !number::parse(everyText, 1, 1000, "probe interval (ms)", &co.everyMs, &err)))
             return refuse(err);
-        return converge(plan, n, seed);
+        return converge(plan, co);
     }
     if (cmd == "probe" && words.size() == 3) {
         uint32_t vlan = 0, from = 0;

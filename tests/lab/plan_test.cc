@@ -68,5 +68,83 @@ TEST(LabPlan, TheDrawingMarksTheMasterBlockingPortsAndDownCables) {
     EXPECT_EQ(dashed, 2u);
 }
 
+// Runs of three switches over probe ids 100..109, injected 1 ms apart from 1000 ms on; the
+// event happens at 1002 ms (probe 102).
+TEST(LabPlan, RecoveryIsWhenTheFirstProbeReachedEverySwitchAgain) {
+    constexpr uint64_t kMs = 1000000, kEvent = 1002 * kMs;
+    auto run = [](uint64_t a, uint64_t b) {
+        return ProbeRun{a, (900 + a) * kMs, b, (900 + b) * kMs};
+    };
+    const std::vector<ProbeRun> all = {run(100, 109)};
+    const struct {
+        const char* name;
+        std::vector<std::vector<ProbeRun>> seen;
+        bool interrupted, recovered;
+        double stoppedMs, ms;
+        uint64_t missed, lostAfter;
+    } cases[] = {
+        {"nothing missed", {all, all, all}, false, true, 0, 0, 0, 0},
+        {"one switch misses 103-105",
+         {all, {run(100, 102), run(106, 109)}, all},
+         true,
+         true,
+         0,
+         4,
+         3,
+         0},
+        {"the later of two resumptions counts",
+         {{run(100, 102), run(105, 109)}, {run(100, 102), run(107, 109)}, all},
+         true,
+         true,
+         0,
+         5,
+         4,
+         0},
+        {"traffic stops after the event, as on a restore",
+         {all, all, {run(100, 106), run(109, 109)}},
+         true,
+         true,
+         4,
+         3,
+         2,
+         0},
+        {"never resumes", {all, {run(100, 106)}, all}, true, false, 0, 0, 3, 0},
+        {"lost again after recovery",
+         {all, {run(100, 102), run(105, 106), run(108, 109)}, all},
+         true,
+         true,
+         0,
+         3,
+         2,
+         1},
+        {"missed before the event: no negative time",
+         {{run(101, 109)}, all, all},
+         true,
+         true,
+         0,
+         0,
+         1,
+         0},
+        {"runs outside the span are cut to it",
+         {{run(90, 120)}, all, all},
+         false,
+         true,
+         0,
+         0,
+         0,
+         0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Recovery r = recoveryOf(100, 109, c.seen, kEvent);
+        EXPECT_EQ(r.interrupted, c.interrupted);
+        EXPECT_EQ(r.recovered, c.recovered);
+        EXPECT_DOUBLE_EQ(r.stoppedMs, c.stoppedMs);
+        EXPECT_DOUBLE_EQ(r.ms, c.ms);
+        EXPECT_EQ(r.missed, c.missed);
+        EXPECT_EQ(r.lostAfter, c.lostAfter);
+    }
+}
+
 }  // namespace
 }  // namespace vorn::lab
