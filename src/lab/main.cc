@@ -398,8 +398,9 @@ int converge(const lab::Plan& p, const ConvergeOptions& o) {
         std::fprintf(stderr, "vornlab: the ring is not complete; restore its cables first\n");
         return kExitFailed;
     }
-    cli::Client master(lab::switchDir(p, 1), 2000);
+    // A client of its own each time: a client speaks for one run directory at a time.
     auto setDropLinkDown = [&](bool on) {
+        cli::Client master(lab::switchDir(p, 1), 2000);
         return master.sim(std::string("ring drop-link-down ") + (on ? "on" : "off")).ok;
     };
     if (o.dropLinkDown && !setDropLinkDown(true)) {
@@ -466,7 +467,10 @@ int converge(const lab::Plan& p, const ConvergeOptions& o) {
         ok = ok && waitComplete(p, std::chrono::seconds(5));
         if (!ok && err.empty()) err = "the ring did not become complete again";
     }
-    if (o.dropLinkDown) setDropLinkDown(false);
+    if (o.dropLinkDown && !setDropLinkDown(false) && ok) {
+        err = "switch 1 did not take 'ring drop-link-down off'";
+        ok = false;
+    }
     // Without the link-down frame the master learns of a cut from its health frames, which
     // stop coming back: within a dead-interval and the hello that would have come back.
     const double bound = p.deadMs + p.helloMs;
