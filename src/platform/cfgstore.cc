@@ -53,25 +53,33 @@ struct Key {
     }
 };
 
+using Lines = std::map<Key, std::string>;
+
 struct Store {
     std::mutex mu;
-    std::map<Key, std::string> lines;
+    Lines running;              // the ring lines: DIR/running-config
+    Lines debug;                // the debug header and entries: DIR/debug-config
     bool runningDirty = false;  // changed since DIR/running-config was last written
     bool debugDirty = false;    // changed since DIR/debug-config was last written
 };
+
+Lines& linesOf(Store& s, QelCfgSection section) {
+    return section == QelCfgSection::kRing ? s.running : s.debug;
+}
 
 Store& store() {
     static Store s;
     return s;
 }
 
-// The text of one file: every line of the given sections, in key order, each followed by
-// "\r\n". Caller holds the lock.
-std::string render(const Store& s, bool debugFile) {
+// The text of one file: its lines in key order, each followed by "\r\n". Caller holds the
+// lock.
+std::string render(const Lines& lines) {
+    size_t size = 0;
+    for (const auto& [key, text] : lines) size += text.size() + 2;
     std::string out;
-    for (const auto& [key, text] : s.lines) {
-        bool isDebug = key.section != QelCfgSection::kRing;
-        if (isDebug != debugFile) continue;
+    out.reserve(size);
+    for (const auto& [key, text] : lines) {
         out += text;
         out += "\r\n";
     }
@@ -79,6 +87,11 @@ std::string render(const Store& s, bool debugFile) {
 }
 
 // Replaces DIR/name whole. Returns false, with the reason on stderr.
+//
+// The files hold the switch's live configuration, which a switch keeps in memory: a reader,
+// and a manager started again, must see the old file or the whole new one, and the rename
+// gives that. Nothing asks them to outlive the host, so they are not flushed to disk: a flush
+// after every change cost more than the change itself.
 bool writeAtomic(const std::string& name, const std::string& content) {
     const std::string& dir = vorn::host::options().rundir;
     if (dir.empty()) {
@@ -86,7 +99,8 @@ bool writeAtomic(const std::string& name, const std::string& content) {
         return false;
     }
     std::string err;
-    if (!vorn::host::writeFileAtomic(dir + "/" + name, content, &err)) {
+    if (!vorn::host::writeFileAtomic(dir + "/" + name, content, &err,
+                                     vorn::host::FileSync::kNone)) {
         std::fprintf(stderr, "cfgstore: %s\n", err.c_str());
         return false;
     }
@@ -98,11 +112,11 @@ bool writeAtomic(const std::string& name, const std::string& content) {
 bool commitLocked(Store& s) {
     bool ok = true;
     if (s.runningDirty) {
-        s.runningDirty = !writeAtomic(vorn::host::kRunningConfigFile, render(s, false));
+        s.runningDirty = !writeAtomic(vorn::host::kRunningConfigFile, render(s.running));
         ok = ok && !s.runningDirty;
     }
     if (s.debugDirty) {
-        s.debugDirty = !writeAtomic(vorn::host::kDebugConfigFile, render(s, true));
+        s.debugDirty = !writeAtomic(vorn::host::kDebugConfigFile, render(s.debug));
         ok = ok && !s.debugDirty;
     }
     return ok;
@@ -122,7 +136,7 @@ int qelCfgInsert(QelKey key, const QelCfgRecord& record) {
     if (key < 0) return -1;
     Store& s = store();
     std::lock_guard<std::mutex> lock(s.mu);
-    s.lines.insert_or_assign(Key(record), record.text);
+    linesOf(s, record.section).insert_or_assign(Key(record), record.text);
     markDirty(s, record);
     return 0;
 }
@@ -131,7 +145,7 @@ int qelCfgRemoveExact(QelKey key, const QelCfgRecord& record) {
     if (key < 0) return -1;
     Store& s = store();
     std::lock_guard<std::mutex> lock(s.mu);
-    if (s.lines.erase(Key(record)) == 0) return -1;
+    if (linesOf(s, record.section).erase(Key(record)) == 0) return -1;
     markDirty(s, record);
     return 0;
 }
@@ -155,25 +169,26 @@ bool cfgStoreCommit() {
 std::string cfgRunningConfigText() {
     Store& s = store();
     std::lock_guard<std::mutex> lock(s.mu);
-    return render(s, false);
+    return render(s.running);
 }
 
 std::string cfgDebugConfigText() {
     Store& s = store();
     std::lock_guard<std::mutex> lock(s.mu);
-    return render(s, true);
+    return render(s.debug);
 }
 
 size_t cfgLineCount() {
     Store& s = store();
     std::lock_guard<std::mutex> lock(s.mu);
-    return s.lines.size();
+    return s.running.size() + s.debug.size();
 }
 
 void resetCfgStoreForTest() {
     Store& s = store();
     std::lock_guard<std::mutex> lock(s.mu);
-    s.lines.clear();
+    s.running.clear();
+    s.debug.clear();
     s.runningDirty = s.debugDirty = false;
 }
 

@@ -54,7 +54,9 @@ bool checkRunDir(const std::string& dir, std::string* err) {
     return true;
 }
 
-bool writeFileAtomic(const std::string& path, std::string_view content, std::string* err) {
+bool writeFileAtomic(const std::string& path, std::string_view content, std::string* err,
+                     FileSync sync) {
+    const bool toDisk = sync == FileSync::kToDisk;
     std::string dir = dirOf(path);
     std::string tmp = path + ".tmp." + std::to_string(getpid());
     // A stale temporary file of an earlier process with our pid goes first.
@@ -72,7 +74,7 @@ bool writeFileAtomic(const std::string& path, std::string_view content, std::str
         ok = n > 0;
         if (ok) done += static_cast<size_t>(n);
     }
-    ok = ok && fdatasync(fd) == 0;
+    ok = ok && (!toDisk || fdatasync(fd) == 0);
     int savedErrno = errno;
     ok = close(fd) == 0 && ok;
     if (ok && rename(tmp.c_str(), path.c_str()) != 0) {
@@ -85,6 +87,7 @@ bool writeFileAtomic(const std::string& path, std::string_view content, std::str
         unlink(tmp.c_str());
         return false;
     }
+    if (!toDisk) return true;
     // The rename itself reaches the disk with the directory.
     int dfd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dfd >= 0) {

@@ -18,11 +18,18 @@ inline constexpr int kRunDirOpenFlags = O_NOFOLLOW | O_CLOEXEC;
 // another user, or one that the group or others may write.
 bool checkRunDir(const std::string& dir, std::string* err);
 
+// How far a replaced file must get before writeFileAtomic returns.
+enum class FileSync {
+    kToDisk,  // on disk: the new file survives a power loss
+    kNone,    // in the page cache: it survives the process, as live state needs
+};
+
 // Replaces `path` with `content` so that a reader sees either the old file or the whole new
-// one, also across a crash: a temporary file (mode 0600) beside it, written and flushed to
-// disk, renamed over it, then the directory flushed. Returns false with the reason in *err;
-// the old file is then untouched and no temporary file is left.
-bool writeFileAtomic(const std::string& path, std::string_view content, std::string* err);
+// one: a temporary file (mode 0600) beside it, written (and with kToDisk flushed to disk),
+// renamed over it (and with kToDisk the directory flushed). Returns false with the reason in
+// *err; the old file is then untouched and no temporary file is left.
+bool writeFileAtomic(const std::string& path, std::string_view content, std::string* err,
+                     FileSync sync = FileSync::kToDisk);
 
 // `program` in the directory of the running program (the programs are built side by side),
 // or just its name when that directory cannot be known.
