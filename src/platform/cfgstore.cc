@@ -12,7 +12,9 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <memory_resource>
 #include <mutex>
+#include <string_view>
 #include <tuple>
 
 #include "platform/ipc_internal.h"
@@ -53,12 +55,16 @@ struct Key {
     }
 };
 
-using Lines = std::map<Key, std::string>;
+using Lines = std::pmr::map<Key, std::pmr::string>;
 
+// The lines live as long as the configuration, and are made while a burst of message
+// buffers comes and goes; from a pool of their own they lie together instead of scattered
+// between those buffers, where each would keep a page of freed memory resident.
 struct Store {
     std::mutex mu;
-    Lines running;              // the ring lines: DIR/running-config
-    Lines debug;                // the debug header and entries: DIR/debug-config
+    std::pmr::unsynchronized_pool_resource pool;  // guarded by mu, as the lines are
+    Lines running{&pool};                         // the ring lines: DIR/running-config
+    Lines debug{&pool};                           // the debug header and entries: DIR/debug-config
     bool runningDirty = false;  // changed since DIR/running-config was last written
     bool debugDirty = false;    // changed since DIR/debug-config was last written
 };
@@ -136,7 +142,9 @@ int qelCfgInsert(QelKey key, const QelCfgRecord& record) {
     if (key < 0) return -1;
     Store& s = store();
     std::lock_guard<std::mutex> lock(s.mu);
-    linesOf(s, record.section).insert_or_assign(Key(record), record.text);
+    Lines& lines = linesOf(s, record.section);
+    lines.insert_or_assign(Key(record),
+                           std::pmr::string(std::string_view(record.text), lines.get_allocator()));
     markDirty(s, record);
     return 0;
 }

@@ -1,19 +1,29 @@
 // Host edition of the memory partitions and pools.
 //
-// Every block comes from the C heap (calloc, so it is zeroed and suitably aligned) and is
-// recorded in one map from its address to the accounting row that handed it out. That map
-// is the only authority on what may be freed: an address not in it (never handed out,
-// already freed, or handed out by another kind of allocator) is refused with -1. One mutex
-// guards all of it, since the manager, its tests and in-process peers allocate from
-// several threads.
+// Blocks of the variable partitions and the heap come from the C heap (calloc, so they are
+// zeroed and suitably aligned), each recorded in one map from its address to the accounting
+// row that handed it out. A fixed pool's blocks live in slabs of its own, as a switch
+// platform's pools do: the manager's tables (ports, VLANs, rings) are long-lived, and kept
+// apart from the message buffers that come and go they neither carry a heap header each nor
+// pin the pages of freed buffers between them. A slab is a mapping of its own (above the C
+// library's mmap threshold), whose pages cost memory only once a block in them is used;
+// freed blocks go back to their pool, and the slabs to the system when the pool is freed.
+//
+// The block map and the slabs' in-use marks are the only authority on what may be freed: an
+// address handed out by neither (never handed out, already freed, or handed out by another
+// kind of allocator) is refused with -1. One mutex guards all of it, since the manager, its
+// tests and in-process peers allocate from several threads.
 #include "platform/mem.h"
 
 #include <malloc.h>
+#include <sanitizer/asan_interface.h>
 
 #include <algorithm>
 #include <cinttypes>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -46,6 +56,39 @@ struct VarPartition {
     std::vector<std::unique_ptr<Row>> classes;
 };
 
+// A fixed pool: its accounting and its slabs of equal blocks.
+struct FixedPool {
+    Row row;
+    size_t stride = 0;   // bytes from one block to the next
+    size_t perSlab = 0;  // blocks in a slab
+    std::vector<void*> slabs;
+    std::vector<void*> free;  // blocks handed back, handed out again first
+};
+
+// Where a slab lies, for telling a block of it from any other address.
+struct Slab {
+    FixedPool* pool;
+    std::vector<bool> used;  // by block
+};
+
+// Bytes of a slab: past the C library's mmap threshold, so each is a mapping of its own.
+constexpr size_t kSlabBytes = 256 * 1024;
+
+// Under AddressSanitizer a slab's blocks are kept apart by a poisoned gap, and a block is
+// poisoned while it is free, so that a write past a table entry or into a freed one is
+// caught as it is with a block of its own.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr size_t kRedZone = 32;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr size_t kRedZone = 32;
+#else
+constexpr size_t kRedZone = 0;
+#endif
+#else
+constexpr size_t kRedZone = 0;
+#endif
+
 struct FixedRange {
     uint32_t first = 0;
     uint32_t end = 0;  // exclusive
@@ -64,7 +107,8 @@ struct MemState {
     std::mutex mu;
     std::map<uint32_t, VarPartition> vars;
     std::vector<FixedRange> fixedRanges;
-    std::map<uint32_t, std::unique_ptr<Row>> pools;
+    std::map<uint32_t, std::unique_ptr<FixedPool>> pools;
+    std::map<uintptr_t, Slab> slabs;  // by start address
     Row heap{"sys", 0, 0};
     std::unordered_map<void*, Owner> blocks;
     std::vector<Injection> injections;
@@ -100,6 +144,67 @@ void* allocFrom(MemState& s, Row& row, Kind kind, size_t bytes) {
     return p;
 }
 
+// Hands out a zeroed block of a fixed pool, from its free blocks or a new slab.
+void* allocFixed(MemState& s, FixedPool& pool) {
+    Row& row = pool.row;
+    if (takeInjection(s, row)) {
+        ++row.failures;
+        return nullptr;
+    }
+    if (pool.free.empty()) {
+        void* slab = std::calloc(pool.perSlab, pool.stride);
+        if (slab == nullptr) {
+            ++row.failures;
+            return nullptr;
+        }
+        ASAN_POISON_MEMORY_REGION(slab, pool.perSlab * pool.stride);
+        pool.slabs.push_back(slab);
+        s.slabs.emplace(reinterpret_cast<uintptr_t>(slab),
+                        Slab{&pool, std::vector<bool>(pool.perSlab, false)});
+        // Handed out from the slab's start, so that its pages are touched in order.
+        for (size_t i = pool.perSlab; i-- > 0;)
+            pool.free.push_back(static_cast<uint8_t*>(slab) + i * pool.stride);
+    }
+    void* p = pool.free.back();
+    pool.free.pop_back();
+    auto slab = std::prev(s.slabs.upper_bound(reinterpret_cast<uintptr_t>(p)));
+    slab->second.used[(reinterpret_cast<uintptr_t>(p) - slab->first) / pool.stride] = true;
+    ASAN_UNPOISON_MEMORY_REGION(p, row.size);
+    std::memset(p, 0, row.size);
+    ++row.total;
+    row.peak = std::max(row.peak, ++row.inUse);
+    return p;
+}
+
+// Takes back a block of a fixed pool; -1 for any address that is not one handed out.
+int freeFixed(MemState& s, void* p) {
+    const auto at = reinterpret_cast<uintptr_t>(p);
+    auto slab = s.slabs.upper_bound(at);
+    if (slab == s.slabs.begin()) return -1;
+    --slab;
+    FixedPool& pool = *slab->second.pool;
+    const uintptr_t off = at - slab->first;
+    if (off % pool.stride != 0 || off / pool.stride >= pool.perSlab) return -1;
+    std::vector<bool>& used = slab->second.used;
+    if (!used[off / pool.stride]) return -1;
+    used[off / pool.stride] = false;
+    ASAN_POISON_MEMORY_REGION(p, pool.row.size);
+    --pool.row.inUse;
+    pool.free.push_back(p);
+    return 0;
+}
+
+// Gives a fixed pool's slabs back to the system.
+void releaseSlabsOf(MemState& s, FixedPool& pool) {
+    for (void* slab : pool.slabs) {
+        ASAN_UNPOISON_MEMORY_REGION(slab, pool.perSlab * pool.stride);
+        s.slabs.erase(reinterpret_cast<uintptr_t>(slab));
+        std::free(slab);
+    }
+    pool.slabs.clear();
+    pool.free.clear();
+}
+
 // Every this many bytes of blocks freed, the C library is asked to give its free memory back
 // to the system: a burst of message buffers (a configuration replayed to twelve agents) would
 // otherwise stay in the process's resident size for good.
@@ -110,6 +215,7 @@ int freeBlock(Kind kind, void* p) {
     bool trim = false;
     {
         std::lock_guard<std::mutex> lock(s.mu);
+        if (kind == Kind::kFixed) return freeFixed(s, p);
         auto it = s.blocks.find(p);
         if (it == s.blocks.end() || it->second.kind != kind) return -1;
         Row* row = it->second.row;
@@ -197,8 +303,12 @@ int qelMC_M_memPoolCreate(const char* name, uint32_t poolId, int flags, uint32_t
         std::any_of(s.fixedRanges.begin(), s.fixedRanges.end(),
                     [&](const FixedRange& r) { return poolId >= r.first && poolId < r.end; });
     if (!inRange || s.pools.count(poolId) != 0) return -1;
-    s.pools.emplace(poolId,
-                    std::make_unique<Row>(Row{name != nullptr ? name : "", poolId, blockSize}));
+    auto pool = std::make_unique<FixedPool>();
+    pool->row = Row{name != nullptr ? name : "", poolId, blockSize};
+    pool->stride = (blockSize + kRedZone + alignof(std::max_align_t) - 1) /
+                   alignof(std::max_align_t) * alignof(std::max_align_t);
+    pool->perSlab = std::max<size_t>(1, kSlabBytes / pool->stride);
+    s.pools.emplace(poolId, std::move(pool));
     return 0;
 }
 
@@ -208,12 +318,12 @@ void* qelMC_M_memBlockAlloc(const char* file, int line, int tag, uint32_t size, 
     std::lock_guard<std::mutex> lock(s.mu);
     auto it = s.pools.find(poolId);
     if (it == s.pools.end()) return nullptr;
-    Row& row = *it->second;
-    if (size > row.size) {
-        ++row.failures;
+    FixedPool& pool = *it->second;
+    if (size > pool.row.size) {
+        ++pool.row.failures;
         return nullptr;
     }
-    return allocFrom(s, row, Kind::kFixed, row.size);
+    return allocFixed(s, pool);
 }
 
 int qelMC_M_memBlockFree(const char* file, int line, void* block) {
@@ -255,7 +365,7 @@ int M_memPoolFree(const char* file, int line, uint32_t poolId, int) {
     std::lock_guard<std::mutex> lock(s.mu);
     auto it = s.pools.find(poolId);
     if (it == s.pools.end()) return -1;
-    releaseBlocksOf(s, {it->second.get()});
+    releaseSlabsOf(s, *it->second);
     s.pools.erase(it);
     return 0;
 }
@@ -293,7 +403,7 @@ std::vector<MemClassStats> memStats() {
     for (const auto& [id, part] : s.vars) {
         for (const auto& r : part.classes) out.push_back(toStats(*r));
     }
-    for (const auto& [id, pool] : s.pools) out.push_back(toStats(*pool));
+    for (const auto& [id, pool] : s.pools) out.push_back(toStats(pool->row));
     out.push_back(toStats(s.heap));
     return out;
 }
@@ -311,6 +421,7 @@ void resetMemForTest() {
     std::lock_guard<std::mutex> lock(s.mu);
     for (auto& [p, owner] : s.blocks) std::free(p);
     s.blocks.clear();
+    for (auto& [id, pool] : s.pools) releaseSlabsOf(s, *pool);
     s.vars.clear();
     s.fixedRanges.clear();
     s.pools.clear();

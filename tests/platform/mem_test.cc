@@ -133,6 +133,23 @@ TEST_F(MemTest, FixedPoolsLieInTheirRangeCheckSizeAndAreFreedWhole) {
     EXPECT_EQ(poolFree(p), 0);
     EXPECT_EQ(poolFree(p), -1);
 
+    // Blocks span slabs, each its own; a freed one comes back zeroed; an address inside a
+    // block, or one of a variable partition, is no block of the pool.
+    std::vector<uint8_t*> many;
+    for (int i = 0; i < 600; ++i) many.push_back(static_cast<uint8_t*>(poolAlloc(1096)));
+    std::vector<uint8_t*> sorted = many;
+    std::sort(sorted.begin(), sorted.end());
+    for (size_t i = 1; i < sorted.size(); ++i) EXPECT_GE(sorted[i] - sorted[i - 1], 1096);
+    std::memset(many[300], 0xAB, 1096);
+    EXPECT_EQ(poolFree(many[300] + 8), -1);
+    EXPECT_EQ(poolFree(many[300]), 0);
+    EXPECT_EQ(poolAlloc(1096), many[300]);
+    EXPECT_TRUE(allZero(many[300], 1096));
+    void* v = varAlloc(100);
+    EXPECT_EQ(poolFree(v), -1);
+    EXPECT_EQ(varFree(v), 0);
+    for (uint8_t* q : many) EXPECT_EQ(poolFree(q), 0);
+
     // One line per pool and class: header, 5 classes, the pool, the heap.
     testing::internal::CaptureStdout();
     qelMemShow();
@@ -148,6 +165,24 @@ TEST_F(MemTest, FixedPoolsLieInTheirRangeCheckSizeAndAreFreedWhole) {
     EXPECT_EQ(poolAlloc(100), nullptr);
     EXPECT_EQ(M_memPoolFree(__FILE__, __LINE__, 0x530000, 0), -1);
     EXPECT_EQ(qelMC_M_memPoolCreate("VORN_PORT_MEM_POOL", 0x530000, 0, 1096), 0);
+}
+
+// Under AddressSanitizer a pool block is watched as a block of its own would be: a write past
+// its end, or into it once freed, is caught.
+TEST_F(MemTest, PoolBlocksStayWatchedByTheAddressSanitizer) {
+#if defined(__SANITIZE_ADDRESS__)
+    constexpr bool kAsan = true;
+#elif defined(__has_feature)
+    constexpr bool kAsan = __has_feature(address_sanitizer);
+#else
+    constexpr bool kAsan = false;
+#endif
+    if (!kAsan) GTEST_SKIP() << "built without AddressSanitizer";
+    fixedPool();
+    volatile uint8_t* p = static_cast<uint8_t*>(poolAlloc(1096));
+    EXPECT_DEATH(p[1096] = 1, "use-after-poison");
+    EXPECT_EQ(poolFree(const_cast<uint8_t*>(p)), 0);
+    EXPECT_DEATH(p[0] = 1, "use-after-poison");
 }
 
 }  // namespace
