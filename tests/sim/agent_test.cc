@@ -384,5 +384,27 @@ TEST_F(AgentTest, DropLinkDownLosesTheTransitsLinkDownAndTheMastersToo) {
     EXPECT_FALSE(agent_.onFrame(m1, std::vector<uint8_t>(rp::kFrameLen, 0)));
 }
 
+// A ring on a LAG: its frames leave by a member whose link is up, and one arriving on any
+// member is the LAG's.
+TEST_F(AgentTest, ARingOnALagSendsByAnUpMemberAndHearsOnAnyMember) {
+    const uint32_t lag = test::po(5), down = gi(1, 3), up = gi(1, 4), sec = gi(1, 5);
+    registerAgent();
+    std::vector<uint8_t> info = ifInfo({{lag, true}, {down, false}, {up, true}, {sec, true}});
+    be::Writer w(info.data(), info.size());
+    for (size_t rec : {1u, 2u}) w.u32(8 + 20 * rec + agt::ifinfo::kOffLagIf, lag);
+    send(0x6403, info);
+    send(0x6402, ringCfg({{.ring = 6, .ringAction = 3, .pri = lag, .sec = sec, .mode = 2}}));
+    ASSERT_EQ(nextReport().size(), 1u);
+    sent_.clear();
+    send(kIfm, operCopy({{sec, false}}));
+    EXPECT_EQ(nextReport().size(), 1u);
+    ASSERT_EQ(sent_.size(), 1u);
+    EXPECT_EQ(sentOut(up, rp::FrameType::kLinkDown), 1u);
+    uint8_t flush[rp::kFrameLen];
+    rp::encodeFrame({rp::FrameType::kFlush, 6, 10, agent_.switchId() + 1, 1}, flush);
+    EXPECT_TRUE(agent_.onFrame(up, flush));
+    EXPECT_FALSE(agent_.onFrame(gi(1, 6), flush));  // no member of the ring's interfaces
+}
+
 }  // namespace
 }  // namespace vorn
