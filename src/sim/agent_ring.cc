@@ -238,7 +238,8 @@ bool Agent::onFrame(uint32_t ifIndex, std::span<const uint8_t> bytes) {
     }
     const rp::Side side = ringIf == n.primary ? rp::Side::kPrimary : rp::Side::kSecondary;
     drive(f.ringId, ring, false,
-          std::string(rp::frameTypeName(f.type)) + " on " + cli::shortIfName(ifIndex),
+          std::string(rp::frameTypeName(f.type)) + " on " + cli::shortIfName(ifIndex) +
+              " from switch " + std::to_string(f.sender),
           [&](rp::RingNode& node, int64_t now) { return node.onFrame(side, f, now); });
     sendPendingReports();
     return true;

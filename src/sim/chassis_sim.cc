@@ -71,6 +71,7 @@ ChassisSim::ChassisSim(SimOptions opts)
         }
         for (std::optional<Agent>& a : agents_)
             if (a && a->onFrame(ifIndex, frame)) return;
+        bridgeControlFrame(ifIndex, frame);
     });
     l2pm_.setOnRegistered([this] {
         sendDownload();

@@ -15,8 +15,11 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <optional>
+#include <set>
+#include <span>
 #include <string>
 
 #include "sim/agent.h"
@@ -105,6 +108,12 @@ private:
     // switch it would have reached long before.
     std::vector<uint32_t> forwardingPorts(uint16_t vlan, uint64_t sentNs);
     void watchCabledPorts();
+    // A ring control frame that no ring running here took crosses the switch as any frame of
+    // its VLAN does. A switch that runs no node of the ring (its agent gone with its card,
+    // its manager driving the ports) still bridges the control VLAN, so that the master's
+    // health frames come round and it keeps its secondary blocked. Each frame is bridged
+    // once: with no master running to stop it, one would otherwise go round for ever.
+    void bridgeControlFrame(uint32_t ifIndex, std::span<const uint8_t> frame);
     // Whether L2PM's state forwards a VLAN on a port; whether it blocks every VLAN of a bitmap
     // that a port carries.
     bool l2pmForwards(uint32_t ifIndex, uint16_t vlan) const;
@@ -161,6 +170,10 @@ private:
     long lastWatchMs_ = -1;
     int streamDueMs_ = -1;                 // until the probe stream's next probe; -1: no stream
     std::map<uint32_t, PortWatch> watch_;  // by cabled port
+    static constexpr size_t kBridgedKept = 1024;
+    std::set<std::pair<uint32_t, uint32_t>> bridged_;         // (sender, sequence) of frames
+    std::deque<std::pair<uint32_t, uint32_t>> bridgedOrder_;  // ... oldest first
+    uint64_t controlFramesBridged_ = 0;
     bool managerEndedAlone_ = false;
     bool started_ = false;
     bool replayPending_ = false;

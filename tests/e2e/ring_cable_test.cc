@@ -77,6 +77,24 @@ TEST(RingCableE2e, ACutBetweenTransitsUnblocksTheMastersSecondaryWithOrWithoutLi
         EXPECT_TRUE(master.shows("sim", "show agents", complete));
         EXPECT_TRUE(master.shows("sim", "show l2pm", "Gi 1/1: forwarding 10; blocking 20-29"));
     }
+
+    // A transit whose ring is disabled runs no node, but bridges the control VLAN like any
+    // other: the master's health frames still come round, for longer than a dead-interval.
+    master.run("sim", "ring drop-link-down off");
+    const std::string file = sw[1]->base() + "/off.cfg";
+    std::ofstream(file) << "protocol vorn 5\n disable\n";
+    ASSERT_EQ(sw[1]->ctl({"-f", file}), 0);
+    EXPECT_TRUE(sw[1]->shows("sim", "show agents", "1 ring (1 designated here, 0 running)"));
+    const std::string bridged = "control frames bridged (no ring running here took them): ";
+    EXPECT_TRUE(e2e::eventually(
+        [&] {
+            std::string out;
+            sw[1]->ctl({"sim", "show cables"}, &out);
+            size_t at = out.find(bridged);
+            return at != std::string::npos && std::stoul(out.substr(at + bridged.size())) >= 12;
+        },
+        5000));
+    EXPECT_TRUE(master.shows("sim", "show agents", complete)) << master.simLog();
     for (auto& c : sw) EXPECT_EQ(c->stop(), 0);
 }
 
