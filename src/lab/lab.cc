@@ -162,6 +162,14 @@ Recovery recoveryOf(uint64_t first, uint64_t last, const std::vector<std::vector
             back = i;
         } else if (!reached) {
             ++r.lostAfter;
+            for (size_t sw = 0; sw < seen.size(); ++sw) {
+                const bool saw =
+                    std::any_of(seen[sw].begin(), seen[sw].end(), [&](const ProbeRun& run) {
+                        return run.first <= first + i && first + i <= run.last;
+                    });
+                if (!saw && std::find(r.lostAt.begin(), r.lostAt.end(), sw) == r.lostAt.end())
+                    r.lostAt.push_back(sw);
+            }
         }
     }
     if (!r.interrupted) return r;

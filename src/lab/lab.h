@@ -62,12 +62,13 @@ struct ProbeRun {
 // the later of the event and the injection of the last probe that reached every switch
 // before the interruption.
 struct Recovery {
-    bool interrupted = false;  // some probe missed some switch
-    bool recovered = true;     // from some probe on, every probe reached every switch
-    double ms = 0;             // from the interruption to when that probe was injected
-    double stoppedMs = 0;      // from the event to the interruption
-    uint64_t missed = 0;       // probes that missed a switch, before that probe
-    uint64_t lostAfter = 0;    // ... and after it: traffic lost once more
+    bool interrupted = false;      // some probe missed some switch
+    bool recovered = true;         // from some probe on, every probe reached every switch
+    double ms = 0;                 // from the interruption to when that probe was injected
+    double stoppedMs = 0;          // from the event to the interruption
+    uint64_t missed = 0;           // probes that missed a switch, before that probe
+    uint64_t lostAfter = 0;        // ... and after it: traffic lost once more
+    std::vector<size_t> lostAt{};  // the switches (indexes into seen) that lost it
 };
 // seen[i] holds switch i's runs. Spans of more than kMaxStreamSpan ids are cut to it.
 inline constexpr uint64_t kMaxStreamSpan = 1u << 20;

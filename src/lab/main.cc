@@ -385,6 +385,13 @@ bool streamSeen(const lab::Plan& p, uint32_t i, uint64_t first, uint64_t last,
     return true;
 }
 
+// " 3 5": the switch numbers of indexes into a per-switch table.
+std::string switchList(const std::vector<size_t>& indexes) {
+    std::string out;
+    for (size_t i : indexes) out += " " + std::to_string(i + 1);
+    return out;
+}
+
 struct ConvergeOptions {
     uint32_t cuts = 10, seed = 1, everyMs = 1;
     bool dropLinkDown = false;  // the master loses every link-down frame
@@ -451,9 +458,10 @@ int converge(const lab::Plan& p, const ConvergeOptions& o) {
                           "first %.1f ms after the event)",
                           r.ms, static_cast<unsigned long long>(r.missed), r.stoppedMs);
         std::printf("%-7s %u-%u  %s%s%s\n", cut ? "cut" : "restore", a, b, line,
-                    r.lostAfter > 0
-                        ? (", then " + std::to_string(r.lostAfter) + " LOST AFTER RECOVERY").c_str()
-                        : "",
+                    r.lostAfter > 0 ? (", then " + std::to_string(r.lostAfter) +
+                                       " LOST AFTER RECOVERY at switch" + switchList(r.lostAt))
+                                          .c_str()
+                                    : "",
                     repeated > 0
                         ? ("  LOOP: " + std::to_string(repeated) + " probes seen twice").c_str()
                         : "");

@@ -143,6 +143,7 @@ TEST(LabPlan, RecoveryIsWhenTheFirstProbeReachedEverySwitchAgain) {
         EXPECT_DOUBLE_EQ(r.ms, c.ms);
         EXPECT_EQ(r.missed, c.missed);
         EXPECT_EQ(r.lostAfter, c.lostAfter);
+        EXPECT_EQ(r.lostAt, c.lostAfter > 0 ? std::vector<size_t>{1} : std::vector<size_t>{});
     }
 }
 
