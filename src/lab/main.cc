@@ -435,10 +435,23 @@ int converge(const lab::Plan& p, const ConvergeOptions& o) {
         }
         uint64_t first = 0, last = 0, repeated = 0;
         if (!stopStream(p, &first, &last, &err)) return false;
-        sleepMs(30);  // the last probes still on their way
+        // The last probes may still be on their way: a switch that has not seen the last one
+        // is asked again, for a while, before what it missed counts as lost.
         std::vector<std::vector<lab::ProbeRun>> seen(p.switches);
-        for (uint32_t i = 1; i <= p.switches; ++i)
-            if (!streamSeen(p, i, first, last, &seen[i - 1], &repeated, &err)) return false;
+        const auto asked = Clock::now();
+        for (uint32_t i = 1; i <= p.switches; ++i) {
+            for (;;) {
+                seen[i - 1].clear();
+                uint64_t twice = 0;
+                if (!streamSeen(p, i, first, last, &seen[i - 1], &twice, &err)) return false;
+                const bool sawLast = !seen[i - 1].empty() && seen[i - 1].back().last == last;
+                if (sawLast || Clock::now() - asked > std::chrono::milliseconds(300)) {
+                    repeated += twice;
+                    break;
+                }
+                sleepMs(5);
+            }
+        }
         lab::Recovery r = lab::recoveryOf(first, last, seen, t0);
         (cut ? cutTimes : restoreTimes).push_back(r.ms);
         all.push_back(r.ms);
