@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +24,7 @@
 #include "cli/vlan_list.h"
 #include "lab/lab.h"
 #include "platform/bitmap.h"
+#include "platform/clock.h"
 #include "platform/cmdline.h"
 #include "platform/files.h"
 #include "platform/ipc.h"
@@ -39,6 +39,10 @@ using Clock = std::chrono::steady_clock;
 constexpr int kExitFailed = 1;
 constexpr auto kStartTimeout = std::chrono::seconds(20);
 constexpr uint32_t kSoakStreamMs = 5;
+
+void sleepMs(uint32_t ms) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+}
 
 // In a child: standard input from /dev/null, output and error to `out`, then argv.
 [[noreturn]] void execWithOutput(const std::vector<std::string>& argv, const std::string& out) {
@@ -134,7 +138,7 @@ bool waitComplete(const lab::Plan& p, Clock::duration limit) {
     auto t0 = Clock::now();
     while (!ringComplete(p)) {
         if (Clock::now() - t0 > limit) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        sleepMs(5);
     }
     return true;
 }
@@ -174,7 +178,7 @@ int up(lab::Plan p) {
                              i, (dir + "/vornsim.out").c_str());
                 return kExitFailed;
             }
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            sleepMs(50);
         }
         for (const std::string& cmd : lab::vlanCommands(p)) {
             cli::Answer a = c.sim(cmd);
@@ -296,7 +300,7 @@ ProbeResult sendProbe(const lab::Plan& p, uint32_t vlan, uint32_t from, int wait
             r.times[i] = n == std::string::npos ? 0 : std::stoul(seen.text.substr(n + 5));
         }
         if (r.reachedAll() || Clock::now() > deadline) return r;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        sleepMs(2);
     }
 }
 
@@ -332,16 +336,6 @@ double percentile(std::vector<double> v, double q) {
     std::sort(v.begin(), v.end());
     size_t i = static_cast<size_t>(q * static_cast<double>(v.size() - 1) + 0.5);
     return v[std::min(i, v.size() - 1)];
-}
-
-uint64_t monotonicNs() {
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
-}
-
-void sleepMs(uint32_t ms) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
 }
 
 // Switch 1's probe stream over the member VLANs, one probe every `everyMs`.
@@ -422,7 +416,7 @@ int converge(const lab::Plan& p, const ConvergeOptions& o) {
     auto event = [&](bool cut, uint32_t a, uint32_t b) {
         if (!startStream(p, o.everyMs, &err)) return false;
         sleepMs(5 * o.everyMs);  // probes that reach every switch before the event
-        const uint64_t t0 = monotonicNs();
+        const uint64_t t0 = host::monotonicNs();
         if (cable(p, a, b, cut, false) != 0) return false;
         // The event runs its course, and the stream goes on long enough after it to show
         // traffic that is lost again.
@@ -591,13 +585,13 @@ int soak(const lab::Plan& p, uint32_t seconds, uint32_t seed) {
             uint32_t b = a % p.switches + 1;
             what = "cable " + std::to_string(a) + "-" + std::to_string(b);
             ok = cable(p, a, b, true, false) == 0;
-            std::this_thread::sleep_for(std::chrono::milliseconds(rng() % 300));
+            sleepMs(rng() % 300);
             ok = cable(p, a, b, false, false) == 0 && ok;
         } else if (kind < 8) {  // a card goes down and comes back
             std::string slot = std::to_string(rng() % 2);
             what = "card " + slot + " of switch " + std::to_string(a);
             ok = c.sim("card down " + slot).ok;
-            std::this_thread::sleep_for(std::chrono::milliseconds(rng() % 300));
+            sleepMs(rng() % 300);
             ok = c.sim("card up " + slot).ok && ok;
         } else {  // the ring's hello-interval changed and set back
             what = "hello-interval of switch " + std::to_string(a);
@@ -628,7 +622,7 @@ int soak(const lab::Plan& p, uint32_t seconds, uint32_t seed) {
     }
     uint64_t first = 0, last = 0;
     const bool stopped = stopStream(p, &first, &last, &err);
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));  // the last acknowledgements
+    sleepMs(500);  // the last acknowledgements
     const uint64_t streamLoops = probeLoops(p) - loopsBefore;
     std::string leaks;
     for (uint32_t i = 1; i <= p.switches; ++i)

@@ -23,15 +23,20 @@ void ChassisSim::linkCabledPorts() {
 
 namespace {
 
-bool carries(const ChassisModel::Interface& i, uint16_t vlan) {
-    return bmp::test(i.tagged, vlan) || bmp::test(i.untagged, vlan);
+// A port is a member of the VLAN.
+bool carries(const VlanSet& tagged, const VlanSet& untagged, uint16_t vlan) {
+    return bmp::test(tagged, vlan) || bmp::test(untagged, vlan);
+}
+
+// L2PM lets a port forward a VLAN unless it was told the port blocks it.
+bool l2pmLets(const VlanSet& known, const VlanSet& forwarding, uint16_t vlan) {
+    return !bmp::test(known, vlan) || bmp::test(forwarding, vlan);
 }
 
 }  // namespace
 
 bool ChassisSim::PortWatch::forwards(uint16_t vlan) const {
-    return carrying && (bmp::test(tagged, vlan) || bmp::test(untagged, vlan)) &&
-           (!bmp::test(known, vlan) || bmp::test(forwarding, vlan));
+    return carrying && carries(tagged, untagged, vlan) && l2pmLets(known, forwarding, vlan);
 }
 
 bool ChassisSim::PortWatch::sameInputs(const PortWatch& o) const {
@@ -39,12 +44,10 @@ bool ChassisSim::PortWatch::sameInputs(const PortWatch& o) const {
            known == o.known && forwarding == o.forwarding;
 }
 
-// A port forwards a VLAN unless L2PM was told it does not.
 bool ChassisSim::l2pmForwards(uint32_t ifIndex, uint16_t vlan) const {
     const auto& ports = l2pm_.model().ports();
     auto st = ports.find(ifIndex);
-    return st == ports.end() || !bmp::test(st->second.known, vlan) ||
-           bmp::test(st->second.forwarding, vlan);
+    return st == ports.end() || l2pmLets(st->second.known, st->second.forwarding, vlan);
 }
 
 bool ChassisSim::l2pmBlocks(uint32_t ifIndex, const std::array<uint8_t, 512>& vlans) const {
@@ -52,7 +55,8 @@ bool ChassisSim::l2pmBlocks(uint32_t ifIndex, const std::array<uint8_t, 512>& vl
     if (i == nullptr) return true;
     for (uint32_t v = kMinVlan; v <= kMaxVlan; ++v) {
         const auto vlan = static_cast<uint16_t>(v);
-        if (bmp::test(vlans, vlan) && carries(*i, vlan) && l2pmForwards(ifIndex, vlan))
+        if (bmp::test(vlans, vlan) && carries(i->tagged, i->untagged, vlan) &&
+            l2pmForwards(ifIndex, vlan))
             return false;
     }
     return true;
@@ -80,7 +84,7 @@ void ChassisSim::watchCabledPorts() {
         for (uint32_t v = kMinVlan; v <= kMaxVlan; ++v) {
             const auto vlan = static_cast<uint16_t>(v);
             if (!was.forwards(vlan) && cur.forwards(vlan)) {
-                if (now == 0) now = Probes::monotonicNs();
+                if (now == 0) now = host::monotonicNs();
                 cur.openedNs = now;
                 break;
             }
@@ -107,13 +111,9 @@ void ChassisSim::bridgeControlFrame(uint32_t ifIndex, std::span<const uint8_t> f
         bridged_.erase(bridgedOrder_.front());
         bridgedOrder_.pop_front();
     }
-    for (const Cables::Cable& c : cables_.cables()) {
-        const uint32_t port = c.spec.ifIndex;
-        const ChassisModel::Interface* i = model_.find(port);
-        if (port == ifIndex || c.cut || i == nullptr || !i->linkUp || !carries(*i, f.ctrlVlan))
-            continue;
-        cables_.send(port, frame);
-    }
+    watchCabledPorts();
+    for (const auto& [port, w] : watch_)
+        if (port != ifIndex && w.forwards(f.ctrlVlan)) cables_.send(port, frame);
     ++controlFramesBridged_;
 }
 

@@ -2,22 +2,15 @@
 
 #include "sim/probes.h"
 
-#include <time.h>
-
 #include <algorithm>
 
+#include "platform/clock.h"
 #include "platform/codec.h"
 
 namespace vorn::sim {
 
 namespace {
 constexpr uint64_t kNsPerMs = 1000000;
-}
-
-uint64_t Probes::monotonicNs() {
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
 }
 
 Probes::Probes(Sender send, Forwarding forwarding, uint64_t idSeed, Clock now)

@@ -28,6 +28,8 @@
 #include <span>
 #include <vector>
 
+#include "platform/clock.h"
+
 namespace vorn::sim {
 
 class Probes {
@@ -75,8 +77,7 @@ public:
         uint64_t first = 0, last = 0, count = 0;  // ids injected so far
     };
 
-    static uint64_t monotonicNs();
-    Probes(Sender send, Forwarding forwarding, uint64_t idSeed, Clock now = monotonicNs);
+    Probes(Sender send, Forwarding forwarding, uint64_t idSeed, Clock now = host::monotonicNs);
 
     // Injects a probe on a VLAN; returns its id.
     uint64_t inject(uint16_t vlan);
