@@ -30,6 +30,7 @@ std::vector<std::string> simArgs(const Plan& p, uint32_t i, const std::string& v
             switchDir(p, i),
             "--cards",
             "0,1",
+            "--timestamps",
             "--link",
             std::string(kEastPort) + "=" + switchDir(p, east(p, i)) + ":" + kWestPort,
             "--link",

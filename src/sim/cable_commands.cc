@@ -105,7 +105,10 @@ void ChassisSim::bridgeControlFrame(uint32_t ifIndex, std::span<const uint8_t> f
     ringproto::Frame f;
     if (!ringproto::decodeFrame(frame, f)) return;
     const std::pair<uint32_t, uint32_t> key{f.sender, f.seq};
-    if (!bridged_.insert(key).second) return;
+    if (!bridged_.insert(key).second) {
+        ++controlFramesSeen_;
+        return;
+    }
     bridgedOrder_.push_back(key);
     if (bridgedOrder_.size() > kBridgedKept) {
         bridged_.erase(bridgedOrder_.front());
@@ -251,10 +254,13 @@ void ChassisSim::registerCableCommands() {
                    nullptr, [this](const CommandTable::Args&) {
                        Json j = cables_.toJson();
                        j["control_frames_bridged"] = controlFramesBridged_;
+                       j["control_frames_seen_before"] = controlFramesSeen_;
                        return shown(cables_.describe() +
-                                        "control frames bridged (no ring "
-                                        "running here took them): " +
-                                        std::to_string(controlFramesBridged_) + "\n",
+                                        "control frames bridged (no ring running here took "
+                                        "them): " +
+                                        std::to_string(controlFramesBridged_) +
+                                        "; seen before, not bridged again: " +
+                                        std::to_string(controlFramesSeen_) + "\n",
                                     j);
                    }});
 }

@@ -174,6 +174,9 @@ private:
     std::set<std::pair<uint32_t, uint32_t>> bridged_;         // (sender, sequence) of frames
     std::deque<std::pair<uint32_t, uint32_t>> bridgedOrder_;  // ... oldest first
     uint64_t controlFramesBridged_ = 0;
+    uint64_t controlFramesSeen_ = 0;  // not bridged again: this (sender, sequence) was
+    // Numbers the control frames of every agent's ring nodes (Agent::setFrameCount).
+    std::shared_ptr<uint32_t> frameCount_ = std::make_shared<uint32_t>(0);
     bool managerEndedAlone_ = false;
     bool started_ = false;
     bool replayPending_ = false;

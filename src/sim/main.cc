@@ -5,6 +5,7 @@
 
 #include "platform/ipc.h"
 #include "sim/chassis_sim.h"
+#include "sim/log.h"
 #include "sim/options.h"
 #include "sim/signals.h"
 
@@ -29,6 +30,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "vornsim: %s\n", err.c_str());
         return 2;
     }
+    sim::setSayTimestamps(opts.timestamps);
     sim::ChassisSim chassis(opts);
     // Signals are taken before the manager is started, so its end is never missed.
     sim::SignalSource signals([&chassis](int sig) { chassis.onSignal(sig); });

@@ -149,6 +149,10 @@ ParseOutcome parseOptions(int argc, char** argv, SimOptions* out, std::string* m
          "pair this chassis with the one of run directory DIR: the PDUs\n"
          "the manager sends reach DIR's manager (which may start later)",
          cmdline::store(&out->pairWith)},
+        {"timestamps", 0, "",
+         "start every line printed with the time of day to the microsecond\n"
+         "(HH:MM:SS.uuuuuu), to line up the logs of several chassis",
+         cmdline::set(&out->timestamps)},
         {"link", 0, "IF=PEER-DIR:PEER-IF",
          "cable port IF to port PEER-IF of the chassis of run directory\n"
          "PEER-DIR (repeatable; IF ends at the first '=', PEER-IF starts\n"

@@ -31,6 +31,7 @@ struct SimOptions {
     bool peerPair = false;         // the manager starts with --peer-pair
     std::string pairWith;          // the run directory of the chassis at the other end of the ICL
     std::vector<CableSpec> links;  // --link, in the order given
+    bool timestamps = false;       // every line of the narration starts with the time
 };
 
 enum class ParseOutcome {

@@ -148,11 +148,12 @@ void RingNode::send(Side s, const Frame& f, Actions& out) const {
 }
 
 Frame RingNode::originate(FrameType t) {
+    uint32_t& count = cfg_.frameCount != nullptr ? *cfg_.frameCount : ownFrameCount_;
     return {t,
             cfg_.ringId,
             cfg_.ctrlVlan,
             cfg_.switchId,
-            ++seq_,
+            ++count,
             t == FrameType::kHealth ? announcedState() : NodeState::kNone};
 }
 

@@ -90,6 +90,12 @@ struct Config {
     uint32_t switchId = 0;
     uint32_t helloMs = 0;
     uint32_t deadMs = 0;
+    // The switch's count of the frames its nodes originated, which numbers them. A switch
+    // bridging the ring's frames tells them apart by sender and number, so the count is the
+    // switch's, shared by its nodes and kept across their restarts: a node counting afresh
+    // would reuse numbers such a switch still remembers, and its frames would be dropped
+    // there. Null: the node keeps its own count.
+    uint32_t* frameCount = nullptr;
 };
 
 inline constexpr int64_t kNoDeadline = std::numeric_limits<int64_t>::max();
@@ -152,7 +158,7 @@ private:
     int64_t deadAt_ = kNoDeadline;  // INIT and COMPLETE: no health back by then, the ring failed
     bool blockHolds_ = false;       // the secondary's BLOCKING holds in the forwarding plane
     bool completePending_ = false;  // a RING_COMPLETE waits for it
-    uint32_t seq_ = 0;
+    uint32_t ownFrameCount_ = 0;  // without a switch's count
 };
 
 }  // namespace vorn::sim::ringproto

@@ -14,9 +14,10 @@ TEST(LabPlan, CablesCloseTheRingAndEachEndNamesTheOther) {
     p.dir = "/l";
     p.switches = 3;
     EXPECT_EQ(simArgs(p, 1, "vs"),
-              (std::vector<std::string>{"vs", "--rundir", "/l/sw1", "--cards", "0,1", "--link",
-                                        "Gi 0/1=/l/sw2:Gi 1/1", "--link", "Gi 1/1=/l/sw3:Gi 0/1"}));
-    EXPECT_EQ(simArgs(p, 3, "vs")[6], "Gi 0/1=/l/sw1:Gi 1/1");
+              (std::vector<std::string>{"vs", "--rundir", "/l/sw1", "--cards", "0,1", "--timestamps",
+                                        "--link", "Gi 0/1=/l/sw2:Gi 1/1", "--link",
+                                        "Gi 1/1=/l/sw3:Gi 0/1"}));
+    EXPECT_EQ(simArgs(p, 3, "vs")[7], "Gi 0/1=/l/sw1:Gi 1/1");
     const struct {
         uint32_t a, b;
         const char* port;
