@@ -263,6 +263,8 @@ Actions RingNode::onLinkChange(Side side, bool up, int64_t nowMs) {
 void RingNode::masterFrame(Side side, const Frame& f, Actions& out) {
     if (f.sender == cfg_.switchId) {
         if (f.type != FrameType::kHealth || side != Side::kSecondary) return;
+        // Sent before the primary's link went down: it came round a ring that is open now.
+        if (!port(Side::kPrimary).up) return;
         deadAt_ = now_ + cfg_.deadMs;
         if (masterState_ != NodeState::kComplete) ringComplete(out);
         return;

@@ -44,8 +44,10 @@ RingNode reach(const std::string& name) {
     RingNode n = node(name[0] == 'M' ? M : T);
     n.start(true, true, 0);
     if (name[0] == 'M' && name != "M INIT unconfirmed") n.onSecondaryBlocked(0);
-    if (name == "M COMPLETE" || name == "M FAILED") n.onFrame(S, fr(FT::kHealth, M), 10);
+    if (name == "M COMPLETE" || name == "M FAILED" || name == "M FAILED pri down")
+        n.onFrame(S, fr(FT::kHealth, M), 10);
     if (name == "M FAILED") n.onFrame(P, fr(FT::kLinkDown, 3), 20);
+    if (name == "M FAILED pri down") n.onLinkChange(P, false, 20);
     if (name == "M FAILED pri PRE-FORW" || name == "M COMPLETE unconfirmed") {
         n.onLinkChange(P, false, 20);
         n.onLinkChange(P, true, 30);
@@ -77,6 +79,7 @@ TEST(RingProtocolTest, StateTable) {
         {"M INIT unconfirmed", 'f', S, fr(FT::kHealth, M), 10, NS::kComplete, "flush"},
         {"M INIT unconfirmed", 't', P, {}, 50, NS::kInit, "send pri HEALTH(FAILED)"},
         {"M FAILED pri PRE-FORW", 'f', S, fr(FT::kHealth, M), 40, NS::kComplete, "sec BLOCKING, pri FORW, flush"},
+        {"M FAILED pri down", 'f', S, fr(FT::kHealth, M), 30, NS::kFailed, ""},
         {"M FAILED pri PRE-FORW", 'b', S, {}, 40, NS::kFailed, ""},
         {"M COMPLETE unconfirmed", 't', P, {}, 50, NS::kComplete, "send pri HEALTH(FAILED)"},
         {"M COMPLETE unconfirmed", 'b', S, {}, 50, NS::kComplete, "send pri RING_COMPLETE"},
