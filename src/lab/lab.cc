@@ -25,16 +25,12 @@ std::string switchDir(const Plan& p, uint32_t i) {
 }
 
 std::vector<std::string> simArgs(const Plan& p, uint32_t i, const std::string& vornsim) {
-    return {vornsim,
-            "--rundir",
-            switchDir(p, i),
-            "--cards",
-            "0,1",
-            "--timestamps",
-            "--link",
-            std::string(kEastPort) + "=" + switchDir(p, east(p, i)) + ":" + kWestPort,
-            "--link",
-            std::string(kWestPort) + "=" + switchDir(p, west(p, i)) + ":" + kEastPort};
+    return {
+        vornsim,         "--rundir",
+        switchDir(p, i), "--cards",
+        "0,1",           "--timestamps",
+        "--link",        std::string(kEastPort) + "=" + switchDir(p, east(p, i)) + ":" + kWestPort,
+        "--link",        std::string(kWestPort) + "=" + switchDir(p, west(p, i)) + ":" + kEastPort};
 }
 
 std::string ringConfig(const Plan& p, uint32_t i) {

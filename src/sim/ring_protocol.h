@@ -158,7 +158,7 @@ private:
     int64_t deadAt_ = kNoDeadline;  // INIT and COMPLETE: no health back by then, the ring failed
     bool blockHolds_ = false;       // the secondary's BLOCKING holds in the forwarding plane
     bool completePending_ = false;  // a RING_COMPLETE waits for it
-    uint32_t ownFrameCount_ = 0;  // without a switch's count
+    uint32_t ownFrameCount_ = 0;    // without a switch's count
 };
 
 }  // namespace vorn::sim::ringproto

@@ -14,8 +14,8 @@ TEST(LabPlan, CablesCloseTheRingAndEachEndNamesTheOther) {
     p.dir = "/l";
     p.switches = 3;
     EXPECT_EQ(simArgs(p, 1, "vs"),
-              (std::vector<std::string>{"vs", "--rundir", "/l/sw1", "--cards", "0,1", "--timestamps",
-                                        "--link", "Gi 0/1=/l/sw2:Gi 1/1", "--link",
+              (std::vector<std::string>{"vs", "--rundir", "/l/sw1", "--cards", "0,1",
+                                        "--timestamps", "--link", "Gi 0/1=/l/sw2:Gi 1/1", "--link",
                                         "Gi 1/1=/l/sw3:Gi 0/1"}));
     EXPECT_EQ(simArgs(p, 3, "vs")[7], "Gi 0/1=/l/sw1:Gi 1/1");
     const struct {
