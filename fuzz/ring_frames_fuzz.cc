@@ -42,12 +42,12 @@ constexpr uint32_t kPort = 0x0a000100;  // Gi 0/1
 constexpr size_t kStep = 26;
 
 // A broken promise: says which, and stops the run.
-#define check(ok)                                                                   \
-    do {                                                                            \
-        if (!(ok)) {                                                                \
+#define check(ok)                                                                            \
+    do {                                                                                     \
+        if (!(ok)) {                                                                         \
             std::fprintf(stderr, "ring_frames_fuzz: broken: %s (line %d)\n", #ok, __LINE__); \
-            std::abort();                                                           \
-        }                                                                           \
+            std::abort();                                                                    \
+        }                                                                                    \
     } while (false)
 
 // Checks the actions of one step and the node's state after it.
@@ -90,9 +90,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint8_t flags = data[0];
     uint32_t frameCount = 0;
     rp::Frame last;
-    rp::RingNode node(rp::Config{static_cast<uint8_t>((flags & 1) != 0 ? agt::rcfg::kModeMaster
-                                                                       : agt::rcfg::kModeTransit),
-                                 1, 10, kSwitchId, data[1], data[2], &frameCount});
+    rp::RingNode node(rp::Config{
+        static_cast<uint8_t>((flags & 1) != 0 ? agt::rcfg::kModeMaster : agt::rcfg::kModeTransit),
+        1, 10, kSwitchId, data[1], data[2], &frameCount});
     int64_t now = 0;
     checkStep(node, node.start((flags & 2) != 0, (flags & 4) != 0, now), &last);
 
@@ -118,9 +118,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 break;
             }
             case 4:
-                actions = node.onLinkChange((arg & 1) != 0 ? rp::Side::kSecondary
-                                                           : rp::Side::kPrimary,
-                                            (arg & 2) != 0, now);
+                actions =
+                    node.onLinkChange((arg & 1) != 0 ? rp::Side::kSecondary : rp::Side::kPrimary,
+                                      (arg & 2) != 0, now);
                 break;
             case 5:
                 now += arg;
