@@ -3,6 +3,7 @@
 
 #include "platform/evtlog.h"
 
+#include "platform/clock.h"
 #include "platform/files.h"
 
 #include <fcntl.h>
@@ -60,15 +61,12 @@ constexpr int kSevNotice = 5;
 }  // namespace
 
 void eventLogLine(const char* facility, int severity, const char* text) {
-    timespec ts{};
-    clock_gettime(CLOCK_REALTIME, &ts);
-    tm tmv{};
-    localtime_r(&ts.tv_sec, &tmv);
+    const LocalTime now = localNow();
     char stamp[40];
-    std::strftime(stamp, sizeof(stamp), "%Y-%m-%d %H:%M:%S", &tmv);
+    std::strftime(stamp, sizeof(stamp), "%Y-%m-%d %H:%M:%S", &now.fields);
     std::string line = std::string(stamp) + "." +
-                       std::to_string(ts.tv_nsec / 1000000 + 1000).substr(1) + " %" + facility +
-                       "-" + std::to_string(severity) + ": " + text + "\n";
+                       std::to_string(now.micros / 1000 + 1000).substr(1) + " %" + facility + "-" +
+                       std::to_string(severity) + ": " + text + "\n";
     std::string path = options().rundir + "/events.log";
     // The log stays open between lines; it is opened again when the run directory changes
     // or the file was removed under it.

@@ -1,11 +1,9 @@
 #include "sim/log.h"
 
-#include <sys/time.h>
-
 #include <cstdarg>
 #include <cstdio>
-#include <ctime>
 
+#include "platform/clock.h"
 #include "platform/ipc.h"
 
 namespace vorn::sim {
@@ -26,12 +24,9 @@ void say(const char* fmt, ...) {
     std::vsnprintf(line, sizeof(line), fmt, ap);
     va_end(ap);
     if (timestamps) {
-        timeval tv{};
-        gettimeofday(&tv, nullptr);
-        tm local{};
-        localtime_r(&tv.tv_sec, &local);
-        std::printf("%02d:%02d:%02d.%06ld %s\n", local.tm_hour, local.tm_min, local.tm_sec,
-                    static_cast<long>(tv.tv_usec), line);
+        const host::LocalTime now = host::localNow();
+        std::printf("%02d:%02d:%02d.%06ld %s\n", now.fields.tm_hour, now.fields.tm_min,
+                    now.fields.tm_sec, now.micros, line);
     } else {
         std::printf("%s\n", line);
     }
