@@ -22,7 +22,6 @@
 #include <deque>
 #include <functional>
 #include <map>
-#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -209,10 +208,10 @@ public:
     // Every chassis of a ring needs its own (the default: the process id).
     void setSwitchId(uint32_t id) { switchId_ = id; }
     uint32_t switchId() const { return switchId_; }
-    // The count that numbers the frames its nodes originate (ringproto::Config::frameCount).
-    // Every agent of a chassis shares the chassis' count; by default the agent has its own,
-    // kept across its lives.
-    void setFrameCount(std::shared_ptr<uint32_t> count) { frameCount_ = std::move(count); }
+    // The count that numbers the frames its nodes originate (ringproto::Config::frameCount):
+    // the chassis', shared by all its agents; it must outlive the agent. Without one, each
+    // node counts its own.
+    void setFrameCount(uint32_t* count) { frameCount_ = count; }
     // A faulty switch for the lab: drops every LINK_DOWN frame its nodes would send or pass
     // on and every one arriving here, so that a master on it, or beyond it, learns of a cut
     // link only from its health frames no longer coming back.
@@ -321,7 +320,7 @@ private:
     BlockCheck blockCheck_;
     FrameSender sender_;
     uint32_t switchId_;
-    std::shared_ptr<uint32_t> frameCount_ = std::make_shared<uint32_t>(0);
+    uint32_t* frameCount_ = nullptr;
     bool dropLinkDown_ = false;
     std::vector<uint8_t> buf_;
     Life life_;

@@ -287,7 +287,7 @@ void Agent::startNode(uint16_t ringId, Ring& ring, bool restart) {
     n.hello = c.hello;
     n.dead = c.dead;
     n.proto.emplace(
-        rp::Config{c.mode, ringId, c.ctrlVlan, switchId_, c.hello, c.dead, frameCount_.get()});
+        rp::Config{c.mode, ringId, c.ctrlVlan, switchId_, c.hello, c.dead, frameCount_});
     // A start is always reported: it is news to the manager even when the states are not.
     const bool priUp = linkUp(n.primary), secUp = linkUp(n.secondary);
     drive(ringId, ring, true,

@@ -86,7 +86,7 @@ void ChassisSim::wireAgent(Agent& a) {
         return cables_.send(ifIndex, frame);
     });
     a.setDropLinkDown(dropLinkDown_);
-    a.setFrameCount(frameCount_);
+    a.setFrameCount(&frameCount_);
     a.setBlockCheck([this](uint32_t ifIndex, const std::array<uint8_t, 512>& vlans) {
         return l2pmBlocks(ifIndex, vlans);
     });

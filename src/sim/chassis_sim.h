@@ -157,6 +157,9 @@ private:
     PeerLink peerLink_;
     Cables cables_;
     Probes probes_;
+    // Numbers the control frames of every agent's ring nodes (Agent::setFrameCount); declared
+    // before the agents, so it outlives them.
+    uint32_t frameCount_ = 0;
     // One agent per slot, made when its card first comes up and kept (silenced when the card
     // goes down) so that the loop never calls into a destroyed one.
     std::array<std::optional<Agent>, agt::kSlots> agents_;
@@ -175,8 +178,6 @@ private:
     std::deque<std::pair<uint32_t, uint32_t>> bridgedOrder_;  // ... oldest first
     uint64_t controlFramesBridged_ = 0;
     uint64_t controlFramesSeen_ = 0;  // not bridged again: this (sender, sequence) was
-    // Numbers the control frames of every agent's ring nodes (Agent::setFrameCount).
-    std::shared_ptr<uint32_t> frameCount_ = std::make_shared<uint32_t>(0);
     bool managerEndedAlone_ = false;
     bool started_ = false;
     bool replayPending_ = false;
