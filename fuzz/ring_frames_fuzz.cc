@@ -42,7 +42,7 @@ constexpr uint32_t kPort = 0x0a000100;  // Gi 0/1
 constexpr size_t kStep = 26;
 
 // A broken promise: says which, and stops the run.
-#define check(ok)                                                                            \
+#define REQUIRE(ok)                                                                          \
     do {                                                                                     \
         if (!(ok)) {                                                                         \
             std::fprintf(stderr, "ring_frames_fuzz: broken: %s (line %d)\n", #ok, __LINE__); \
@@ -54,14 +54,14 @@ constexpr size_t kStep = 26;
 void checkStep(const rp::RingNode& node, const rp::Actions& actions, rp::Frame* last) {
     for (const rp::Action& a : actions) {
         if (a.kind != rp::Action::kSend) continue;
-        check(node.linkUp(a.side));
+        REQUIRE(node.linkUp(a.side));
         uint8_t bytes[rp::kFrameLen];
         rp::Frame back;
-        check(rp::encodeFrame(a.frame, bytes) == rp::kFrameLen);
-        check(rp::decodeFrame(bytes, back) && back == a.frame);
+        REQUIRE(rp::encodeFrame(a.frame, bytes) == rp::kFrameLen);
+        REQUIRE(rp::decodeFrame(bytes, back) && back == a.frame);
         if (a.frame.sender == kSwitchId) {
             // One frame out of both ports (FLUSH) is one number.
-            check(a.frame.seq > last->seq || a.frame == *last);
+            REQUIRE(a.frame.seq > last->seq || a.frame == *last);
             *last = a.frame;
         }
         const bool saysBlocked = a.frame.type == rp::FrameType::kRingComplete ||
@@ -69,18 +69,18 @@ void checkStep(const rp::RingNode& node, const rp::Actions& actions, rp::Frame* 
                                   (a.frame.masterState == rp::NodeState::kInit ||
                                    a.frame.masterState == rp::NodeState::kComplete));
         if (node.master() && a.frame.sender == kSwitchId && saysBlocked)
-            check(!node.awaitingBlock() &&
-                  node.portState(rp::Side::kSecondary) == agt::kStateBlocking);
+            REQUIRE(!node.awaitingBlock() &&
+                    node.portState(rp::Side::kSecondary) == agt::kStateBlocking);
     }
     for (rp::Side s : {rp::Side::kPrimary, rp::Side::kSecondary}) {
-        if (!node.linkUp(s)) check(node.portState(s) == agt::kStateDisabled);
-        if (!node.master()) check(node.portState(s) != agt::kStateBlocking);
+        if (!node.linkUp(s)) REQUIRE(node.portState(s) == agt::kStateDisabled);
+        if (!node.master()) REQUIRE(node.portState(s) != agt::kStateBlocking);
     }
     const rp::NodeState st = node.state();
     if (node.master() && (st == rp::NodeState::kInit || st == rp::NodeState::kComplete))
-        check(node.linkUp(rp::Side::kPrimary) && node.linkUp(rp::Side::kSecondary) &&
-              node.portState(rp::Side::kPrimary) == agt::kStateForwarding &&
-              node.portState(rp::Side::kSecondary) == agt::kStateBlocking);
+        REQUIRE(node.linkUp(rp::Side::kPrimary) && node.linkUp(rp::Side::kSecondary) &&
+                node.portState(rp::Side::kPrimary) == agt::kStateForwarding &&
+                node.portState(rp::Side::kSecondary) == agt::kStateBlocking);
 }
 
 }  // namespace
@@ -126,7 +126,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 now += arg;
                 clockNs += uint64_t{arg} * 1000000;
                 actions = node.onTimer(now);
-                check(node.nextDeadlineMs() > now);
+                REQUIRE(node.nextDeadlineMs() > now);
                 break;
             case 6:
                 actions = node.onSecondaryBlocked(now);
